@@ -1,0 +1,316 @@
+// The object manager stand-in. Instances live in a record store of their own
+// in the data directory, so that every process sees the same objects.
+#include "platform/object_manager.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "platform/dynamic_library.h"
+#include "platform/guid.h"
+#include "platform/memory_blocks.h"
+#include "platform/profile.h"
+#include "platform/record_store.h"
+
+namespace platform {
+
+const _GUID kClassIdUser = {0x5D3A91C2, 0x7E40, 0x4B6A, {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
+const _GUID kClassIdEventClass = {0x5D3A91C3, 0x7E40, 0x4B6A,
+                                  {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
+const _GUID kClassIdEventLog = {0x5D3A91C4, 0x7E40, 0x4B6A,
+                                {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
+
+namespace {
+
+constexpr std::uint32_t kOk = 0;
+constexpr std::uint32_t kFailed = 0x80004005;       // E_FAIL
+constexpr std::uint32_t kNoInterface = 0x80004002;  // E_NOINTERFACE
+constexpr std::uint32_t kInvalidArg = 0x80070057;   // E_INVALIDARG
+constexpr std::uint32_t kNotFound = 0x80070490;     // ERROR_NOT_FOUND as a result
+
+constexpr const char *kStoreFile = "KepOM.dat";
+constexpr const char *kInstanceTable = "OM_Instances";
+constexpr std::uint32_t kInstanceIdKey = 1;
+constexpr std::uint32_t kInstanceClassKey = 2;
+// The domain is the instance of this class whose ID is the domain ID.
+const _GUID kDomainClass = {0x5D3A91C0, 0x7E40, 0x4B6A,
+                            {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
+
+#pragma pack(push, 1)
+struct InstanceRecord {
+  _GUID objectId;
+  _GUID classId;
+  char name[261];
+};
+#pragma pack(pop)
+static_assert(sizeof(InstanceRecord) == 293);
+
+// ------------------------------------------------------------ provider
+
+std::mutex g_providerMutex;
+KepOMProvider g_provider{};  // null entries: the stand-in
+
+template <typename Member>
+auto installed(Member member) {
+  std::lock_guard<std::mutex> lock(g_providerMutex);
+  return g_provider.*member;
+}
+
+// ------------------------------------------------------------ connections
+
+struct Connection {
+  KepOMConnection base;
+  std::atomic<std::uint32_t> references;
+};
+
+std::uint32_t connectionQuery(KepOMConnection *self, const _GUID *, void **out) {
+  if (out) *out = nullptr;
+  return self ? kNoInterface : kInvalidArg;
+}
+
+std::uint32_t connectionAddRef(KepOMConnection *self) {
+  if (!self) return 0;
+  return ++reinterpret_cast<Connection *>(self)->references;
+}
+
+std::uint32_t connectionRelease(KepOMConnection *self) {
+  if (!self) return 0;
+  auto *c = reinterpret_cast<Connection *>(self);
+  std::uint32_t left = --c->references;
+  if (left == 0) delete c;
+  return left;
+}
+
+const KepOMConnectionOps kConnectionOps = {connectionQuery, connectionAddRef, connectionRelease};
+
+// ------------------------------------------------------------ instance store
+
+// The instance table of the current data directory, opened once per thread.
+class InstanceStore {
+ public:
+  InstanceStore() {
+    std::memset(&record_, 0, sizeof record_);
+    auto field = [](std::uint32_t key, std::uint32_t size, void *storage, std::uint32_t flags) {
+      FieldTemplate t{};
+      t.keyNumber = key;
+      t.attribute = 16;
+      t.size = t.sizeAgain = size;
+      t.storage = storage;
+      t.flags = flags;
+      return t;
+    };
+    templates_[0] = field(kInstanceIdKey, 16, &record_.objectId, 0x311);
+    templates_[1] = field(kInstanceClassKey, 16, &record_.classId, 0x311);
+    templates_[2] = field(0, sizeof record_.name, record_.name, 0x1);
+  }
+  ~InstanceStore() { close(); }
+
+  // Opens (creating when needed) the store of the current data directory.
+  bool open() {
+    char dir[260];
+    if (KepOMGetDataDir(dir, sizeof dir) != 0) return false;
+    std::string path = std::string(dir) + "/" + kStoreFile;
+    if (handle_ && path == path_) return true;
+    close();
+    KEPDB *h = QDBInit(0, path.c_str(), kOpenCreate, 1);
+    if (!h) return false;
+    if (SchmSetCurrentTbl(h, kInstanceTable, templates_) != 0 && createTable(h) != 0) {
+      QDBDone(h);
+      return false;
+    }
+    handle_ = h;
+    path_ = path;
+    return true;
+  }
+
+  std::uint32_t add(const _GUID &id, const _GUID &classId, const char *name, bool replace) {
+    if (!open()) return kFailed;
+    if (find(id)) {
+      if (!replace) return kFailed;
+      fill(id, classId, name);
+      return QDBRecordUpdate(handle_) == 0 ? kOk : kFailed;
+    }
+    fill(id, classId, name);
+    return QDBRecordAdd(handle_) == 0 ? kOk : kFailed;
+  }
+
+  std::uint32_t remove(const _GUID &id, const _GUID &classId) {
+    if (!open()) return kFailed;
+    if (!find(id) || QDBRecordRead(handle_) != 0) return kNotFound;
+    if (std::memcmp(&record_.classId, &classId, sizeof classId) != 0) return kNotFound;
+    return QDBRecordDelete(handle_) == 0 ? kOk : kFailed;
+  }
+
+  std::uint32_t get(const _GUID &id, _GUID *classId, char *name, std::uint32_t nameSize) {
+    if (!open()) return kFailed;
+    if (!find(id) || QDBRecordRead(handle_) != 0) return kNotFound;
+    if (classId) *classId = record_.classId;
+    if (name && nameSize > 0) {
+      std::strncpy(name, record_.name, nameSize - 1);
+      name[nameSize - 1] = '\0';
+    }
+    return kOk;
+  }
+
+  // The first instance of a class, or a new one.
+  std::uint32_t singleton(const _GUID &classId, _GUID *id) {
+    if (!open()) return kFailed;
+    if (QDBRecordFindAndRead(handle_, kInstanceClassKey, &classId, 1, 16) == 0) {
+      *id = record_.objectId;
+      return kOk;
+    }
+    _GUID fresh;
+    if (CoCreateGuid(&fresh) != 0) return kFailed;
+    std::uint32_t r = add(fresh, classId, "Domain", false);
+    // Another process may have made one meanwhile; the first in order wins.
+    if (QDBRecordFindAndRead(handle_, kInstanceClassKey, &classId, 1, 16) == 0) {
+      *id = record_.objectId;
+      return kOk;
+    }
+    return r == kOk ? kFailed : r;
+  }
+
+ private:
+  bool find(const _GUID &id) { return QDBRecordFind(handle_, kInstanceIdKey, &id, 1, 16) == 0; }
+
+  void fill(const _GUID &id, const _GUID &classId, const char *name) {
+    std::memset(&record_, 0, sizeof record_);
+    record_.objectId = id;
+    record_.classId = classId;
+    if (name) std::strncpy(record_.name, name, sizeof record_.name - 1);
+  }
+
+  std::uint32_t createTable(KEPDB *h) {
+    static const char *const names[] = {"KEPOID", "ClassId", "Name"};
+    QueryInfoEntry info[2] = {};
+    info[0] = {20, kInstanceIdKey, 0, 1, 0, 1, 3, {}};
+    info[1] = {20, kInstanceClassKey, 0, 2, 0, 2, 3, {}};
+    TableDescriptor d{};
+    d.size = sizeof d;
+    d.idKey = kInstanceIdKey;
+    d.tableName = const_cast<char *>(kInstanceTable);
+    if (SchmLoadStrings(nullptr, &d.fieldNames, &d.fieldNamesAux, names, 0, 3) != 0) {
+      return kFailed;
+    }
+    d.title = const_cast<char *>("Object Instances");
+    d.fieldCount = 3;
+    d.queryInfoCount = 2;
+    d.secondKey = 0xFFFFFFFF;
+    d.templateSize = sizeof(FieldTemplate);
+    d.templates = templates_;
+    d.queryInfo = info;
+    d.one = 1;
+    std::uint32_t r = SchmAddTableEntry(h, &d);
+    MemFree(d.fieldNames);
+    return r;
+  }
+
+  void close() {
+    if (handle_) QDBDone(handle_);
+    handle_ = nullptr;
+    path_.clear();
+  }
+
+  InstanceRecord record_;
+  FieldTemplate templates_[3];
+  KEPDB *handle_ = nullptr;
+  std::string path_;
+};
+
+InstanceStore &instances() {
+  thread_local InstanceStore store;
+  return store;
+}
+
+template <typename Operation>
+std::uint32_t guarded(Operation op) {
+  try {
+    return op();
+  } catch (...) {
+    return kFailed;
+  }
+}
+
+// ------------------------------------------------------------ stand-in
+
+std::uint32_t standInDataDir(char *buffer, std::uint32_t size) {
+  const char *env = std::getenv("ALERTDB_DATA_DIR");
+  std::string dir;
+  if (env && *env) {
+    dir = env;
+  } else {
+    char console[260];
+    if (ConsoleDirectory(console, sizeof console) == 0) return kFailed;
+    std::string settings = std::string(console) + "/QADMIN.DAT";
+    char value[260];
+    if (ProfileGetString("Directories", "DataDir", "", value, sizeof value, settings.c_str()) == 0) {
+      return kFailed;
+    }
+    dir = value;
+  }
+  while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+  if (dir.empty() || dir.size() + 1 > size) return kFailed;
+  std::memcpy(buffer, dir.c_str(), dir.size() + 1);
+  return kOk;
+}
+
+}  // namespace
+
+std::uint32_t KepOMGetDataDir(char *buffer, std::uint32_t size) {
+  if (!buffer || size == 0) return kInvalidArg;
+  if (auto f = installed(&KepOMProvider::GetDataDir)) return f(buffer, size);
+  return guarded([&] { return standInDataDir(buffer, size); });
+}
+
+std::uint32_t KepOMGetDomainID(_GUID *domainId) {
+  if (!domainId) return kInvalidArg;
+  if (auto f = installed(&KepOMProvider::GetDomainID)) return f(domainId);
+  return guarded([&] { return instances().singleton(kDomainClass, domainId); });
+}
+
+std::uint32_t KepOMOpen(KepOMConnection **connection) {
+  if (!connection) return kInvalidArg;
+  *connection = nullptr;
+  if (auto f = installed(&KepOMProvider::Open)) return f(connection);
+  return guarded([&] {
+    auto *c = new Connection{{&kConnectionOps}, {1}};
+    *connection = &c->base;
+    return kOk;
+  });
+}
+
+std::uint32_t KepOMAddInstance(const _GUID *objectId, const _GUID *classId, const char *name) {
+  if (!objectId || !classId) return kInvalidArg;
+  if (auto f = installed(&KepOMProvider::AddInstance)) return f(objectId, classId, name);
+  return guarded([&] { return instances().add(*objectId, *classId, name, false); });
+}
+
+std::uint32_t KepOMUpdateInstance(const _GUID *objectId, const _GUID *classId,
+                                  const char *name) {
+  if (!objectId || !classId) return kInvalidArg;
+  if (auto f = installed(&KepOMProvider::UpdateInstance)) return f(objectId, classId, name);
+  // A changed object the stand-in has not seen yet is registered.
+  return guarded([&] { return instances().add(*objectId, *classId, name, true); });
+}
+
+std::uint32_t KepOMDeleteInstance(const _GUID *objectId, const _GUID *classId) {
+  if (!objectId || !classId) return kInvalidArg;
+  if (auto f = installed(&KepOMProvider::DeleteInstance)) return f(objectId, classId);
+  return guarded([&] { return instances().remove(*objectId, *classId); });
+}
+
+void KepOMSetProvider(const KepOMProvider *provider) {
+  std::lock_guard<std::mutex> lock(g_providerMutex);
+  g_provider = provider ? *provider : KepOMProvider{};
+}
+
+std::uint32_t KepOMGetInstance(const _GUID *objectId, _GUID *classId, char *name,
+                               std::uint32_t nameSize) {
+  if (!objectId) return kInvalidArg;
+  return guarded([&] { return instances().get(*objectId, classId, name, nameSize); });
+}
+
+}  // namespace platform

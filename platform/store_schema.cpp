@@ -1,0 +1,133 @@
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "platform/store_schema_internal.h"
+
+namespace platform::store {
+
+namespace {
+
+constexpr std::uint32_t kFlagZeroTerminated = 0x1;
+constexpr std::uint32_t kFlagIdentifier = 0x10;
+
+std::size_t textLength(const char *bytes, std::size_t max) {
+  const void *end = std::memchr(bytes, 0, max);
+  return end ? static_cast<std::size_t>(static_cast<const char *>(end) - bytes) : max;
+}
+
+std::uint64_t littleEndian(const unsigned char *bytes, std::size_t length) {
+  std::uint64_t value = 0;
+  for (std::size_t i = length; i-- > 0;) value = (value << 8) | bytes[i];
+  return value;
+}
+
+bool iequalsPrefix(const std::string &text, const char *prefix) {
+  std::size_t n = std::strlen(prefix);
+  if (text.size() < n) return false;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (std::tolower(static_cast<unsigned char>(text[i])) != prefix[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+KeyKind keyKindOf(std::uint32_t flags, std::uint32_t size) {
+  // Object IDs carry the identifier flag beside the terminated-text bit.
+  if (size == 16 && (flags & kFlagIdentifier)) return KeyKind::Bytes;
+  if ((flags & 0xF) == kFlagZeroTerminated) return KeyKind::Text;
+  if (size == 1 || size == 2 || size == 4) return KeyKind::Number;
+  // Time stamps and blocks.
+  return KeyKind::Bytes;
+}
+
+void TableDef::derive() {
+  recordSize = 0;
+  for (auto &f : fields) {
+    f.offset = recordSize;
+    recordSize += f.size;
+  }
+  keys.clear();
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const FieldDef &f = fields[i];
+    if (f.keyNumber == 0) continue;
+    KeyDef k;
+    k.keyNumber = f.keyNumber;
+    k.field = i;
+    k.kind = keyKindOf(f.flags, f.size);
+    for (const auto &q : queryInfo) {
+      if (q.keyNumber == f.keyNumber && q.kind == 1) k.unique = true;
+    }
+    keys.push_back(k);
+  }
+}
+
+const KeyDef *TableDef::findKey(std::uint32_t keyNumber) const {
+  if (keyNumber == 0) return nullptr;
+  for (const auto &k : keys) {
+    if (k.keyNumber == keyNumber) return &k;
+  }
+  return nullptr;
+}
+
+bool TableDef::sameLayout(const TableDef &other) const {
+  if (fields.size() != other.fields.size() || idKey != other.idKey) return false;
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const FieldDef &a = fields[i];
+    const FieldDef &b = other.fields[i];
+    if (a.keyNumber != b.keyNumber || a.size != b.size || a.flags != b.flags) return false;
+  }
+  if (keys.size() != other.keys.size()) return false;
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    if (keys[i].unique != other.keys[i].unique || keys[i].kind != other.keys[i].kind) return false;
+  }
+  return true;
+}
+
+KeyValue keyOfRecord(const TableDef &table, const KeyDef &key, const std::string &record) {
+  const FieldDef &f = table.fields[key.field];
+  const char *bytes = record.data() + f.offset;
+  KeyValue v;
+  switch (key.kind) {
+    case KeyKind::Number:
+      v.isNumber = true;
+      v.number = littleEndian(reinterpret_cast<const unsigned char *>(bytes), f.size);
+      break;
+    case KeyKind::Text:
+      v.bytes.assign(bytes, textLength(bytes, f.size));
+      break;
+    case KeyKind::Bytes:
+      v.bytes.assign(bytes, f.size);
+      break;
+  }
+  return v;
+}
+
+KeyValue keyOfSearch(const TableDef &table, const KeyDef &key, const void *value,
+                     std::uint32_t length) {
+  const FieldDef &f = table.fields[key.field];
+  const char *bytes = static_cast<const char *>(value);
+  std::size_t n = std::min<std::size_t>(length, f.size);
+  KeyValue v;
+  switch (key.kind) {
+    case KeyKind::Number:
+      v.isNumber = true;
+      v.number = littleEndian(reinterpret_cast<const unsigned char *>(bytes), n);
+      break;
+    case KeyKind::Text:
+      v.bytes.assign(bytes, textLength(bytes, n));
+      break;
+    case KeyKind::Bytes:
+      v.bytes.assign(bytes, n);
+      v.isPrefix = n < f.size;
+      break;
+  }
+  return v;
+}
+
+bool isReservedTableName(const std::string &name) {
+  return iequalsPrefix(name, "alertdb_") || iequalsPrefix(name, "sqlite_");
+}
+
+}  // namespace platform::store

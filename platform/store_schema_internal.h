@@ -1,0 +1,80 @@
+// What the record store knows about a table, whatever keeps its files: the
+// fields, their keys and how a key value is ordered.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/record_store.h"
+
+namespace platform::store {
+
+// How a key field's values are ordered.
+enum class KeyKind {
+  Number,  // unsigned little-endian number of 1, 2, 4 or 8 bytes
+  Text,    // bytes up to the terminator, in byte order
+  Bytes,   // all bytes, in byte order (object IDs, time stamps, blocks)
+};
+
+struct FieldDef {
+  std::string name;
+  std::uint32_t keyNumber = 0;
+  std::uint32_t attribute = 0;
+  std::uint32_t size = 0;
+  std::uint32_t flags = 0;
+  std::string description;
+  std::string queryType;
+  std::uint32_t offset = 0;  // in the record image
+};
+
+struct KeyDef {
+  std::uint32_t keyNumber = 0;
+  std::size_t field = 0;  // index into TableDef::fields
+  KeyKind kind = KeyKind::Bytes;
+  bool unique = false;
+};
+
+struct TableDef {
+  std::string name;
+  std::string title;
+  std::uint32_t idKey = 0;
+  std::uint32_t secondKey = 0xFFFFFFFF;
+  std::string callbackDll;
+  std::string callbackEntry;
+  std::vector<std::uint32_t> reserved;  // descriptor words passed through
+  std::vector<FieldDef> fields;
+  std::vector<QueryInfoEntry> queryInfo;
+  std::vector<KeyDef> keys;  // derived from fields and queryInfo
+  std::uint32_t recordSize = 0;
+
+  // Fills offsets, recordSize and keys from fields and queryInfo.
+  void derive();
+  const KeyDef *findKey(std::uint32_t keyNumber) const;
+  // Same fields, keys and sizes (names and texts aside).
+  bool sameLayout(const TableDef &other) const;
+};
+
+// The kind of a key field, told by its template's flags and size.
+KeyKind keyKindOf(std::uint32_t flags, std::uint32_t size);
+
+// A key value as the store orders it.
+struct KeyValue {
+  bool isNumber = false;
+  std::uint64_t number = 0;
+  std::string bytes;
+  // For a Bytes key searched by fewer bytes than the field holds: the records
+  // whose key starts with `bytes`.
+  bool isPrefix = false;
+};
+
+// The key value of a record image.
+KeyValue keyOfRecord(const TableDef &table, const KeyDef &key, const std::string &record);
+// The key value a caller searches for: `length` bytes at `value`.
+KeyValue keyOfSearch(const TableDef &table, const KeyDef &key, const void *value,
+                     std::uint32_t length);
+
+// Table names the store keeps for itself.
+bool isReservedTableName(const std::string &name);
+
+}  // namespace platform::store

@@ -1,0 +1,15 @@
+#!/bin/sh
+# Installs the Debian packages the build needs, when any is missing.
+set -e
+packages="build-essential cmake pkg-config libsqlite3-dev sqlite3 libinih-dev libgtest-dev libgmock-dev libbenchmark-dev"
+missing=""
+for p in $packages; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+done
+if [ -n "$missing" ]; then
+  echo "installing:$missing"
+  SUDO=""
+  [ "$(id -u)" -ne 0 ] && SUDO=sudo
+  $SUDO apt-get update
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y --no-install-recommends $missing
+fi

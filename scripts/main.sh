@@ -1,0 +1,9 @@
+#!/bin/sh
+# Builds the library and the alertdb tool, then runs the main job on the
+# tool's embedded default data directory.
+set -e
+cd "$(dirname "$0")/.."
+scripts/deps.sh
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF >/dev/null
+cmake --build build -j"$(nproc)" --target alertdb_tool
+exec build/alertdb demo "$@"

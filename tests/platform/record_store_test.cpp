@@ -1,0 +1,635 @@
+#include "platform/record_store.h"
+
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/record_store_fixture.h"
+#include "support/child_process.h"
+#include "support/test_environment.h"
+
+using namespace platform;
+using alertdb_test::ChildProcess;
+using alertdb_test::kIdKey;
+using alertdb_test::kNameKey;
+using alertdb_test::kNumberKey;
+using alertdb_test::kSmallKey;
+using alertdb_test::kStampKey;
+using alertdb_test::SampleTable;
+
+namespace {
+
+class RecordStoreTest : public alertdb_test::IsolatedTest {
+ protected:
+  void TearDown() override {
+    for (KEPDB *h : handles_) QDBDone(h);
+    IsolatedTest::TearDown();
+  }
+
+  KEPDB *open(const std::string &name, std::uint32_t mode) {
+    KEPDB *h = QDBInit(0, dataPath(name).c_str(), mode, 1);
+    if (h) handles_.push_back(h);
+    return h;
+  }
+  void close(KEPDB *h) {
+    QDBDone(h);
+    handles_.erase(std::remove(handles_.begin(), handles_.end(), h), handles_.end());
+  }
+
+  // A new file with the sample table, the handle selected on it.
+  KEPDB *createSample(SampleTable &table, const std::string &name = "Store.dat") {
+    KEPDB *h = open(name, kOpenCreate);
+    EXPECT_NE(h, nullptr);
+    EXPECT_EQ(table.create(h), 0u);
+    return h;
+  }
+
+  std::uint32_t add(SampleTable &t, KEPDB *h, std::uint8_t idByte, const char *name,
+                    std::uint32_t number) {
+    t.fill(idByte, name, number);
+    return QDBRecordAdd(h);
+  }
+
+  // The names of every record in the order of `key`.
+  std::vector<std::string> namesInOrder(SampleTable &t, KEPDB *h, std::uint32_t key) {
+    std::vector<std::string> names;
+    for (std::uint32_t r = QDBRecordSkipAndRead(h, key, kSkipFirst); r == 0;
+         r = QDBRecordSkipAndRead(h, key, kSkipNext)) {
+      names.push_back(t.record.name);
+    }
+    return names;
+  }
+
+  std::vector<KEPDB *> handles_;
+};
+
+// ---------------------------------------------------------------- open modes
+
+TEST_F(RecordStoreTest, OpenModesOnMissingAndExistingFiles) {
+  EXPECT_EQ(open("Missing.dat", kOpenExisting), nullptr);
+  EXPECT_EQ(open("Missing.dat", kOpenRecover), nullptr);
+  EXPECT_FALSE(fileExists(dataPath("Missing.dat")));
+
+  KEPDB *created = open("Store.dat", kOpenCreate);
+  ASSERT_NE(created, nullptr);
+  EXPECT_TRUE(fileExists(dataPath("Store.dat")));
+  EXPECT_NE(open("Store.dat", kOpenExisting), nullptr);
+  EXPECT_NE(open("Store.dat", kOpenRecover), nullptr);
+  EXPECT_NE(open("Store.dat", kOpenCreate), nullptr);
+  EXPECT_EQ(open("Store.dat", 7), nullptr);
+  EXPECT_EQ(QDBInit(0, nullptr, kOpenCreate, 1), nullptr);
+  EXPECT_EQ(QDBInit(0, "", kOpenCreate, 1), nullptr);
+}
+
+TEST_F(RecordStoreTest, FileNamesMatchWithoutRegardToCase) {
+  SampleTable t;
+  KEPDB *h = createSample(t, "KepUser.dat");
+  ASSERT_EQ(add(t, h, 1, "one", 1), 0u);
+
+  SampleTable other;
+  KEPDB *lower = open("kepuser.dat", kOpenExisting);
+  ASSERT_NE(lower, nullptr);
+  ASSERT_EQ(other.select(lower), 0u);
+  EXPECT_EQ(namesInOrder(other, lower, kIdKey), std::vector<std::string>{"one"});
+  EXPECT_FALSE(fileExists(dataPath("kepuser.dat")));
+}
+
+// Files that are not stores are refused by every mode and left as they were.
+TEST_F(RecordStoreTest, FilesThatAreNotStoresAreRefusedAndUntouched) {
+  std::string random(8192, '\0');
+  for (std::size_t i = 0; i < random.size(); ++i) random[i] = static_cast<char>(i * 131 + 7);
+  writeFile(dataPath("Random.dat"), random);
+  writeFile(dataPath("Empty.dat"), "");
+  writeFile(dataPath("Text.dat"), "[Directories]\nDataDir=/tmp\n");
+  writeFile(dataPath("Header.dat"), std::string("SQLite format 3\0", 16) + "short");
+  {
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(dataPath("Foreign.dat").c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE t(a); INSERT INTO t VALUES(1);", nullptr,
+                           nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(db);
+  }
+  {
+    SampleTable t;
+    KEPDB *h = createSample(t, "Truncated.dat");
+    for (int i = 0; i < 200; ++i) ASSERT_EQ(add(t, h, static_cast<std::uint8_t>(i), "x", i), 0u);
+    close(h);
+    std::string whole = readFile(dataPath("Truncated.dat"));
+    ASSERT_GT(whole.size(), 8192u);
+    writeFile(dataPath("Truncated.dat"), whole.substr(0, whole.size() / 2 + 100));
+  }
+
+  for (const char *name :
+       {"Random.dat", "Empty.dat", "Text.dat", "Header.dat", "Foreign.dat", "Truncated.dat"}) {
+    std::string before = readFile(dataPath(name));
+    for (std::uint32_t mode : {kOpenExisting, kOpenRecover, kOpenCreate}) {
+      EXPECT_EQ(open(name, mode), nullptr) << name << " mode " << mode;
+    }
+    EXPECT_EQ(readFile(dataPath(name)), before) << name;
+  }
+}
+
+TEST_F(RecordStoreTest, RecoveryOpenAcceptsAStoreOfAnOlderFormat) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 1, "kept", 1), 0u);
+  close(h);
+  {
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(dataPath("Store.dat").c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "PRAGMA user_version=0", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+  }
+  EXPECT_EQ(open("Store.dat", kOpenExisting), nullptr);
+  EXPECT_EQ(open("Store.dat", kOpenCreate), nullptr);
+  KEPDB *recovered = open("Store.dat", kOpenRecover);
+  ASSERT_NE(recovered, nullptr);
+  close(recovered);
+  KEPDB *again = open("Store.dat", kOpenExisting);
+  ASSERT_NE(again, nullptr);
+  SampleTable reader;
+  ASSERT_EQ(reader.select(again), 0u);
+  EXPECT_EQ(namesInOrder(reader, again, kIdKey), std::vector<std::string>{"kept"});
+}
+
+// A closed store is complete by itself: a plain copy of it is a valid store.
+TEST_F(RecordStoreTest, CopyOfAClosedStoreIsAStore) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  for (int i = 0; i < 50; ++i) ASSERT_EQ(add(t, h, static_cast<std::uint8_t>(i), "r", i), 0u);
+  close(h);
+  EXPECT_FALSE(fileExists(dataPath("Store.dat-wal")));
+  writeFile(dataPath("Copy.dat"), readFile(dataPath("Store.dat")));
+  KEPDB *copy = open("Copy.dat", kOpenExisting);
+  ASSERT_NE(copy, nullptr);
+  SampleTable reader;
+  ASSERT_EQ(reader.select(copy), 0u);
+  EXPECT_EQ(namesInOrder(reader, copy, kNumberKey).size(), 50u);
+}
+
+// ------------------------------------------------------------ tables, catalog
+
+TEST_F(RecordStoreTest, TablesAreSelectedByNameAndLayout) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  KEPDB *second = open("Store.dat", kOpenExisting);
+  SampleTable other("Other_Table");
+  EXPECT_EQ(other.select(second), QDB_E_NOTABLE);
+  EXPECT_EQ(t.select(second), 0u);
+  // Creating the same table again is accepted; a different layout is not.
+  EXPECT_EQ(t.create(h), 0u);
+  SampleTable changed;
+  changed.templates[4].size = changed.templates[4].sizeAgain = 21;
+  EXPECT_EQ(changed.create(h), QDB_E_EXISTS);
+  EXPECT_EQ(changed.select(h), QDB_E_LAYOUT);
+  EXPECT_EQ(SchmSetCurrentTbl(h, nullptr, t.templates.data()), QDB_E_BADARG);
+  EXPECT_EQ(SchmSetCurrentTbl(h, "Sample_Table", nullptr), QDB_E_BADARG);
+  SampleTable reserved("alertdb_tables");
+  EXPECT_EQ(reserved.create(h), QDB_E_BADARG);
+  EXPECT_EQ(SchmAddTableEntry(h, nullptr), QDB_E_BADARG);
+}
+
+TEST_F(RecordStoreTest, CatalogKeepsWhatTheTableAndQueryTypesWereGiven) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  const char *texts[] = {"None", "CRITICAL"};
+  void *block = nullptr;
+  std::uint32_t aux = 0;
+  ASSERT_EQ(SchmLoadStrings(nullptr, &block, &aux, texts, 0, 2), 0u);
+  std::uint32_t values[] = {0, 1};
+  EXPECT_EQ(SchmAddQueryInfo(h, "QInfo_Svrty", 97, 2, values, aux, block), 0u);
+  EXPECT_EQ(SchmAddQueryInfo(h, "QInfo_None", 0, 0, nullptr, 0, nullptr), 0u);
+  EXPECT_EQ(SchmAddQueryInfo(h, nullptr, 0, 0, nullptr, 0, nullptr), QDB_E_BADARG);
+  MemFree(block);
+  ASSERT_EQ(add(t, h, 1, "one", 1), 0u);
+
+  // The catalog as a tool sees it through the store's own calls.
+  std::vector<std::string> names;
+  ASSERT_EQ(QDBTableNames(h, &names), 0u);
+  EXPECT_EQ(names, std::vector<std::string>{"Sample_Table"});
+  StoreTableInfo info;
+  ASSERT_EQ(QDBTableInfo(h, "Sample_Table", &info), 0u);
+  EXPECT_EQ(info.title, "Sample Title");
+  EXPECT_EQ(info.recordCount, 1u);
+  ASSERT_EQ(info.fields.size(), 7u);
+  EXPECT_EQ(info.fields[1].name, "Name");
+  EXPECT_EQ(info.fields[1].size, 33u);
+  EXPECT_EQ(QDBTableInfo(h, "Nope", &info), QDB_E_NOTABLE);
+  close(h);
+
+  sqlite3 *db = nullptr;
+  ASSERT_EQ(sqlite3_open(dataPath("Store.dat").c_str(), &db), SQLITE_OK);
+  auto query = [&](const char *sql) {
+    std::vector<std::string> rows;
+    sqlite3_exec(
+        db, sql,
+        [](void *out, int n, char **values, char **) {
+          std::string row;
+          for (int i = 0; i < n; ++i) row += std::string(i ? "|" : "") + (values[i] ? values[i] : "");
+          static_cast<std::vector<std::string> *>(out)->push_back(row);
+          return 0;
+        },
+        &rows, nullptr);
+    return rows;
+  };
+  EXPECT_EQ(query("SELECT name, title, id_key FROM alertdb_tables"),
+            std::vector<std::string>{"Sample_Table|Sample Title|1"});
+  auto fields = query(
+      "SELECT name, key_number, size, flags, description FROM alertdb_fields ORDER BY position");
+  ASSERT_EQ(fields.size(), 7u);
+  EXPECT_EQ(fields[0], "KEPOID|1|16|785|Record OID");
+  EXPECT_EQ(fields[6], "Replication|6|12|781|Replication");
+  EXPECT_EQ(query("SELECT count(*), sum(kind = 1) FROM alertdb_query_info"),
+            std::vector<std::string>{"6|1"});
+  EXPECT_EQ(query("SELECT t.name, mask, group_concat(value || '=' || text) FROM "
+                  "alertdb_query_types t LEFT JOIN alertdb_query_type_values v ON "
+                  "v.type_name = t.name GROUP BY t.name ORDER BY t.name"),
+            (std::vector<std::string>{"QInfo_None|0|", "QInfo_Svrty|97|0=None,1=CRITICAL"}));
+  sqlite3_close(db);
+}
+
+TEST_F(RecordStoreTest, LoadStringsBuildsBlocksFromArraysAndResources) {
+  const char *names[] = {"A", "", "Third"};
+  void *block = nullptr;
+  std::uint32_t aux = 0;
+  ASSERT_EQ(SchmLoadStrings(nullptr, &block, &aux, names, 0, 3), 0u);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(std::string(static_cast<char *>(block), aux), std::string("A\0\0Third\0", 9));
+  MemFree(block);
+  EXPECT_EQ(SchmLoadStrings(nullptr, nullptr, &aux, names, 0, 3), QDB_E_BADARG);
+  EXPECT_EQ(SchmLoadStrings(nullptr, &block, &aux, nullptr, 0, 3), QDB_E_BADARG);
+  // A handle that is not a module with strings yields no block.
+  EXPECT_NE(SchmLoadStrings(reinterpret_cast<HINSTANCE>(0x1234), &block, &aux, nullptr, 611, 3),
+            0u);
+  EXPECT_EQ(block, nullptr);
+}
+
+// -------------------------------------------------------------- round trips
+
+TEST_F(RecordStoreTest, EveryFieldRoundTripsByteForByte) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  t.fill(9, "short", 0xDEADBEEF);
+  // Bytes after a text's terminator belong to the record too.
+  std::memcpy(t.record.name + 6, "\x01\x02\xFF hidden", 10);
+  t.record.name[32] = '\x7F';
+  for (int i = 0; i < 8; ++i) t.record.stamp[i] = static_cast<unsigned char>(0xF0 + i);
+  std::memset(t.replication, 0xAB, sizeof t.replication);
+  alertdb_test::SampleRecord written = t.record;
+  ASSERT_EQ(QDBRecordAdd(h), 0u);
+
+  std::memset(&t.record, 0, sizeof t.record);
+  std::memset(t.replication, 0, sizeof t.replication);
+  ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &written.id, 1, 16), 0u);
+  EXPECT_EQ(std::memcmp(&t.record, &written, sizeof written), 0);
+  EXPECT_EQ(t.replication[11], 0xAB);
+}
+
+TEST_F(RecordStoreTest, FindMakesCurrentWithoutReadingAndReadFollows) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 1, "first", 10), 0u);
+  ASSERT_EQ(add(t, h, 2, "second", 20), 0u);
+  t.fill(0, "untouched", 0);
+  _GUID id;
+  std::memset(&id, 2, sizeof id);
+  ASSERT_EQ(QDBRecordFind(h, kIdKey, &id, 1, 16), 0u);
+  EXPECT_STREQ(t.record.name, "untouched");
+  ASSERT_EQ(QDBRecordRead(h), 0u);
+  EXPECT_STREQ(t.record.name, "second");
+  // Update writes the bound storage over the current record.
+  std::strcpy(t.record.name, "changed");
+  ASSERT_EQ(QDBRecordUpdate(h), 0u);
+  t.fill(0, "", 0);
+  ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
+  EXPECT_STREQ(t.record.name, "changed");
+
+  std::memset(&id, 7, sizeof id);
+  EXPECT_EQ(QDBRecordFind(h, kIdKey, &id, 1, 16), QDB_E_NOTFOUND);
+  EXPECT_EQ(QDBRecordFind(h, 99, &id, 1, 16), QDB_E_BADKEY);
+  EXPECT_EQ(QDBRecordFind(h, 0, &id, 1, 16), QDB_E_BADKEY);
+  EXPECT_EQ(QDBRecordFind(h, kIdKey, nullptr, 1, 16), QDB_E_BADARG);
+  EXPECT_EQ(QDBRecordFind(h, kIdKey, &id, 1, 0), QDB_E_BADARG);
+}
+
+// ----------------------------------------------------------------- key order
+
+TEST_F(RecordStoreTest, NumbersSortAsUnsignedNumbers) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  // Byte order would put 256 before 1 and 0x80000000 first.
+  std::uint32_t numbers[] = {256, 0x80000000u, 1, 0xFFFFFFFFu, 0, 65536};
+  std::uint8_t id = 1;
+  for (std::uint32_t n : numbers) {
+    ASSERT_EQ(add(t, h, id++, std::to_string(n).c_str(), n), 0u);
+  }
+  EXPECT_EQ(namesInOrder(t, h, kNumberKey),
+            (std::vector<std::string>{"0", "1", "256", "65536", "2147483648", "4294967295"}));
+  // 16-bit numbers too: the low 16 bits of each.
+  EXPECT_EQ(namesInOrder(t, h, kSmallKey),
+            (std::vector<std::string>{"2147483648", "0", "65536", "1", "256", "4294967295"}));
+}
+
+TEST_F(RecordStoreTest, ObjectIdsAndStampsSortInByteOrder) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  auto addWithId = [&](const char *name, std::uint8_t first, std::uint8_t last,
+                       std::uint8_t stampYear, std::uint8_t stampSecond) {
+    t.fill(0, name, 0);
+    std::memset(&t.record.id, 0, sizeof t.record.id);
+    reinterpret_cast<unsigned char *>(&t.record.id)[0] = first;
+    reinterpret_cast<unsigned char *>(&t.record.id)[15] = last;
+    t.record.stamp[0] = stampYear;
+    t.record.stamp[5] = stampSecond;
+    return QDBRecordAdd(h);
+  };
+  ASSERT_EQ(addWithId("b", 0x02, 0x00, 100, 0), 0u);
+  ASSERT_EQ(addWithId("a", 0x01, 0xFF, 100, 59), 0u);
+  ASSERT_EQ(addWithId("c", 0x80, 0x00, 99, 30), 0u);
+  ASSERT_EQ(addWithId("d", 0x02, 0x01, 101, 0), 0u);
+  EXPECT_EQ(namesInOrder(t, h, kIdKey), (std::vector<std::string>{"a", "b", "d", "c"}));
+  EXPECT_EQ(namesInOrder(t, h, kStampKey), (std::vector<std::string>{"c", "b", "a", "d"}));
+}
+
+TEST_F(RecordStoreTest, TextsSortInByteOrderUpToTheirTerminator) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  const char *names[] = {"b", "abc", "", "ab", "B", "\xC3\xA9"};
+  std::uint8_t id = 1;
+  for (const char *n : names) {
+    t.fill(id++, n, 0);
+    // What follows the terminator does not take part in the order.
+    std::memset(t.record.name + std::strlen(n) + 1, 'z', 5);
+    ASSERT_EQ(QDBRecordAdd(h), 0u);
+  }
+  EXPECT_EQ(namesInOrder(t, h, kNameKey),
+            (std::vector<std::string>{"", "B", "ab", "abc", "b", "\xC3\xA9"}));
+  // A search text is compared up to its terminator as well.
+  char key[33] = "ab\0zzzzzz";
+  ASSERT_EQ(QDBRecordFindAndRead(h, kNameKey, key, 1, sizeof key), 0u);
+  EXPECT_STREQ(t.record.name, "ab");
+}
+
+TEST_F(RecordStoreTest, EqualKeysKeepInsertionOrder) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  for (std::uint8_t i = 1; i <= 6; ++i) {
+    ASSERT_EQ(add(t, h, static_cast<std::uint8_t>(10 - i), ("n" + std::to_string(i)).c_str(),
+                  i % 2),
+              0u);
+  }
+  EXPECT_EQ(namesInOrder(t, h, kNumberKey),
+            (std::vector<std::string>{"n2", "n4", "n6", "n1", "n3", "n5"}));
+  // Find-and-read starts at the first of the equal keys; next goes on in order.
+  std::uint32_t one = 1;
+  ASSERT_EQ(QDBRecordFindAndRead(h, kNumberKey, &one, 1, 4), 0u);
+  EXPECT_STREQ(t.record.name, "n1");
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
+  EXPECT_STREQ(t.record.name, "n3");
+}
+
+TEST_F(RecordStoreTest, ShorterSearchValueFindsByPrefix) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 0x11, "a", 0), 0u);
+  ASSERT_EQ(add(t, h, 0x22, "b", 0), 0u);
+  unsigned char prefix[4] = {0x22, 0x22, 0x22, 0x22};
+  ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, prefix, 1, 4), 0u);
+  EXPECT_STREQ(t.record.name, "b");
+  prefix[3] = 0x23;
+  EXPECT_EQ(QDBRecordFind(h, kIdKey, prefix, 1, 4), QDB_E_NOTFOUND);
+}
+
+// --------------------------------------------------------------- unique keys
+
+TEST_F(RecordStoreTest, UniqueKeysRefuseDuplicatesOthersAllowThem) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 1, "same", 5), 0u);
+  EXPECT_EQ(add(t, h, 1, "other", 6), QDB_E_DUPLICATE);
+  EXPECT_EQ(add(t, h, 2, "same", 5), 0u);  // name and number are not unique
+  EXPECT_EQ(namesInOrder(t, h, kIdKey), (std::vector<std::string>{"same", "same"}));
+
+  // An update that would duplicate the unique key is refused and changes nothing.
+  _GUID id;
+  std::memset(&id, 2, sizeof id);
+  ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
+  std::memset(&t.record.id, 1, sizeof t.record.id);
+  std::strcpy(t.record.name, "clash");
+  EXPECT_EQ(QDBRecordUpdate(h), QDB_E_DUPLICATE);
+  ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
+  EXPECT_STREQ(t.record.name, "same");
+}
+
+// -------------------------------------------------------------------- cursor
+
+TEST_F(RecordStoreTest, DeletingWhileEnumeratingGoesOnAfterTheDeletedRecord) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  for (std::uint8_t i = 0; i < 10; ++i) {
+    ASSERT_EQ(add(t, h, static_cast<std::uint8_t>(i + 1), std::to_string(i).c_str(), i / 2), 0u);
+  }
+  // Delete every record with an odd name while walking the number order.
+  std::vector<std::string> seen;
+  for (std::uint32_t r = QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst); r == 0;
+       r = QDBRecordSkipAndRead(h, kNumberKey, kSkipNext)) {
+    seen.push_back(t.record.name);
+    if (std::atoi(t.record.name) % 2) {
+      ASSERT_EQ(QDBRecordDelete(h), 0u);
+    }
+  }
+  EXPECT_EQ(seen.size(), 10u);
+  EXPECT_EQ(namesInOrder(t, h, kNumberKey),
+            (std::vector<std::string>{"0", "2", "4", "6", "8"}));
+
+  // The deleted record cannot be read, updated or deleted again.
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
+  ASSERT_EQ(QDBRecordDelete(h), 0u);
+  EXPECT_EQ(QDBRecordRead(h), QDB_E_NOCURRENT);
+  EXPECT_EQ(QDBRecordUpdate(h), QDB_E_NOCURRENT);
+  EXPECT_EQ(QDBRecordDelete(h), QDB_E_NOCURRENT);
+  // Deleting them all as we go leaves nothing.
+  for (std::uint32_t r = QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst); r == 0;
+       r = QDBRecordSkipAndRead(h, kNumberKey, kSkipNext)) {
+    ASSERT_EQ(QDBRecordDelete(h), 0u);
+  }
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), QDB_E_NOTFOUND);
+}
+
+TEST_F(RecordStoreTest, NextFollowsTheKeyAskedForAndAddsDoNotMoveIt) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 3, "c", 1), 0u);
+  ASSERT_EQ(add(t, h, 1, "a", 3), 0u);
+  ASSERT_EQ(add(t, h, 2, "b", 2), 0u);
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kIdKey, kSkipNext), QDB_E_NOCURRENT);
+  // Made current by ID, walked on by number.
+  _GUID id;
+  std::memset(&id, 2, sizeof id);
+  ASSERT_EQ(QDBRecordFind(h, kIdKey, &id, 1, 16), 0u);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
+  EXPECT_STREQ(t.record.name, "a");
+  // A record added after the current one in the order is reached; the position stays.
+  ASSERT_EQ(add(t, h, 4, "d", 4), 0u);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
+  EXPECT_STREQ(t.record.name, "d");
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), QDB_E_NOTFOUND);
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, 2), QDB_E_BADARG);
+  EXPECT_EQ(QDBRecordSkipAndRead(h, 42, kSkipFirst), QDB_E_BADKEY);
+}
+
+// ----------------------------------------------------------------- bad input
+
+TEST_F(RecordStoreTest, NullUnknownAndClosedHandlesAreRefused) {
+  KEPDB *bogus = reinterpret_cast<KEPDB *>(0x1234);
+  for (KEPDB *h : {static_cast<KEPDB *>(nullptr), bogus}) {
+    EXPECT_EQ(QDBRecordAdd(h), QDB_E_BADHANDLE);
+    EXPECT_EQ(QDBRecordRead(h), QDB_E_BADHANDLE);
+    EXPECT_EQ(QDBRecordSkipAndRead(h, 1, kSkipFirst), QDB_E_BADHANDLE);
+    EXPECT_EQ(QDBFileLock(h), QDB_E_BADHANDLE);
+    EXPECT_EQ(QDBDone(h), QDB_E_BADHANDLE);
+  }
+  SampleTable t;
+  KEPDB *h = QDBInit(0, dataPath("Store.dat").c_str(), kOpenCreate, 1);
+  ASSERT_NE(h, nullptr);
+  ASSERT_EQ(t.create(h), 0u);
+  ASSERT_EQ(QDBDone(h), 0u);
+  EXPECT_EQ(QDBDone(h), QDB_E_BADHANDLE);
+  EXPECT_EQ(QDBRecordAdd(h), QDB_E_BADHANDLE);
+  EXPECT_EQ(t.select(h), QDB_E_BADHANDLE);
+  // A handle without a selected table.
+  KEPDB *bare = open("Store.dat", kOpenExisting);
+  EXPECT_EQ(QDBRecordAdd(bare), QDB_E_NOTABLE);
+  EXPECT_EQ(QDBRecordSkipAndRead(bare, 1, kSkipFirst), QDB_E_NOTABLE);
+}
+
+// --------------------------------------------------------- locks and sharing
+
+TEST_F(RecordStoreTest, HandlesOfOneThreadShareTheFileLock) {
+  SampleTable a, b;
+  KEPDB *ha = createSample(a);
+  KEPDB *hb = open("Store.dat", kOpenExisting);
+  ASSERT_EQ(b.select(hb), 0u);
+  ASSERT_EQ(QDBFileLock(ha), 0u);
+  // Written through the other handle, inside the same transaction.
+  ASSERT_EQ(add(b, hb, 1, "under lock", 1), 0u);
+  EXPECT_EQ(namesInOrder(a, ha, kIdKey), std::vector<std::string>{"under lock"});
+  EXPECT_EQ(QDBFileUnlock(hb), 0u);
+  EXPECT_EQ(QDBFileUnlock(ha), QDB_E_LOCKSTATE);
+  EXPECT_EQ(QDBReadUnlock(ha), QDB_E_LOCKSTATE);
+  // Read locks nest and refuse a write lock inside them.
+  ASSERT_EQ(QDBReadLock(ha), 0u);
+  ASSERT_EQ(QDBReadLock(hb), 0u);
+  EXPECT_EQ(QDBFileLock(ha), QDB_E_LOCKSTATE);
+  EXPECT_EQ(QDBReadUnlock(ha), 0u);
+  EXPECT_EQ(QDBReadUnlock(hb), 0u);
+}
+
+TEST_F(RecordStoreTest, ClosingTheLastHandleUnderLockDropsTheUncommittedWrites) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 1, "kept", 1), 0u);
+  ASSERT_EQ(QDBFileLock(h), 0u);
+  ASSERT_EQ(add(t, h, 2, "dropped", 2), 0u);
+  close(h);
+  SampleTable reader;
+  KEPDB *r = open("Store.dat", kOpenExisting);
+  ASSERT_EQ(reader.select(r), 0u);
+  EXPECT_EQ(namesInOrder(reader, r, kIdKey), std::vector<std::string>{"kept"});
+}
+
+TEST_F(RecordStoreTest, AnotherThreadWaitsForTheLockInsteadOfFailing) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(QDBFileLock(h), 0u);
+  ASSERT_EQ(add(t, h, 1, "first", 1), 0u);
+  std::atomic<bool> done{false};
+  std::uint32_t otherResult = 99;
+  std::thread other([&] {
+    SampleTable mine;
+    KEPDB *own = QDBInit(0, dataPath("Store.dat").c_str(), kOpenExisting, 1);
+    if (own && mine.select(own) == 0) {
+      mine.fill(2, "second", 2);
+      otherResult = QDBRecordAdd(own);
+    }
+    QDBDone(own);
+    done = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_FALSE(done.load());  // held up by our lock
+  ASSERT_EQ(QDBFileUnlock(h), 0u);
+  other.join();
+  EXPECT_EQ(otherResult, 0u);
+  EXPECT_EQ(namesInOrder(t, h, kIdKey), (std::vector<std::string>{"first", "second"}));
+}
+
+// ------------------------------------------------------- several processes
+
+TEST_F(RecordStoreTest, SecondProcessSeesWhatTheFirstCommitted) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 1, "parent", 1), 0u);
+  {
+    ChildProcess child("store_child", {"count", dataPath("Store.dat")});
+    EXPECT_EQ(child.readLine(), "1");
+    EXPECT_EQ(child.wait(), 0);
+  }
+  {
+    ChildProcess child("store_child", {"add", dataPath("Store.dat"), "1", "3"});
+    EXPECT_EQ(child.readLine(), "added 1");
+    EXPECT_EQ(child.wait(), 0);
+  }
+  EXPECT_EQ(namesInOrder(t, h, kNumberKey).size(), 4u);
+}
+
+TEST_F(RecordStoreTest, WritesUnderTheFileLockAreSeenOnlyAfterTheUnlock) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ChildProcess child("store_child", {"lock-add", dataPath("Store.dat"), "5"});
+  ASSERT_EQ(child.readLine(), "added");
+  EXPECT_TRUE(namesInOrder(t, h, kIdKey).empty());
+  child.writeLine("go");
+  ASSERT_EQ(child.readLine(), "unlocked");
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(namesInOrder(t, h, kIdKey).size(), 5u);
+}
+
+TEST_F(RecordStoreTest, KilledWriterLosesNoAddThatReturnedSuccess) {
+  {
+    SampleTable t;
+    KEPDB *h = createSample(t);
+    close(h);
+  }
+  ChildProcess child("store_child", {"add", dataPath("Store.dat"), "0", "100000"});
+  std::uint32_t confirmed = 0;
+  for (int i = 0; i < 150; ++i) {
+    std::string line = child.readLine();
+    ASSERT_EQ(line.rfind("added ", 0), 0u) << line;
+    confirmed = static_cast<std::uint32_t>(std::stoul(line.substr(6))) + 1;
+  }
+  child.kill(SIGKILL);
+  int status = child.wait();
+  ASSERT_TRUE(WIFSIGNALED(status));
+  // Anything the child wrote after its last report may or may not be there.
+  SampleTable reader;
+  KEPDB *h = open("Store.dat", kOpenExisting);
+  ASSERT_NE(h, nullptr);
+  ASSERT_EQ(reader.select(h), 0u);
+  std::vector<std::string> names = namesInOrder(reader, h, kNumberKey);
+  ASSERT_GE(names.size(), confirmed);
+  for (std::uint32_t n = 0; n < confirmed; ++n) {
+    EXPECT_EQ(names[n], "child" + std::to_string(n));
+  }
+}
+
+}  // namespace

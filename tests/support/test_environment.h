@@ -1,0 +1,29 @@
+// Every test runs in its own data directory and event namespace, so that
+// ctest can run tests in parallel.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace alertdb_test {
+
+class IsolatedTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // The test's data directory (ALERTDB_DATA_DIR), created empty.
+  const std::string &dataDir() const { return dataDir_; }
+  // A path inside the data directory.
+  std::string dataPath(const std::string &name) const { return dataDir_ + "/" + name; }
+
+  static void writeFile(const std::string &path, const std::string &bytes);
+  static std::string readFile(const std::string &path);
+  static bool fileExists(const std::string &path);
+
+ private:
+  std::string dataDir_;
+};
+
+}  // namespace alertdb_test
