@@ -1,6 +1,13 @@
 // AlertDB: the alerting database library. A client program includes only this.
 #pragma once
 
+#include "events/event_resp_table.h"
+#include "framework/alert_db_table.h"
+#include "framework/alert_status.h"
+#include "framework/file_locks.h"
+#include "framework/open_or_create.h"
+#include "text/severity_texts.h"
+
 #include "platform/buffer_cipher.h"
 #include "platform/char_set.h"
 #include "platform/dos_time.h"

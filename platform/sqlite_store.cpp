@@ -726,21 +726,21 @@ std::uint32_t SqliteSession::next(TableHandle &handle, const KeyDef &key, const 
                                   std::int64_t seq, Row *out) {
   auto &t = static_cast<SqliteTable &>(handle);
   auto &k = t.keys[key.keyNumber];
-  std::string column = keyColumn(key.keyNumber);
-  std::string from = "SELECT seq, record FROM " + t.quotedName() + " WHERE ";
-  // Two indexed seeks: later records with the same key, then greater keys.
-  if (!k.nextEqual.ready()) {
-    std::uint32_t r =
-        prepare(k.nextEqual, from + column + "=? AND seq>? ORDER BY " + column + ", seq LIMIT 1");
+  if (!k.nextGreater.ready()) {
+    std::string column = keyColumn(key.keyNumber);
+    std::string from = "SELECT seq, record FROM " + t.quotedName() + " WHERE ";
+    std::string order = " ORDER BY " + column + ", seq LIMIT 1";
+    std::uint32_t r = prepare(k.nextEqual, from + column + "=? AND seq>?" + order);
+    if (r == QDB_OK) r = prepare(k.nextGreater, from + column + ">?" + order);
     if (r != QDB_OK) return r;
   }
-  bindKey(k.nextEqual.get(), 1, value);
-  sqlite3_bind_int64(k.nextEqual.get(), 2, seq);
-  std::uint32_t r = fetchRow(k.nextEqual, out);
-  if (r != QDB_E_NOTFOUND) return r;
-  if (!k.nextGreater.ready()) {
-    r = prepare(k.nextGreater, from + column + ">? ORDER BY " + column + ", seq LIMIT 1");
-    if (r != QDB_OK) return r;
+  // Two indexed seeks: later records with the same key (none when the key
+  // is unique), then greater keys.
+  if (!key.unique) {
+    bindKey(k.nextEqual.get(), 1, value);
+    sqlite3_bind_int64(k.nextEqual.get(), 2, seq);
+    std::uint32_t r = fetchRow(k.nextEqual, out);
+    if (r != QDB_E_NOTFOUND) return r;
   }
   bindKey(k.nextGreater.get(), 1, value);
   return fetchRow(k.nextGreater, out);

@@ -1,0 +1,83 @@
+#include <cstring>
+
+#include "framework/file_locks.h"
+#include "framework/link_table_probe.h"
+#include "platform/record_store.h"
+#include "support/child_process.h"
+#include "support/test_environment.h"
+
+using alertdb_test::ChangeEventWatch;
+using alertdb_test::ChildProcess;
+using alertdb_test::makeLink;
+using alertdb_test::ProbedLinkTable;
+
+namespace {
+
+class ChangeSignalTest : public alertdb_test::IsolatedTest {};
+
+TEST_F(ChangeSignalTest, ChangesSetTheEventAndNothingResetsIt) {
+  ProbedLinkTable table;
+  ASSERT_EQ(table.DBCreate(), 0u);
+  ChangeEventWatch watch;
+  watch.reset();
+  ALRTEVENT_RESPREC link = makeLink(1, 2);
+  _GUID id{};
+  ASSERT_EQ(table.DBAlertRecAdd(&link, &id), 0u);
+  EXPECT_TRUE(watch.signalled());
+  // Further changes and reads leave it set.
+  ALRTEVENT_RESPREC other = makeLink(1, 3);
+  ASSERT_EQ(table.DBAlertRecAdd(&other, &id), 0u);
+  ALRTEVENT_RESPREC read{};
+  ASSERT_EQ(table.DBAlertRecRetrieve(&id, &read), 0u);
+  EXPECT_TRUE(watch.signalled());
+  EXPECT_TRUE(watch.signalled());
+}
+
+TEST_F(ChangeSignalTest, FailedChangesAndReadsDoNotSignal) {
+  ProbedLinkTable table;
+  ASSERT_EQ(table.DBCreate(), 0u);
+  ALRTEVENT_RESPREC link = makeLink(1, 2);
+  _GUID id{};
+  ASSERT_EQ(table.DBAlertRecAdd(&link, &id), 0u);
+  ChangeEventWatch watch;
+  watch.reset();
+  ALRTEVENT_RESPREC dup = makeLink(1, 2);
+  EXPECT_EQ(table.DBAlertRecAdd(&dup, &id), ALRT_E_LINKEXISTS);
+  ALRTEVENT_RESPREC read{};
+  table.DBAlertRecRetrieve(&link.KEPOID, &read);
+  table.DBAlertRecFind(&link.KEPOID);
+  table.DBAlertRecFindFirst(42, 0, nullptr, &read);
+  table.DBAlertRecFindNext(&read);
+  ProbedLinkTable closed("Never.dat");
+  ALRTEVENT_RESPREC fresh = makeLink(4, 4);
+  EXPECT_EQ(closed.DBAlertRecAdd(&fresh, &id), ALRT_E_ADDFAILED);
+  EXPECT_FALSE(watch.signalled());
+}
+
+TEST_F(ChangeSignalTest, AChangeInAnotherProcessSignalsThisOne) {
+  ProbedLinkTable table;
+  ASSERT_EQ(table.DBCreate(), 0u);
+  ChangeEventWatch watch;
+  watch.reset();
+  ChildProcess child("link_child", {});
+  EXPECT_EQ(child.readLine(), "added");
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_TRUE(watch.signalled());
+}
+
+TEST_F(ChangeSignalTest, FileLocksPassTheStoresResults) {
+  ProbedLinkTable table;
+  ASSERT_EQ(table.DBCreate(), 0u);
+  EXPECT_EQ(DBFileUnlock(table.m_hTable), platform::QDB_E_LOCKSTATE);
+  ASSERT_EQ(DBFileLock(table.m_hTable), 0u);
+  ALRTEVENT_RESPREC link = makeLink(1, 2);
+  _GUID id{};
+  ASSERT_EQ(table.DBAlertRecAdd(&link, &id), 0u);
+  EXPECT_EQ(DBFileUnlock(table.m_hTable), 0u);
+  EXPECT_EQ(DBReadLock(table.m_hTable), 0u);
+  EXPECT_EQ(DBReadUnlock(table.m_hTable), 0u);
+  EXPECT_EQ(DBFileLock(nullptr), platform::QDB_E_BADHANDLE);
+  EXPECT_EQ(DBReadUnlock(nullptr), platform::QDB_E_BADHANDLE);
+}
+
+}  // namespace

@@ -1,0 +1,113 @@
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "framework/link_table_probe.h"
+#include "support/test_environment.h"
+
+using alertdb_test::makeLink;
+using alertdb_test::ProbedLinkTable;
+
+namespace {
+
+class TableBaseTest : public alertdb_test::IsolatedTest {};
+
+TEST_F(TableBaseTest, PathJoinsTheDataDirectoryAndTheFileName) {
+  ProbedLinkTable byDefault;
+  EXPECT_EQ(std::string(byDefault.m_szFilePath), dataPath("AlEvntdb.dat"));
+  ProbedLinkTable nullName(nullptr);
+  EXPECT_EQ(std::string(nullName.m_szFilePath), dataPath("AlEvntdb.dat"));
+  ProbedLinkTable named("Links.dat");
+  EXPECT_EQ(std::string(named.m_szFilePath), dataPath("Links.dat"));
+
+  // Without a data directory the file name alone is the path.
+  unsetenv("ALERTDB_DATA_DIR");
+  ProbedLinkTable bare("Links.dat");
+  EXPECT_STREQ(bare.m_szFilePath, "Links.dat");
+
+  // A path that does not fit is not cut into another file's name.
+  setenv("ALERTDB_DATA_DIR", ("/" + std::string(250, 'd')).c_str(), 1);
+  ProbedLinkTable tooLong("Links.dat");
+  EXPECT_STREQ(tooLong.m_szFilePath, "");
+}
+
+TEST_F(TableBaseTest, TemplatesCoverTheRecordBufferExactly) {
+  ProbedLinkTable table;
+  auto *buffer = reinterpret_cast<unsigned char *>(table.m_pRecordBuffer);
+  EXPECT_EQ(table.m_pFieldTemplates[0].storage, buffer);
+  EXPECT_EQ(table.m_pFieldTemplates[1].storage, buffer + 16);
+  EXPECT_EQ(table.m_pFieldTemplates[2].storage, buffer + 32);
+  EXPECT_EQ(static_cast<unsigned char *>(table.m_pFieldTemplates[2].storage) +
+                table.m_pFieldTemplates[2].size,
+            buffer + sizeof(ALRTEVENT_RESPREC));
+  EXPECT_EQ(table.m_pFieldTemplates[3].storage, table.m_Replication);
+  EXPECT_EQ(sizeof(platform::FieldTemplate), 32u);
+}
+
+TEST_F(TableBaseTest, WithoutRecordBufferEveryOperationIsRefusedAndNoFileIsMade) {
+  ProbedLinkTable table;
+  table.dropRecordBuffer();
+  EXPECT_EQ(table.IsReady(), 65535u);
+  ALRTEVENT_RESPREC link = makeLink(1, 2);
+  _GUID id = alertdb_test::makeId(3);
+  EXPECT_EQ(table.DBOpen(), ALRT_E_NOTOPEN);
+  EXPECT_EQ(table.DBCreate(), ALRT_E_NOTOPEN);
+  EXPECT_EQ(table.DBAlertRecAdd(&link, &id), ALRT_E_NOTOPEN);
+  EXPECT_EQ(table.DBAlertRecUpdate(&link), ALRT_E_NOTOPEN);
+  link.KEPOID = id;
+  EXPECT_EQ(table.DBAlertRecRetrieve(&id, &link), ALRT_E_NOTOPEN);
+  EXPECT_EQ(table.DBAlertRecFind(&id), ALRT_E_NOTOPEN);
+  EXPECT_EQ(table.DBAlertRecFindFirst(42, 0, nullptr, &link), ALRT_E_NOTOPEN);
+  EXPECT_EQ(table.DBAlertRecFindNext(&link), ALRT_E_NOTOPEN);
+  EXPECT_EQ(table.DBAlertRecDelete(&id), ALRT_E_NOTOPEN);
+  EXPECT_EQ(table.m_hTable, nullptr);
+  EXPECT_FALSE(fileExists(dataPath("AlEvntdb.dat")));
+}
+
+TEST_F(TableBaseTest, ObjectNeverOpenedTouchesNoFile) {
+  { ProbedLinkTable table; }
+  { ProbedLinkTable table("Other.dat"); }
+  EXPECT_FALSE(fileExists(dataPath("AlEvntdb.dat")));
+  EXPECT_FALSE(fileExists(dataPath("Other.dat")));
+}
+
+TEST_F(TableBaseTest, CreateObjectIdGivesFreshIds) {
+  ProbedLinkTable table;
+  EXPECT_EQ(table.CreateObjectId(nullptr), 65535u);
+  _GUID a, b;
+  ASSERT_EQ(table.CreateObjectId(&a), 0u);
+  ASSERT_EQ(table.CreateObjectId(&b), 0u);
+  EXPECT_NE(std::memcmp(&a, &b, sizeof a), 0);
+}
+
+TEST_F(TableBaseTest, CopiesAreIndependentObjectsOfTheSameTableAndFile) {
+  ProbedLinkTable original("Links.dat");
+  ASSERT_EQ(original.DBCreate(), 0u);
+  ALRTEVENT_RESPREC link = makeLink(1, 2);
+  _GUID id;
+  ASSERT_EQ(original.DBAlertRecAdd(&link, &id), 0u);
+
+  auto *copy = new ProbedLinkTable(original);
+  EXPECT_EQ(copy->m_hTable, nullptr);
+  EXPECT_NE(copy->m_pRecordBuffer, original.m_pRecordBuffer);
+  EXPECT_STREQ(copy->m_szFilePath, original.m_szFilePath);
+  EXPECT_EQ(copy->m_pFieldTemplates[0].storage, copy->m_pRecordBuffer);
+  ASSERT_EQ(copy->DBOpen(), 0u);
+  ALRTEVENT_RESPREC read{};
+  EXPECT_EQ(copy->DBAlertRecRetrieve(&id, &read), 0u);
+  delete copy;
+  // The original keeps its own handle and buffers.
+  read = {};
+  EXPECT_EQ(original.DBAlertRecRetrieve(&id, &read), 0u);
+
+  ProbedLinkTable assigned;
+  ASSERT_EQ(assigned.DBCreate(), 0u);
+  assigned = original;
+  EXPECT_EQ(assigned.m_hTable, nullptr);
+  EXPECT_STREQ(assigned.m_szFilePath, original.m_szFilePath);
+  ASSERT_EQ(assigned.DBOpen(), 0u);
+  read = {};
+  EXPECT_EQ(assigned.DBAlertRecRetrieve(&id, &read), 0u);
+}
+
+}  // namespace
