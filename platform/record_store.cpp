@@ -284,8 +284,12 @@ std::uint32_t SchmLoadStrings(HINSTANCE instance, void **block, std::uint32_t *a
                               const char *const *strings, std::uint32_t firstId,
                               std::uint32_t count) {
   if (!block || !aux) return QDB_E_BADARG;
-  *block = nullptr;
-  *aux = 0;
+  // The outputs may be members of a packed descriptor: written byte-wise.
+  auto output = [&](void *memory, std::uint32_t size) {
+    std::memcpy(block, &memory, sizeof memory);
+    std::memcpy(aux, &size, sizeof size);
+  };
+  output(nullptr, 0);
   try {
     std::string bytes;
     if (instance) {
@@ -310,8 +314,7 @@ std::uint32_t SchmLoadStrings(HINSTANCE instance, void **block, std::uint32_t *a
     void *memory = MemAlloc(kMemMovableZeroed, static_cast<std::uint32_t>(bytes.size() + 1));
     if (!memory) return QDB_E_NOMEMORY;
     std::memcpy(memory, bytes.data(), bytes.size());
-    *block = memory;
-    *aux = static_cast<std::uint32_t>(bytes.size());
+    output(memory, static_cast<std::uint32_t>(bytes.size()));
     return QDB_OK;
   } catch (...) {
     return QDB_E_NOMEMORY;
