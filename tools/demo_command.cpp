@@ -1,4 +1,5 @@
-// The main job: prepare the data directory and report what it holds.
+// The main job: prepare the data directory, run what the library can do so
+// far end to end, and report what the data files hold.
 #include <cstdio>
 #include <string>
 
@@ -6,6 +7,40 @@
 #include "tools/commands.h"
 
 namespace alertdb_tool {
+
+namespace {
+
+// Links an event class to a response and reads the link back, as the alert
+// manager does when an event comes in.
+bool linkEventToResponse() {
+  CAlertEVENT_RESPDB links;
+  std::uint32_t status = OpenOrCreate(links);
+  if (status != 0) status = links.DBCreate();
+  if (status != 0) {
+    std::printf("event-response links: cannot open (status %#x)\n", status);
+    return false;
+  }
+  ALRTEVENT_RESPREC link{};
+  platform::CoCreateGuid(&link.EventClassOID);
+  platform::CoCreateGuid(&link.ResponseOID);
+  _GUID id{};
+  status = links.DBAlertRecAdd(&link, &id);
+  ALRTEVENT_RESPREC again = link;
+  again.KEPOID = {};
+  std::uint32_t duplicate = links.DBAlertRecAdd(&again, &id);
+  ALRTEVENT_RESPREC read{};
+  std::uint32_t found = links.DBAlertRecRetrieve(&link.KEPOID, &read);
+  char severity[128] = {};
+  GetSeverityText(severity, 1, AlertDBModuleHandle());
+  std::printf("linked event class %s to response %s: %s; the same link again: %s; read back: %s\n",
+              platform::GuidToString(link.EventClassOID).c_str(),
+              platform::GuidToString(link.ResponseOID).c_str(), status == 0 ? "ok" : "failed",
+              duplicate == ALRT_E_LINKEXISTS ? "refused" : "accepted", found == 0 ? "ok" : "failed");
+  std::printf("severity 1 reads \"%s\"\n", severity);
+  return status == 0 && duplicate == ALRT_E_LINKEXISTS && found == 0;
+}
+
+}  // namespace
 
 int runDemo(const Arguments &) {
   std::printf("data directory: %s\n", dataDirectory().c_str());
@@ -21,6 +56,7 @@ int runDemo(const Arguments &) {
     }
     platform::QDBDone(h);
   }
+  if (!linkEventToResponse()) ++failures;
   if (runTables({}) != 0) ++failures;
   return failures == 0 ? 0 : 1;
 }
