@@ -2,22 +2,19 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <string>
+
+#include "platform/file_system_internal.h"
 
 namespace platform {
 
-namespace {
-
-bool exists(const std::string &path) {
-  struct stat st;
-  return ::stat(path.c_str(), &st) == 0;
-}
+namespace fs {
 
 std::string directoryOf(const std::string &path) {
   std::size_t slash = path.rfind('/');
@@ -33,6 +30,39 @@ void syncDirectory(const std::string &dir) {
   }
 }
 
+}  // namespace fs
+
+namespace {
+
+bool exists(const std::string &path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0;
+}
+
+// ASCII only: the result must not depend on the process locale.
+bool equalIgnoringCase(const char *a, const char *b) {
+  for (;; ++a, ++b) {
+    unsigned char x = static_cast<unsigned char>(*a), y = static_cast<unsigned char>(*b);
+    if (x >= 'A' && x <= 'Z') x = static_cast<unsigned char>(x - 'A' + 'a');
+    if (y >= 'A' && y <= 'Z') y = static_cast<unsigned char>(y - 'A' + 'a');
+    if (x != y) return false;
+    if (x == '\0') return true;
+  }
+}
+
+bool writeAll(int fd, const char *bytes, std::size_t length) {
+  while (length > 0) {
+    ssize_t n = ::write(fd, bytes, length);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    bytes += n;
+    length -= static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
 bool copyContents(int from, int to) {
   char buffer[65536];
   for (;;) {
@@ -42,15 +72,45 @@ bool copyContents(int from, int to) {
       if (errno == EINTR) continue;
       return false;
     }
-    for (ssize_t done = 0; done < n;) {
-      ssize_t w = ::write(to, buffer + done, static_cast<std::size_t>(n - done));
-      if (w < 0) {
-        if (errno == EINTR) continue;
-        return false;
-      }
-      done += w;
-    }
+    if (!writeAll(to, buffer, static_cast<std::size_t>(n))) return false;
   }
+}
+
+std::uint32_t copyFile(const char *source, const char *destination) {
+  const std::string from = ResolveFileName(source);
+  const std::string to = ResolveFileName(destination);
+  const bool destinationExisted = exists(to);
+  // Every name is built before any descriptor is open, so nothing leaks if
+  // building one throws.
+  const std::string dir = fs::directoryOf(to);
+  // The temporary file sits beside the destination so that rename() is atomic.
+  std::string temp = (dir == "/" ? dir : dir + "/") + ".alertdb-copy-XXXXXX";
+  const std::string wal = to + "-wal", shm = to + "-shm";
+
+  int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+  if (in < 0) return 1;
+  int out = ::mkostemp(temp.data(), O_CLOEXEC);
+  if (out < 0) {
+    ::close(in);
+    return 1;
+  }
+  struct stat st;
+  bool ok = copyContents(in, out) && ::fstat(in, &st) == 0 &&
+            ::fchmod(out, st.st_mode & 07777) == 0 && ::fsync(out) == 0;
+  ::close(in);
+  ok = ::close(out) == 0 && ok;
+  if (ok && !destinationExisted) {
+    // Journals beside a file that did not exist belong to a deleted store; they
+    // go before the copy appears, or a store opened on it would replay them.
+    ::unlink(wal.c_str());
+    ::unlink(shm.c_str());
+  }
+  if (!ok || ::rename(temp.c_str(), to.c_str()) != 0) {
+    ::unlink(temp.c_str());
+    return 1;
+  }
+  fs::syncDirectory(dir);
+  return 0;
 }
 
 }  // namespace
@@ -60,19 +120,19 @@ void NameStripFile(char *path) {
   char *slash = std::strrchr(path, '/');
   if (!slash) {
     path[0] = '\0';
-  } else if (slash == path) {
-    path[1] = '\0';
-  } else {
-    *slash = '\0';
+    return;
   }
+  // "a//b" leaves "a", and the root stays the root.
+  while (slash > path && slash[-1] == '/') --slash;
+  slash[slash == path ? 1 : 0] = '\0';
 }
 
 void NameAppendFile(char *path, const char *name) {
   if (!path || !name) return;
   std::size_t length = std::strlen(path);
-  if (length > 0 && path[length - 1] != '/') {
-    path[length++] = '/';
-    path[length] = '\0';
+  if (length > 0) {
+    while (*name == '/') ++name;
+    if (path[length - 1] != '/') path[length++] = '/';
   }
   std::strcpy(path + length, name);
 }
@@ -80,34 +140,47 @@ void NameAppendFile(char *path, const char *name) {
 void NameStripExtension(char *path) {
   if (!path) return;
   char *slash = std::strrchr(path, '/');
-  char *dot = std::strrchr(slash ? slash : path, '.');
-  if (dot && dot != (slash ? slash + 1 : path)) *dot = '\0';
+  char *name = slash ? slash + 1 : path;
+  char *dot = std::strrchr(name, '.');
+  // A leading point names a hidden file; it is not an extension.
+  if (dot && dot != name) *dot = '\0';
 }
 
 void NameAppendExtension(char *path, const char *extension) {
   if (!path || !extension) return;
-  std::strcat(path, ".");
-  std::strcat(path, extension);
+  if (*extension == '.') ++extension;
+  if (*extension == '\0') return;
+  std::size_t length = std::strlen(path);
+  path[length] = '.';
+  std::strcpy(path + length + 1, extension);
 }
 
 std::string ResolveFileName(const std::string &path) {
-  if (path.empty() || exists(path)) return path;
-  std::size_t slash = path.rfind('/');
-  std::string dir = slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
-  std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-  if (name.empty()) return path;
-  DIR *d = ::opendir(dir.c_str());
-  if (!d) return path;
-  std::string found;
-  while (dirent *entry = ::readdir(d)) {
-    if (::strcasecmp(entry->d_name, name.c_str()) == 0) {
-      found = entry->d_name;
-      break;
+  try {
+    if (path.empty() || exists(path)) return path;
+    const std::size_t slash = path.rfind('/');
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    if (name.empty()) return path;
+    std::unique_ptr<DIR, int (*)(DIR *)> dir(::opendir(fs::directoryOf(path).c_str()), ::closedir);
+    if (!dir) return path;
+    // Of several names differing only in case, take the smallest so that the
+    // choice does not depend on directory order.
+    std::string found;
+    while (const dirent *entry = ::readdir(dir.get())) {
+      if (equalIgnoringCase(entry->d_name, name.c_str()) &&
+          (found.empty() || std::strcmp(entry->d_name, found.c_str()) < 0)) {
+        found = entry->d_name;
+      }
+    }
+    if (found.empty()) return path;
+    return path.substr(0, slash == std::string::npos ? 0 : slash + 1) + found;
+  } catch (...) {
+    try {
+      return path;
+    } catch (...) {
+      return {};
     }
   }
-  ::closedir(d);
-  if (found.empty()) return path;
-  return slash == std::string::npos ? found : path.substr(0, slash + 1) + found;
 }
 
 std::uint32_t FileExists(const char *path) {
@@ -122,35 +195,7 @@ std::uint32_t FileExists(const char *path) {
 std::uint32_t FileCopy(const char *source, const char *destination, std::uint32_t) {
   if (!source || !destination || !*source || !*destination) return 1;
   try {
-    std::string from = ResolveFileName(source);
-    std::string to = ResolveFileName(destination);
-    bool destinationExisted = exists(to);
-    int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in < 0) return 1;
-    std::string temp = directoryOf(to) + "/.alertdb-copy-XXXXXX";
-    int out = ::mkstemp(temp.data());
-    if (out < 0) {
-      ::close(in);
-      return 1;
-    }
-    struct stat st;
-    bool ok = copyContents(in, out) && ::fstat(in, &st) == 0 &&
-              ::fchmod(out, st.st_mode & 07777) == 0 && ::fsync(out) == 0;
-    ::close(in);
-    ok = ::close(out) == 0 && ok;
-    // The rename replaces the destination whole or not at all.
-    if (!ok || ::rename(temp.c_str(), to.c_str()) != 0) {
-      ::unlink(temp.c_str());
-      return 1;
-    }
-    if (!destinationExisted) {
-      // Journals beside a file that did not exist belong to a deleted store
-      // and would be replayed onto the copy.
-      ::unlink((to + "-wal").c_str());
-      ::unlink((to + "-shm").c_str());
-    }
-    syncDirectory(directoryOf(to));
-    return 0;
+    return copyFile(source, destination);
   } catch (...) {
     return 1;
   }

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "platform/file_names.h"
+#include "platform/file_system_internal.h"
 #include "platform/store_backend_internal.h"
 
 namespace platform::store {
@@ -205,20 +206,6 @@ FileState inspect(const std::string &path) {
   return version < kFormatVersion ? FileState::OldFormat : FileState::Store;
 }
 
-std::string directoryOf(const std::string &path) {
-  std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-void syncDirectory(const std::string &dir) {
-  int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd >= 0) {
-    ::fsync(fd);
-    ::close(fd);
-  }
-}
-
 int execute(sqlite3 *db, const char *sql) { return sqlite3_exec(db, sql, nullptr, nullptr, nullptr); }
 
 sqlite3 *openConnection(const std::string &path) {
@@ -237,7 +224,7 @@ sqlite3 *openConnection(const std::string &path) {
 // Builds a new, empty store beside `path` and links it into place, so that
 // other processes see either no file or a complete store.
 bool createStoreFile(const std::string &path) {
-  std::string temp = directoryOf(path) + "/.alertdb-new-XXXXXX";
+  std::string temp = fs::directoryOf(path) + "/.alertdb-new-XXXXXX";
   int fd = ::mkstemp(temp.data());
   if (fd < 0) return false;
   ::close(fd);
@@ -259,7 +246,7 @@ bool createStoreFile(const std::string &path) {
   ::unlink(temp.c_str());
   ::unlink((temp + "-wal").c_str());
   ::unlink((temp + "-shm").c_str());
-  syncDirectory(directoryOf(path));
+  fs::syncDirectory(fs::directoryOf(path));
   return ok;
 }
 

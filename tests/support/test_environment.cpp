@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -24,6 +25,15 @@ void IsolatedTest::SetUp() {
 void IsolatedTest::TearDown() {
   std::error_code ec;
   if (!dataDir_.empty()) std::filesystem::remove_all(dataDir_, ec);
+  // The test's named events live in shared memory under its namespace.
+  const char *ns = std::getenv("ALERTDB_EVENT_NAMESPACE");
+  if (!ns || !*ns) return;
+  std::string prefix = std::string("alertdb.") + ns;
+  for (const auto &entry : std::filesystem::directory_iterator("/dev/shm", ec)) {
+    if (entry.path().filename().string().rfind(prefix, 0) == 0) {
+      std::filesystem::remove(entry.path(), ec);
+    }
+  }
 }
 
 void IsolatedTest::writeFile(const std::string &path, const std::string &bytes) {
