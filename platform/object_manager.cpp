@@ -9,10 +9,9 @@
 #include <mutex>
 #include <string>
 
-#include "platform/dynamic_library.h"
+#include "platform/console_settings_internal.h"
 #include "platform/guid.h"
 #include "platform/memory_blocks.h"
-#include "platform/profile.h"
 #include "platform/record_store.h"
 
 namespace platform {
@@ -242,13 +241,8 @@ std::uint32_t standInDataDir(char *buffer, std::uint32_t size) {
   if (env && *env) {
     dir = env;
   } else {
-    char console[260];
-    if (ConsoleDirectory(console, sizeof console) == 0) return kFailed;
-    std::string settings = std::string(console) + "/QADMIN.DAT";
     char value[260];
-    if (ProfileGetString("Directories", "DataDir", "", value, sizeof value, settings.c_str()) == 0) {
-      return kFailed;
-    }
+    if (!ReadConsoleDataDir(value)) return kFailed;
     dir = value;
   }
   while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
