@@ -1,6 +1,7 @@
 // AlertDB: the alerting database library. A client program includes only this.
 #pragma once
 
+#include "events/event_class_table.h"
 #include "events/event_resp_table.h"
 #include "framework/alert_db_table.h"
 #include "framework/alert_status.h"

@@ -14,20 +14,26 @@ std::uint32_t OpenOrCreate(Table &table) {
   return status;
 }
 
+// What becomes of a neighbour table that could be made but not opened.
+enum class UnopenedNeighbour { Discard, Keep };
+
 // Creates the neighbour table of a relation member on demand, with its own
 // default data file, and keeps it in `member` (owned). 0, ALRT_E_NOMEMORY or
-// ALRT_E_OPENFAILED; on failure `member` is null.
+// ALRT_E_OPENFAILED; a table that fails to open is destroyed, or kept
+// unopened in `member` where the relation asks for that.
 template <class Table>
-std::uint32_t ActivateNeighbour(Table *&member) {
+std::uint32_t ActivateNeighbour(Table *&member,
+                                UnopenedNeighbour unopened = UnopenedNeighbour::Discard) {
   if (member) return 0;
   Table *table = new (std::nothrow) Table();
   if (!table) return ALRT_E_NOMEMORY;
-  if (OpenOrCreate(*table) != 0) {
+  std::uint32_t status = OpenOrCreate(*table) == 0 ? 0 : ALRT_E_OPENFAILED;
+  if (status == 0 || unopened == UnopenedNeighbour::Keep) {
+    member = table;
+  } else {
     delete table;
-    return ALRT_E_OPENFAILED;
   }
-  member = table;
-  return 0;
+  return status;
 }
 
 // Destroys a neighbour table and clears its member.

@@ -125,15 +125,20 @@ class InstanceStore {
     return true;
   }
 
-  std::uint32_t add(const _GUID &id, const _GUID &classId, const char *name, bool replace) {
+  // Registers a new instance; an instance that is there already is refused.
+  std::uint32_t add(const _GUID &id, const _GUID &classId, const char *name) {
     if (!open()) return kFailed;
-    if (find(id)) {
-      if (!replace) return kFailed;
-      fill(id, classId, name);
-      return QDBRecordUpdate(handle_) == 0 ? kOk : kFailed;
-    }
+    if (find(id)) return kFailed;
     fill(id, classId, name);
     return QDBRecordAdd(handle_) == 0 ? kOk : kFailed;
+  }
+
+  // Changes a registered instance; one the object manager does not know is refused.
+  std::uint32_t update(const _GUID &id, const _GUID &classId, const char *name) {
+    if (!open()) return kFailed;
+    if (!find(id)) return kNotFound;
+    fill(id, classId, name);
+    return QDBRecordUpdate(handle_) == 0 ? kOk : kFailed;
   }
 
   std::uint32_t remove(const _GUID &id, const _GUID &classId) {
@@ -163,7 +168,7 @@ class InstanceStore {
     }
     _GUID fresh;
     if (CoCreateGuid(&fresh) != 0) return kFailed;
-    std::uint32_t r = add(fresh, classId, "Domain", false);
+    std::uint32_t r = add(fresh, classId, "Domain");
     // Another process may have made one meanwhile; the first in order wins.
     if (QDBRecordFindAndRead(handle_, kInstanceClassKey, &classId, 1, 16) == 0) {
       *id = record_.objectId;
@@ -279,15 +284,14 @@ std::uint32_t KepOMOpen(KepOMConnection **connection) {
 std::uint32_t KepOMAddInstance(const _GUID *objectId, const _GUID *classId, const char *name) {
   if (!objectId || !classId) return kInvalidArg;
   if (auto f = installed(&KepOMProvider::AddInstance)) return f(objectId, classId, name);
-  return guarded([&] { return instances().add(*objectId, *classId, name, false); });
+  return guarded([&] { return instances().add(*objectId, *classId, name); });
 }
 
 std::uint32_t KepOMUpdateInstance(const _GUID *objectId, const _GUID *classId,
                                   const char *name) {
   if (!objectId || !classId) return kInvalidArg;
   if (auto f = installed(&KepOMProvider::UpdateInstance)) return f(objectId, classId, name);
-  // A changed object the stand-in has not seen yet is registered.
-  return guarded([&] { return instances().add(*objectId, *classId, name, true); });
+  return guarded([&] { return instances().update(*objectId, *classId, name); });
 }
 
 std::uint32_t KepOMDeleteInstance(const _GUID *objectId, const _GUID *classId) {
