@@ -7,8 +7,6 @@
 #include "framework/alert_status.h"
 #include "framework/file_locks.h"
 #include "framework/open_or_create.h"
-#include "text/severity_texts.h"
-
 #include "platform/buffer_cipher.h"
 #include "platform/char_set.h"
 #include "platform/dos_time.h"
@@ -23,3 +21,4 @@
 #include "platform/record_store.h"
 #include "platform/string_table.h"
 #include "platform/win_types.h"
+#include "text/severity_texts.h"

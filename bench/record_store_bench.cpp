@@ -123,8 +123,8 @@ struct SqliteStore {
                  " number INTEGER, record BLOB);"
                  "CREATE INDEX t_number ON t(number);",
                  nullptr, nullptr, nullptr);
-    sqlite3_prepare_v2(db, "INSERT INTO t(id, name, number, record) VALUES(?,?,?,?)", -1,
-                       &insert, nullptr);
+    sqlite3_prepare_v2(db, "INSERT INTO t(id, name, number, record) VALUES(?,?,?,?)", -1, &insert,
+                       nullptr);
     sqlite3_prepare_v2(db, "SELECT record FROM t WHERE id=?", -1, &find, nullptr);
     sqlite3_prepare_v2(db, "SELECT record FROM t ORDER BY number, seq", -1, &scan, nullptr);
   }

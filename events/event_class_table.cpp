@@ -21,14 +21,14 @@ constexpr platform::FieldTemplate field(std::uint32_t key, std::uint32_t attribu
 }
 
 const platform::FieldTemplate kTemplates[] = {
-    field(1, 16, 16, 0x311),     field(0, 16, 2049, 0x301),  field(0, 16, 29, 0x301),
-    field(0, 4, 16, 0x8011),     field(3, 20, 65, 0x1),      field(2, 8, 4, 0x7),
-    field(4, 10, 4, 0x20F),      field(0, 0, 1, 0x10),       field(5, 15, 65, 0x1),
-    field(6, 4, 4, 0x7),         field(0, 25, 2049, 0x1),    field(0, 20, 2049, 0x1),
-    field(0, 0, 261, 0x1),       field(0, 0, 4, 0x7),        field(0, 0, 4, 0x7),
-    field(0, 0, 261, 0x1),       field(0, 0, 261, 0x1),      field(17, 0, 4, 0x7),
-    field(18, 0, 4, 0x7),        field(0, 0, 4, 0x307),      field(0, 0, 1020, 0x104),
-    field(0, 0, 65, 0x301),      field(7, 0, 12, 0x30D),     field(19, 16, 16, 0x11),
+    field(1, 16, 16, 0x311), field(0, 16, 2049, 0x301), field(0, 16, 29, 0x301),
+    field(0, 4, 16, 0x8011), field(3, 20, 65, 0x1),     field(2, 8, 4, 0x7),
+    field(4, 10, 4, 0x20F),  field(0, 0, 1, 0x10),      field(5, 15, 65, 0x1),
+    field(6, 4, 4, 0x7),     field(0, 25, 2049, 0x1),   field(0, 20, 2049, 0x1),
+    field(0, 0, 261, 0x1),   field(0, 0, 4, 0x7),       field(0, 0, 4, 0x7),
+    field(0, 0, 261, 0x1),   field(0, 0, 261, 0x1),     field(17, 0, 4, 0x7),
+    field(18, 0, 4, 0x7),    field(0, 0, 4, 0x307),     field(0, 0, 1020, 0x104),
+    field(0, 0, 65, 0x301),  field(7, 0, 12, 0x30D),    field(19, 16, 16, 0x11),
     field(0, 5, 4, 0x7),
 };
 constexpr std::uint32_t kFieldCount = 25;
@@ -36,21 +36,27 @@ constexpr std::uint32_t kRecordFields = 22;
 static_assert(sizeof kTemplates / sizeof kTemplates[0] == kFieldCount);
 
 constexpr const char *kFieldNames[kFieldCount] = {
-    "KEPOID",   "SNMP_OID",   "SNMP_ADDR", "Icon",     "EventName", "EventID",  "Severity",
-    "SeverityColor", "Product", "ProductID", "Comment", "solution", "helpfile", "HelpID",
-    "IconID",   "iconfile",   "Wavefile",  "Hidden",   "Type",      "NumParam", "ParamList",
-    "Community", "Replication", "Domain_Id", "OMFlags"};
+    "KEPOID",        "SNMP_OID",    "SNMP_ADDR", "Icon",    "EventName", "EventID",  "Severity",
+    "SeverityColor", "Product",     "ProductID", "Comment", "solution",  "helpfile", "HelpID",
+    "IconID",        "iconfile",    "Wavefile",  "Hidden",  "Type",      "NumParam", "ParamList",
+    "Community",     "Replication", "Domain_Id", "OMFlags"};
 
 const char *const kQueryTypeNames[kFieldCount] = {
-    "QInfo_Num",  "QInfo_Str",   "QInfo_Str", "QInfo_Num", "QInfo_Str",  "QInfo_Num",
-    "QInfo_Svrty", "QInfo_SClr", "QInfo_Str", "QInfo_Num", "QInfo_Str",  "QInfo_Str",
-    "QInfo_Str",  "QInfo_Num",   "QInfo_Num", "QInfo_Str", "QInfo_Str",  "QInfo_Num",
-    "QInfo_Num",  "QInfo_None",  "QInfo_None", "QInfo_Str", "QInfo_None", "QInfo_Num",
-    "QInfo_None"};
+    "QInfo_Num",  "QInfo_Str",  "QInfo_Str", "QInfo_Num", "QInfo_Str", "QInfo_Num",  "QInfo_Svrty",
+    "QInfo_SClr", "QInfo_Str",  "QInfo_Num", "QInfo_Str", "QInfo_Str", "QInfo_Str",  "QInfo_Num",
+    "QInfo_Num",  "QInfo_Str",  "QInfo_Str", "QInfo_Num", "QInfo_Num", "QInfo_None", "QInfo_None",
+    "QInfo_Str",  "QInfo_None", "QInfo_Num", "QInfo_None"};
 
-const AlertTableDefinition kDefinition = {
-    "EVENT_CLASS", kTemplates, kFieldCount, kEventQueryInfo, kEventQueryInfoCount, kFieldNames,
-    540,           541,        CAlertEVENT_CLASSDB::kIdKey, "AlEvntdb.dat"};
+const AlertTableDefinition kDefinition = {"EVENT_CLASS",
+                                          kTemplates,
+                                          kFieldCount,
+                                          kEventQueryInfo,
+                                          kEventQueryInfoCount,
+                                          kFieldNames,
+                                          540,
+                                          541,
+                                          CAlertEVENT_CLASSDB::kIdKey,
+                                          "AlEvntdb.dat"};
 
 // Process-wide, never changed: callers get a pointer to it.
 SCHMFLDSTRS g_defaultFieldView[] = {
@@ -101,8 +107,7 @@ CAlertEVENT_CLASSDB::CAlertEVENT_CLASSDB(const char *fileName) {
   SetTemplatePointers();
 }
 
-CAlertEVENT_CLASSDB::CAlertEVENT_CLASSDB(const CAlertEVENT_CLASSDB &other)
-    : CAlertDBTable(other) {
+CAlertEVENT_CLASSDB::CAlertEVENT_CLASSDB(const CAlertEVENT_CLASSDB &other) : CAlertDBTable(other) {
   InitMemberVars();
   m_nQueryInfoBytes = other.m_nQueryInfoBytes;
   m_nTemplateBytes = other.m_nTemplateBytes;
@@ -177,8 +182,8 @@ std::uint32_t CAlertEVENT_CLASSDB::DBAlertRecAdd(ALRTEVENT_CLASSREC *record, _GU
   record->Icon = record->KEPOID;
   DBAlertRecUpdate(record);
   SignalIfDone(status);
-  return OmResult(platform::KepOMAddInstance(&record->KEPOID, &platform::kClassIdEventClass,
-                                             m_pszTableName));
+  return OmResult(
+      platform::KepOMAddInstance(&record->KEPOID, &platform::kClassIdEventClass, m_pszTableName));
 }
 
 std::uint32_t CAlertEVENT_CLASSDB::DBAlertRecAdd(ALRTEVENT_CLASSREC *record, _GUID *newId,
@@ -192,8 +197,8 @@ std::uint32_t CAlertEVENT_CLASSDB::DBAlertRecAdd(ALRTEVENT_CLASSREC *record, _GU
   record->Icon = record->KEPOID;
   DBAlertRecUpdate(record);
   SignalIfDone(status);
-  status = platform::KepOMAddInstance(&record->KEPOID, &platform::kClassIdEventClass,
-                                      m_pszTableName);
+  status =
+      platform::KepOMAddInstance(&record->KEPOID, &platform::kClassIdEventClass, m_pszTableName);
   CallIconCallback("AddEventIcon", m_pfnAddEventIcon, record);
   return status;
 }
@@ -215,8 +220,8 @@ std::uint32_t CAlertEVENT_CLASSDB::DBAlertRecUpdate(ALRTEVENT_CLASSREC *record) 
   if (status == ALRT_UNCHANGED) return 0;
   if (status != 0) return status;
   SignalIfDone(status);
-  status = OmResult(
-      platform::KepOMUpdateInstance(&record->KEPOID, &platform::kClassIdEventClass, m_pszTableName));
+  status = OmResult(platform::KepOMUpdateInstance(&record->KEPOID, &platform::kClassIdEventClass,
+                                                  m_pszTableName));
   if (status == 0 && iconChanged) {
     CallIconCallback("UpdateEventIcon", m_pfnUpdateEventIcon, record);
   }

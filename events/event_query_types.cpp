@@ -1,5 +1,4 @@
 #include "events/event_query_types_internal.h"
-
 #include "platform/memory_blocks.h"
 #include "platform/record_store.h"
 #include "platform/string_table.h"
@@ -9,8 +8,7 @@ namespace alertdb_internal {
 namespace {
 
 // A query type whose values 0..count-1 are named by strings firstId on.
-bool registerScale(KEPDB *handle, const char *name, std::uint32_t firstId,
-                   std::uint32_t count) {
+bool registerScale(KEPDB *handle, const char *name, std::uint32_t firstId, std::uint32_t count) {
   static const std::uint32_t values[] = {0, 1, 2, 3, 4};
   void *block = nullptr;
   std::uint32_t aux = 0;

@@ -23,9 +23,16 @@ const platform::FieldTemplate kTemplates[] = {
 const char *const kFieldNames[] = {"KEPOID", "EventClassOID", "ResponseOID", "Replication"};
 constexpr std::uint32_t kRecordFields = 3;
 
-const AlertTableDefinition kDefinition = {
-    "EVENT_RESP", kTemplates, 4, kEventQueryInfo, kEventQueryInfoCount, kFieldNames,
-    600,          601,        CAlertEVENT_RESPDB::kIdKey, "AlEvntdb.dat"};
+const AlertTableDefinition kDefinition = {"EVENT_RESP",
+                                          kTemplates,
+                                          4,
+                                          kEventQueryInfo,
+                                          kEventQueryInfoCount,
+                                          kFieldNames,
+                                          600,
+                                          601,
+                                          CAlertEVENT_RESPDB::kIdKey,
+                                          "AlEvntdb.dat"};
 
 }  // namespace
 
@@ -60,12 +67,10 @@ std::uint32_t CAlertEVENT_RESPDB::DBAlertRecAdd(ALRTEVENT_RESPREC *record, _GUID
   if (!record) return ALRT_E_INVALIDPARAM;
   // Links are ordered by response; the walk stops where the response changes.
   ALRTEVENT_RESPREC link{};
-  for (std::uint32_t r = DBAlertRecFindFirst(kResponseKey, sizeof(_GUID),
-                                             reinterpret_cast<unsigned char *>(
-                                                 &record->ResponseOID),
-                                             &link);
-       r == 0 &&
-       std::memcmp(&link.ResponseOID, &record->ResponseOID, sizeof(_GUID)) == 0;
+  for (std::uint32_t r =
+           DBAlertRecFindFirst(kResponseKey, sizeof(_GUID),
+                               reinterpret_cast<unsigned char *>(&record->ResponseOID), &link);
+       r == 0 && std::memcmp(&link.ResponseOID, &record->ResponseOID, sizeof(_GUID)) == 0;
        r = DBAlertRecFindNext(&link)) {
     if (std::memcmp(&link.EventClassOID, &record->EventClassOID, sizeof(_GUID)) == 0) {
       return ALRT_E_LINKEXISTS;

@@ -52,11 +52,10 @@ class ALERTDB_API CAlertDBTable {
 
  protected:
   std::uint32_t SetSchema(const char *tableName, const platform::FieldTemplate *templates,
-                          const platform::QueryInfoEntry *queryInfo,
-                          const char *const *fieldNames, std::uint32_t titleStringId,
-                          std::uint32_t firstFieldStringId, std::uint32_t fieldCount,
-                          std::uint32_t queryInfoBytes, std::uint32_t templateBytes,
-                          std::uint32_t queryInfoCount);
+                          const platform::QueryInfoEntry *queryInfo, const char *const *fieldNames,
+                          std::uint32_t titleStringId, std::uint32_t firstFieldStringId,
+                          std::uint32_t fieldCount, std::uint32_t queryInfoBytes,
+                          std::uint32_t templateBytes, std::uint32_t queryInfoCount);
 
   // The work of a derived constructor: file name, schema and object-ID key.
   // The derived class then binds the fields.

@@ -31,8 +31,8 @@ inline bool isZeroId(const void *id) {
 
 // The five data files that are restored from their ".BAK" copy when missing.
 inline bool isRestorable(const char *bareName) {
-  static const char *const names[] = {"kepuser.dat", "AlRespDB.dat", "AlServdb.dat",
-                                      "AlEvntdb.dat", "AlCfgdb.dat"};
+  static const char *const names[] = {"kepuser.dat", "AlRespDB.dat", "AlServdb.dat", "AlEvntdb.dat",
+                                      "AlCfgdb.dat"};
   for (const char *name : names) {
     if (std::strcmp(bareName, name) == 0) return true;
   }
@@ -92,8 +92,8 @@ CAlertDBTable<REC>::CAlertDBTable(const CAlertDBTable &other) : CAlertDBTable() 
   m_nSecondKey = other.m_nSecondKey;
   using namespace alertdb_internal;
   if (other.m_pFieldTemplates) {
-    m_pFieldTemplates = copyWithSpare(other.m_pFieldTemplates, m_nFieldCount * kTemplateSize,
-                                      kTemplateSize);
+    m_pFieldTemplates =
+        copyWithSpare(other.m_pFieldTemplates, m_nFieldCount * kTemplateSize, kTemplateSize);
     // Unbound until the derived class binds them to this object's storage.
     for (std::uint32_t i = 0; m_pFieldTemplates && i < m_nFieldCount; ++i) {
       m_pFieldTemplates[i].storage = nullptr;
@@ -187,9 +187,9 @@ void CAlertDBTable<REC>::ApplyDefinition(const AlertTableDefinition &definition,
                                          const char *fileName, std::uint32_t queryInfoBytes,
                                          std::uint32_t templateBytes) {
   m_pszFileName = fileName ? fileName : definition.defaultFileName;
-  SetSchema(definition.tableName, definition.templates, definition.queryInfo,
-            definition.fieldNames, definition.titleStringId, definition.firstFieldStringId,
-            definition.fieldCount, queryInfoBytes, templateBytes, definition.queryInfoCount);
+  SetSchema(definition.tableName, definition.templates, definition.queryInfo, definition.fieldNames,
+            definition.titleStringId, definition.firstFieldStringId, definition.fieldCount,
+            queryInfoBytes, templateBytes, definition.queryInfoCount);
   m_nIdKey = definition.idKey;
 }
 
@@ -299,8 +299,8 @@ std::uint32_t CAlertDBTable<REC>::DBCreate() {
   if (!d.tableName || !d.title) status = ALRT_E_SCHEMAENTRY;
   if (status == 0) {
     std::memcpy(d.tableName, m_pszTableName, nameLength + 1);
-    if (platform::SchmLoadStrings(nullptr, &d.fieldNames, &d.fieldNamesAux, m_ppszFieldNames,
-                                  0, m_nFieldCount) != 0) {
+    if (platform::SchmLoadStrings(nullptr, &d.fieldNames, &d.fieldNamesAux, m_ppszFieldNames, 0,
+                                  m_nFieldCount) != 0) {
       status = ALRT_E_SCHEMASTRINGS;
     }
   }
@@ -398,15 +398,13 @@ std::uint32_t CAlertDBTable<REC>::DBAlertRecFind(_GUID *id) {
 }
 
 template <class REC>
-std::uint32_t CAlertDBTable<REC>::DBAlertRecFindFirst(std::uint32_t key,
-                                                      std::uint32_t keyLength,
+std::uint32_t CAlertDBTable<REC>::DBAlertRecFindFirst(std::uint32_t key, std::uint32_t keyLength,
                                                       unsigned char *keyValue, REC *record) {
   if (IsReady() != 0) return ALRT_E_NOTOPEN;
   if ((keyLength != 0 && !keyValue) || !record) return ALRT_E_INVALIDPARAM;
   m_nEnumKey = key;
-  std::uint32_t r =
-      keyValue ? platform::QDBRecordFindAndRead(m_hTable, key, keyValue, 1, keyLength)
-               : platform::QDBRecordSkipAndRead(m_hTable, key, platform::kSkipFirst);
+  std::uint32_t r = keyValue ? platform::QDBRecordFindAndRead(m_hTable, key, keyValue, 1, keyLength)
+                             : platform::QDBRecordSkipAndRead(m_hTable, key, platform::kSkipFirst);
   if (alertdb_internal::low16(r) != 0) return ALRT_E_NOTFOUND;
   std::memcpy(record, m_pRecordBuffer, sizeof(REC));
   return 0;

@@ -18,8 +18,8 @@ constexpr std::uint32_t kInfinite = 0xFFFFFFFF;
 // Null when no event of that name exists.
 ALERTDB_API HANDLE OpenEventA(std::uint32_t access, std::int32_t inherit, const char *name);
 // Opens the event, or creates it in the given state; null on failure.
-ALERTDB_API HANDLE CreateEventA(void *security, std::int32_t manualReset,
-                                std::int32_t initialState, const char *name);
+ALERTDB_API HANDLE CreateEventA(void *security, std::int32_t manualReset, std::int32_t initialState,
+                                const char *name);
 // Non-zero on success.
 ALERTDB_API std::int32_t SetEvent(HANDLE event);
 ALERTDB_API std::int32_t ResetEvent(HANDLE event);

@@ -16,11 +16,12 @@
 
 namespace platform {
 
-const _GUID kClassIdUser = {0x5D3A91C2, 0x7E40, 0x4B6A, {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
-const _GUID kClassIdEventClass = {0x5D3A91C3, 0x7E40, 0x4B6A,
-                                  {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
-const _GUID kClassIdEventLog = {0x5D3A91C4, 0x7E40, 0x4B6A,
-                                {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
+const _GUID kClassIdUser = {
+    0x5D3A91C2, 0x7E40, 0x4B6A, {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
+const _GUID kClassIdEventClass = {
+    0x5D3A91C3, 0x7E40, 0x4B6A, {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
+const _GUID kClassIdEventLog = {
+    0x5D3A91C4, 0x7E40, 0x4B6A, {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
 
 namespace {
 
@@ -35,8 +36,8 @@ constexpr const char *kInstanceTable = "OM_Instances";
 constexpr std::uint32_t kInstanceIdKey = 1;
 constexpr std::uint32_t kInstanceClassKey = 2;
 // The domain is the instance of this class whose ID is the domain ID.
-const _GUID kDomainClass = {0x5D3A91C0, 0x7E40, 0x4B6A,
-                            {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
+const _GUID kDomainClass = {
+    0x5D3A91C0, 0x7E40, 0x4B6A, {0x9F, 0x21, 0x3C, 0x8E, 0x0B, 0x7A, 0x6D, 0x15}};
 
 #pragma pack(push, 1)
 struct InstanceRecord {
@@ -287,8 +288,7 @@ std::uint32_t KepOMAddInstance(const _GUID *objectId, const _GUID *classId, cons
   return guarded([&] { return instances().add(*objectId, *classId, name); });
 }
 
-std::uint32_t KepOMUpdateInstance(const _GUID *objectId, const _GUID *classId,
-                                  const char *name) {
+std::uint32_t KepOMUpdateInstance(const _GUID *objectId, const _GUID *classId, const char *name) {
   if (!objectId || !classId) return kInvalidArg;
   if (auto f = installed(&KepOMProvider::UpdateInstance)) return f(objectId, classId, name);
   return guarded([&] { return instances().update(*objectId, *classId, name); });

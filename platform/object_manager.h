@@ -42,8 +42,7 @@ struct KepOMProvider {
   std::uint32_t (*GetDomainID)(_GUID *domainId);
   std::uint32_t (*Open)(KepOMConnection **connection);
   std::uint32_t (*AddInstance)(const _GUID *objectId, const _GUID *classId, const char *name);
-  std::uint32_t (*UpdateInstance)(const _GUID *objectId, const _GUID *classId,
-                                  const char *name);
+  std::uint32_t (*UpdateInstance)(const _GUID *objectId, const _GUID *classId, const char *name);
   std::uint32_t (*DeleteInstance)(const _GUID *objectId, const _GUID *classId);
 };
 // Installs `provider` (copied); null restores the stand-in.
@@ -51,7 +50,7 @@ ALERTDB_API void KepOMSetProvider(const KepOMProvider *provider);
 
 // The stand-in's view of an instance, for tools and tests: 0 and the class ID
 // and name when the instance is registered.
-ALERTDB_API std::uint32_t KepOMGetInstance(const _GUID *objectId, _GUID *classId,
-                                           char *name, std::uint32_t nameSize);
+ALERTDB_API std::uint32_t KepOMGetInstance(const _GUID *objectId, _GUID *classId, char *name,
+                                           std::uint32_t nameSize);
 
 }  // namespace platform

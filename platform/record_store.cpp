@@ -206,12 +206,12 @@ std::uint32_t buildDefinition(const TableDescriptor &d, TableDef *def) {
   if (!splitBlock(d.fieldNames, d.fieldNamesAux, d.fieldCount, &names) || names.empty()) {
     return QDB_E_BADARG;
   }
-  if (d.descriptions && !splitBlock(d.descriptions, d.descriptionsAux, d.fieldCount,
-                                    &descriptions)) {
+  if (d.descriptions &&
+      !splitBlock(d.descriptions, d.descriptionsAux, d.fieldCount, &descriptions)) {
     return QDB_E_BADARG;
   }
-  if (d.queryTypeNames && !splitBlock(d.queryTypeNames, d.queryTypeNamesAux, d.fieldCount,
-                                      &queryTypes)) {
+  if (d.queryTypeNames &&
+      !splitBlock(d.queryTypeNames, d.queryTypeNamesAux, d.fieldCount, &queryTypes)) {
     return QDB_E_BADARG;
   }
   def->title = d.title ? d.title : "";
@@ -297,8 +297,8 @@ std::uint32_t SchmLoadStrings(HINSTANCE instance, void **block, std::uint32_t *a
       bool any = false;
       std::vector<char> text(4096);
       for (std::uint32_t i = 0; i < count; ++i) {
-        std::int32_t n = LoadStringA(instance, firstId + i, text.data(),
-                                     static_cast<std::int32_t>(text.size()));
+        std::int32_t n =
+            LoadStringA(instance, firstId + i, text.data(), static_cast<std::int32_t>(text.size()));
         any = any || n > 0;
         bytes.append(text.data(), n > 0 ? static_cast<std::size_t>(n) : 0);
         bytes += '\0';
@@ -397,8 +397,8 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
     const KeyDef *k = def.findKey(key);
     if (!k) return QDB_E_BADKEY;
     Row row;
-    std::uint32_t r = h.session->seek(*h.table, *k, store::keyOfSearch(def, *k, keyValue, keyLength),
-                                      &row);
+    std::uint32_t r =
+        h.session->seek(*h.table, *k, store::keyOfSearch(def, *k, keyValue, keyLength), &row);
     if (r != QDB_OK) return r;
     if (andRead && (r = scatter(h, row.record)) != QDB_OK) return r;
     makeCurrent(h, row);
@@ -408,8 +408,8 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
 
 }  // namespace
 
-std::uint32_t QDBRecordFind(KEPDB *id, std::uint32_t key, const void *keyValue,
-                            std::uint32_t exact, std::uint32_t keyLength) {
+std::uint32_t QDBRecordFind(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint32_t exact,
+                            std::uint32_t keyLength) {
   return find(id, key, keyValue, exact, keyLength, false);
 }
 
@@ -428,8 +428,8 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
       r = h.session->first(*h.table, *k, &row);
     } else if (direction == kSkipNext) {
       if (!h.cursor.valid) return QDB_E_NOCURRENT;
-      r = h.session->next(*h.table, *k, store::keyOfRecord(def, *k, h.cursor.record),
-                          h.cursor.seq, &row);
+      r = h.session->next(*h.table, *k, store::keyOfRecord(def, *k, h.cursor.record), h.cursor.seq,
+                          &row);
     } else {
       return QDB_E_BADARG;
     }

@@ -52,7 +52,7 @@ struct TableDescriptor {
   char *tableName;
   void *fieldNames;  // SchmLoadStrings block
   std::uint32_t fieldNamesAux;
-  char *title;          // OEM text
+  char *title;         // OEM text
   void *descriptions;  // SchmLoadStrings block
   std::uint32_t descriptionsAux;
   std::uint32_t fieldCount;
@@ -116,10 +116,9 @@ ALERTDB_API std::uint32_t SchmLoadStrings(HINSTANCE instance, void **block, std:
                                           const char *const *strings, std::uint32_t firstId,
                                           std::uint32_t count);
 ALERTDB_API std::uint32_t SchmAddTableEntry(KEPDB *handle, TableDescriptor *descriptor);
-ALERTDB_API std::uint32_t SchmAddQueryInfo(KEPDB *handle, const char *typeName,
-                                           std::uint32_t mask, std::uint32_t valueCount,
-                                           const std::uint32_t *values, std::uint32_t aux,
-                                           void *block);
+ALERTDB_API std::uint32_t SchmAddQueryInfo(KEPDB *handle, const char *typeName, std::uint32_t mask,
+                                           std::uint32_t valueCount, const std::uint32_t *values,
+                                           std::uint32_t aux, void *block);
 
 ALERTDB_API std::uint32_t QDBRecordAdd(KEPDB *handle);
 ALERTDB_API std::uint32_t QDBRecordUpdate(KEPDB *handle);
@@ -158,7 +157,6 @@ struct StoreTableInfo {
 };
 
 ALERTDB_API std::uint32_t QDBTableNames(KEPDB *handle, std::vector<std::string> *names);
-ALERTDB_API std::uint32_t QDBTableInfo(KEPDB *handle, const char *tableName,
-                                       StoreTableInfo *info);
+ALERTDB_API std::uint32_t QDBTableInfo(KEPDB *handle, const char *tableName, StoreTableInfo *info);
 
 }  // namespace platform

@@ -126,8 +126,7 @@ void bindKey(sqlite3_stmt *s, int index, const KeyValue &v) {
   if (v.isNumber) {
     sqlite3_bind_int64(s, index, static_cast<sqlite3_int64>(v.number));
   } else {
-    sqlite3_bind_blob(s, index, v.bytes.data(), static_cast<int>(v.bytes.size()),
-                      SQLITE_TRANSIENT);
+    sqlite3_bind_blob(s, index, v.bytes.data(), static_cast<int>(v.bytes.size()), SQLITE_TRANSIENT);
   }
 }
 
@@ -206,12 +205,14 @@ FileState inspect(const std::string &path) {
   return version < kFormatVersion ? FileState::OldFormat : FileState::Store;
 }
 
-int execute(sqlite3 *db, const char *sql) { return sqlite3_exec(db, sql, nullptr, nullptr, nullptr); }
+int execute(sqlite3 *db, const char *sql) {
+  return sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+}
 
 sqlite3 *openConnection(const std::string &path) {
   sqlite3 *db = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX,
-                           nullptr);
+  int rc =
+      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     sqlite3_close_v2(db);
     return nullptr;
@@ -272,8 +273,8 @@ class SqliteSession final : public StoreSession {
   std::uint32_t seek(TableHandle &table, const KeyDef &key, const KeyValue &value,
                      Row *out) override;
   std::uint32_t first(TableHandle &table, const KeyDef &key, Row *out) override;
-  std::uint32_t next(TableHandle &table, const KeyDef &key, const KeyValue &value,
-                     std::int64_t seq, Row *out) override;
+  std::uint32_t next(TableHandle &table, const KeyDef &key, const KeyValue &value, std::int64_t seq,
+                     Row *out) override;
   std::uint32_t lockWrite() override;
   std::uint32_t unlockWrite() override;
   std::uint32_t lockRead() override;
@@ -332,9 +333,9 @@ std::uint32_t SqliteSession::configure(std::uint32_t mode, FileState state) {
       Use q(check);
       if (sqlite3_step(*q) != SQLITE_ROW || columnText(*q, 0) != "ok") return QDB_E_IO;
     }
-    std::string repair = std::string("PRAGMA journal_mode=WAL;BEGIN IMMEDIATE;") +
-                         kCatalogSchema + "REINDEX;PRAGMA user_version=" +
-                         std::to_string(kFormatVersion) + ";COMMIT;";
+    std::string repair = std::string("PRAGMA journal_mode=WAL;BEGIN IMMEDIATE;") + kCatalogSchema +
+                         "REINDEX;PRAGMA user_version=" + std::to_string(kFormatVersion) +
+                         ";COMMIT;";
     if (execute(db_, repair.c_str()) != SQLITE_OK) {
       execute(db_, "ROLLBACK");
       return QDB_E_IO;
@@ -344,9 +345,10 @@ std::uint32_t SqliteSession::configure(std::uint32_t mode, FileState state) {
   if (state != FileState::Store) return QDB_E_IO;
   // A store without its catalog is only accepted by the recovery open.
   Statement catalog;
-  if (prepare(catalog, "SELECT count(*) FROM sqlite_master WHERE type='table' AND name IN "
-                       "('alertdb_tables','alertdb_fields','alertdb_query_info',"
-                       "'alertdb_query_types','alertdb_query_type_values')") != QDB_OK) {
+  if (prepare(catalog,
+              "SELECT count(*) FROM sqlite_master WHERE type='table' AND name IN "
+              "('alertdb_tables','alertdb_fields','alertdb_query_info',"
+              "'alertdb_query_types','alertdb_query_type_values')") != QDB_OK) {
     return QDB_E_IO;
   }
   Use q(catalog);
@@ -629,8 +631,8 @@ std::uint32_t SqliteSession::update(TableHandle &handle, std::int64_t seq,
   if (!t.update.ready()) {
     std::string sets = "record=?";
     for (const KeyDef &k : def.keys) sets += ", " + keyColumn(k.keyNumber) + "=?";
-    std::uint32_t r = prepare(t.update, "UPDATE " + t.quotedName() + " SET " + sets +
-                                            " WHERE seq=?");
+    std::uint32_t r =
+        prepare(t.update, "UPDATE " + t.quotedName() + " SET " + sets + " WHERE seq=?");
     if (r != QDB_OK) return r;
   }
   Use q(t.update);
@@ -659,8 +661,7 @@ std::uint32_t SqliteSession::remove(TableHandle &handle, std::int64_t seq) {
 std::uint32_t SqliteSession::read(TableHandle &handle, std::int64_t seq, Row *out) {
   auto &t = static_cast<SqliteTable &>(handle);
   if (!t.read.ready()) {
-    std::uint32_t r =
-        prepare(t.read, "SELECT seq, record FROM " + t.quotedName() + " WHERE seq=?");
+    std::uint32_t r = prepare(t.read, "SELECT seq, record FROM " + t.quotedName() + " WHERE seq=?");
     if (r != QDB_OK) return r;
   }
   sqlite3_bind_int64(t.read.get(), 1, seq);
@@ -686,8 +687,8 @@ std::uint32_t SqliteSession::seek(TableHandle &handle, const KeyDef &key, const 
   std::string end = prefixEnd(value.bytes);
   Statement &s = end.empty() ? k.seekFrom : k.seekRange;
   if (!s.ready()) {
-    std::uint32_t r = prepare(
-        s, from + column + ">=?" + (end.empty() ? "" : " AND " + column + "<?") + order);
+    std::uint32_t r =
+        prepare(s, from + column + ">=?" + (end.empty() ? "" : " AND " + column + "<?") + order);
     if (r != QDB_OK) return r;
   }
   bindKey(s.get(), 1, value);
@@ -702,8 +703,8 @@ std::uint32_t SqliteSession::first(TableHandle &handle, const KeyDef &key, Row *
   auto &k = t.keys[key.keyNumber];
   if (!k.first.ready()) {
     std::string column = keyColumn(key.keyNumber);
-    std::uint32_t r = prepare(k.first, "SELECT seq, record FROM " + t.quotedName() +
-                                           " ORDER BY " + column + ", seq LIMIT 1");
+    std::uint32_t r = prepare(k.first, "SELECT seq, record FROM " + t.quotedName() + " ORDER BY " +
+                                           column + ", seq LIMIT 1");
     if (r != QDB_OK) return r;
   }
   return fetchRow(k.first, out);
@@ -798,9 +799,9 @@ std::shared_ptr<StoreSession> openSqliteStore(const std::string &requested, std:
     if (mode != kOpenCreate || !createStoreFile(path)) return nullptr;
     state = inspect(path);
   }
-  bool acceptable = state == FileState::Store ||
-                    (mode == kOpenRecover &&
-                     (state == FileState::OldFormat || state == FileState::Damaged));
+  bool acceptable =
+      state == FileState::Store ||
+      (mode == kOpenRecover && (state == FileState::OldFormat || state == FileState::Damaged));
   if (!acceptable) return nullptr;
 
   char canonical[PATH_MAX];

@@ -55,8 +55,7 @@ class StoreSession {
 
   virtual std::uint32_t insert(TableHandle &table, const std::string &record,
                                std::int64_t *seq) = 0;
-  virtual std::uint32_t update(TableHandle &table, std::int64_t seq,
-                               const std::string &record) = 0;
+  virtual std::uint32_t update(TableHandle &table, std::int64_t seq, const std::string &record) = 0;
   virtual std::uint32_t remove(TableHandle &table, std::int64_t seq) = 0;
   virtual std::uint32_t read(TableHandle &table, std::int64_t seq, Row *out) = 0;
 

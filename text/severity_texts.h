@@ -9,8 +9,8 @@
 
 // 0, or 0xFFFF when textBuffer (at least 128 bytes) is null.
 ALERTDB_EXTERN_C ALERTDB_API std::uint32_t GetSeverityText(char *textBuffer,
-                                                          std::int32_t severityValue,
-                                                          HINSTANCE moduleHandle);
+                                                           std::int32_t severityValue,
+                                                           HINSTANCE moduleHandle);
 ALERTDB_EXTERN_C ALERTDB_API std::uint32_t GetOperationalStatusText(char *textBuffer,
-                                                                   std::int32_t statusValue,
-                                                                   HINSTANCE moduleHandle);
+                                                                    std::int32_t statusValue,
+                                                                    HINSTANCE moduleHandle);

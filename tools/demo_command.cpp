@@ -35,7 +35,8 @@ bool linkEventToResponse() {
   std::printf("linked event class %s to response %s: %s; the same link again: %s; read back: %s\n",
               platform::GuidToString(link.EventClassOID).c_str(),
               platform::GuidToString(link.ResponseOID).c_str(), status == 0 ? "ok" : "failed",
-              duplicate == ALRT_E_LINKEXISTS ? "refused" : "accepted", found == 0 ? "ok" : "failed");
+              duplicate == ALRT_E_LINKEXISTS ? "refused" : "accepted",
+              found == 0 ? "ok" : "failed");
   std::printf("severity 1 reads \"%s\"\n", severity);
   return status == 0 && duplicate == ALRT_E_LINKEXISTS && found == 0;
 }

@@ -60,7 +60,7 @@ bool setUpDataDirectory() {
 const std::string &dataDirectory() { return g_dataDirectory; }
 
 const std::vector<std::string> &dataFiles() {
-  static const std::vector<std::string> files = {"AlCfgdb.dat", "APgeProv.dat", "AlServdb.dat",
+  static const std::vector<std::string> files = {"AlCfgdb.dat",  "APgeProv.dat", "AlServdb.dat",
                                                  "AlEvntdb.dat", "KEPLogDB.dat", "AlRespDB.dat",
                                                  "kepuser.dat"};
   return files;
@@ -77,8 +77,7 @@ int main(int argc, char **argv) {
   for (const Command &c : kCommands) {
     if (std::strcmp(argv[1], c.name) != 0) continue;
     if (!setUpDataDirectory()) {
-      std::fprintf(stderr, "alertdb: cannot use the data directory %s\n",
-                   dataDirectory().c_str());
+      std::fprintf(stderr, "alertdb: cannot use the data directory %s\n", dataDirectory().c_str());
       return 1;
     }
     return c.run(Arguments(argv + 2, argv + argc));

@@ -29,8 +29,7 @@ bool listTables(const std::string &file) {
   for (const std::string &name : names) {
     platform::StoreTableInfo info;
     if (platform::QDBTableInfo(h, name.c_str(), &info) == 0) {
-      std::printf("  %-28s %8u records  %s\n", name.c_str(), info.recordCount,
-                  info.title.c_str());
+      std::printf("  %-28s %8u records  %s\n", name.c_str(), info.recordCount, info.title.c_str());
     }
   }
   platform::QDBDone(h);
@@ -66,8 +65,8 @@ int runDescribe(const Arguments &args) {
   }
   std::printf("%s: %s (%u records, object-ID key %u)\n", info.name.c_str(), info.title.c_str(),
               info.recordCount, info.idKey);
-  std::printf("  %-3s %-26s %4s %5s %6s %8s  %s\n", "no", "field", "key", "attr", "size",
-              "flags", "description");
+  std::printf("  %-3s %-26s %4s %5s %6s %8s  %s\n", "no", "field", "key", "attr", "size", "flags",
+              "description");
   for (std::size_t i = 0; i < info.fields.size(); ++i) {
     const auto &f = info.fields[i];
     std::printf("  %-3zu %-26s %4u %5u %6u %#8x  %s%s%s\n", i, f.name.c_str(), f.keyNumber,

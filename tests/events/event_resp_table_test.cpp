@@ -28,8 +28,8 @@ class EventRespTableTest : public alertdb_test::IsolatedTest {
     std::vector<ALRTEVENT_RESPREC> links;
     _GUID wanted = makeId(eventClass);
     ALRTEVENT_RESPREC link{};
-    for (std::uint32_t r = table->DBAlertRecFindFirst(
-             43, 16, reinterpret_cast<unsigned char *>(&wanted), &link);
+    for (std::uint32_t r =
+             table->DBAlertRecFindFirst(43, 16, reinterpret_cast<unsigned char *>(&wanted), &link);
          r == 0 && std::memcmp(&link.EventClassOID, &wanted, 16) == 0;
          r = table->DBAlertRecFindNext(&link)) {
       links.push_back(link);

@@ -13,12 +13,12 @@ namespace alertdb_test {
 
 class ProbedLinkTable : public CAlertEVENT_RESPDB {
  public:
-  using CAlertEVENT_RESPDB::CAlertEVENT_RESPDB;
   using CAlertDBTable::m_hTable;
   using CAlertDBTable::m_pFieldTemplates;
   using CAlertDBTable::m_pRecordBuffer;
   using CAlertDBTable::m_Replication;
   using CAlertDBTable::m_szFilePath;
+  using CAlertEVENT_RESPDB::CAlertEVENT_RESPDB;
 
   // As if the record buffer could not be allocated.
   void dropRecordBuffer() {
@@ -45,8 +45,7 @@ inline ALRTEVENT_RESPREC makeLink(unsigned char eventClass, unsigned char respon
 // The change event as another party sees it.
 class ChangeEventWatch {
  public:
-  ChangeEventWatch()
-      : handle_(platform::CreateEventA(nullptr, 1, 0, "AlertDBModifyEvent")) {}
+  ChangeEventWatch() : handle_(platform::CreateEventA(nullptr, 1, 0, "AlertDBModifyEvent")) {}
   ~ChangeEventWatch() { platform::CloseHandle(handle_); }
   void reset() { platform::ResetEvent(handle_); }
   bool signalled() { return platform::WaitForSingleObject(handle_, 0) == platform::kWaitObject0; }

@@ -13,12 +13,12 @@ namespace alertdb_test {
 
 #pragma pack(push, 1)
 struct SampleRecord {
-  _GUID id;                 // key 1, unique
-  char name[33];            // key 2, text
-  std::uint32_t number;     // key 3, number
-  unsigned char stamp[8];   // key 4, time stamp
-  char comment[20];         // no key
-  std::uint16_t small;      // key 5, 16-bit number
+  _GUID id;                // key 1, unique
+  char name[33];           // key 2, text
+  std::uint32_t number;    // key 3, number
+  unsigned char stamp[8];  // key 4, time stamp
+  char comment[20];        // no key
+  std::uint16_t small;     // key 5, 16-bit number
 };
 #pragma pack(pop)
 static_assert(sizeof(SampleRecord) == 83);
@@ -41,13 +41,11 @@ class SampleTable {
       t.flags = flags;
       return t;
     };
-    templates = {field(kIdKey, 16, 16, &record.id, 0x311),
-                 field(kNameKey, 10, 33, record.name, 0x1),
-                 field(kNumberKey, 4, 4, &record.number, 0x7),
-                 field(kStampKey, 12, 8, record.stamp, 0xC),
-                 field(0, 10, 20, record.comment, 0x1),
-                 field(kSmallKey, 16, 2, &record.small, 0x8),
-                 field(6, 0, 12, replication, 0x30D)};
+    templates = {
+        field(kIdKey, 16, 16, &record.id, 0x311),     field(kNameKey, 10, 33, record.name, 0x1),
+        field(kNumberKey, 4, 4, &record.number, 0x7), field(kStampKey, 12, 8, record.stamp, 0xC),
+        field(0, 10, 20, record.comment, 0x1),        field(kSmallKey, 16, 2, &record.small, 0x8),
+        field(6, 0, 12, replication, 0x30D)};
     fieldNames = {"KEPOID", "Name", "Number", "Stamp", "Comment", "Small", "Replication"};
     auto entry = [](std::uint16_t key, std::uint8_t kind, std::uint8_t cls) {
       platform::QueryInfoEntry e{};
@@ -72,12 +70,11 @@ class SampleTable {
     d.size = sizeof d;
     d.idKey = kIdKey;
     d.tableName = const_cast<char *>(name_);
-    std::uint32_t r = SchmLoadStrings(nullptr, &d.fieldNames, &d.fieldNamesAux,
-                                      fieldNames.data(), 0,
-                                      static_cast<std::uint32_t>(fieldNames.size()));
+    std::uint32_t r = SchmLoadStrings(nullptr, &d.fieldNames, &d.fieldNamesAux, fieldNames.data(),
+                                      0, static_cast<std::uint32_t>(fieldNames.size()));
     if (r != 0) return r;
-    std::vector<const char *> descriptions = {"Record OID", "Name", "Number", "Stamp",
-                                              "Comment", "Small", "Replication"};
+    std::vector<const char *> descriptions = {"Record OID", "Name",  "Number",     "Stamp",
+                                              "Comment",    "Small", "Replication"};
     SchmLoadStrings(nullptr, &d.descriptions, &d.descriptionsAux, descriptions.data(), 0,
                     static_cast<std::uint32_t>(descriptions.size()));
     d.title = const_cast<char *>(title);

@@ -114,9 +114,9 @@ TEST_F(RecordStoreTest, FilesThatAreNotStoresAreRefusedAndUntouched) {
   {
     sqlite3 *db = nullptr;
     ASSERT_EQ(sqlite3_open(dataPath("Foreign.dat").c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE t(a); INSERT INTO t VALUES(1);", nullptr,
-                           nullptr, nullptr),
-              SQLITE_OK);
+    ASSERT_EQ(
+        sqlite3_exec(db, "CREATE TABLE t(a); INSERT INTO t VALUES(1);", nullptr, nullptr, nullptr),
+        SQLITE_OK);
     sqlite3_close(db);
   }
   {
@@ -235,7 +235,8 @@ TEST_F(RecordStoreTest, CatalogKeepsWhatTheTableAndQueryTypesWereGiven) {
         db, sql,
         [](void *out, int n, char **values, char **) {
           std::string row;
-          for (int i = 0; i < n; ++i) row += std::string(i ? "|" : "") + (values[i] ? values[i] : "");
+          for (int i = 0; i < n; ++i)
+            row += std::string(i ? "|" : "") + (values[i] ? values[i] : "");
           static_cast<std::vector<std::string> *>(out)->push_back(row);
           return 0;
         },
@@ -384,9 +385,8 @@ TEST_F(RecordStoreTest, EqualKeysKeepInsertionOrder) {
   SampleTable t;
   KEPDB *h = createSample(t);
   for (std::uint8_t i = 1; i <= 6; ++i) {
-    ASSERT_EQ(add(t, h, static_cast<std::uint8_t>(10 - i), ("n" + std::to_string(i)).c_str(),
-                  i % 2),
-              0u);
+    ASSERT_EQ(
+        add(t, h, static_cast<std::uint8_t>(10 - i), ("n" + std::to_string(i)).c_str(), i % 2), 0u);
   }
   EXPECT_EQ(namesInOrder(t, h, kNumberKey),
             (std::vector<std::string>{"n2", "n4", "n6", "n1", "n3", "n5"}));
@@ -449,8 +449,7 @@ TEST_F(RecordStoreTest, DeletingWhileEnumeratingGoesOnAfterTheDeletedRecord) {
     }
   }
   EXPECT_EQ(seen.size(), 10u);
-  EXPECT_EQ(namesInOrder(t, h, kNumberKey),
-            (std::vector<std::string>{"0", "2", "4", "6", "8"}));
+  EXPECT_EQ(namesInOrder(t, h, kNumberKey), (std::vector<std::string>{"0", "2", "4", "6", "8"}));
 
   // The deleted record cannot be read, updated or deleted again.
   ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);

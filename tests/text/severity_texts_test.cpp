@@ -25,7 +25,8 @@ std::string status(std::int32_t value) {
 }
 
 TEST(SeverityTexts, AModuleWithoutStringsGivesEmptyTextsAndFillsNothing) {
-  // Runs before the other tests fill the caches. Severity 3 asked first through a module that has no string table.
+  // Runs before the other tests fill the caches. Severity 3 asked first through a module that has
+  // no string table.
   char text[128] = "x";
   EXPECT_EQ(GetSeverityText(text, 3, platform::GetModuleHandleA(nullptr)), 0u);
   EXPECT_STREQ(text, "");
