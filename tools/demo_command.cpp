@@ -1,6 +1,7 @@
-// The main job: prepare the data directory, run what the library can do so
-// far end to end, and report what the data files hold.
+// The main job: prepare the data directory, run the alert flow as far as the
+// library goes, and report what the data files hold.
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "alertdb.h"
@@ -10,35 +11,54 @@ namespace alertdb_tool {
 
 namespace {
 
-// Links an event class to a response and reads the link back, as the alert
-// manager does when an event comes in.
-bool linkEventToResponse() {
-  CAlertEVENT_RESPDB links;
-  std::uint32_t status = OpenOrCreate(links);
-  if (status != 0) status = links.DBCreate();
-  if (status != 0) {
-    std::printf("event-response links: cannot open (status %#x)\n", status);
-    return false;
+template <class Table>
+bool openTable(Table &table, const char *what) {
+  std::uint32_t status = OpenOrCreate(table);
+  // A data file that is not there yet is made by creating the table.
+  if (status != 0) status = table.DBCreate();
+  if (status != 0) std::printf("%s: cannot open (status %#x)\n", what, status);
+  return status == 0;
+}
+
+// Registers the demo's event class, or finds it from an earlier run.
+bool registerEventClass(CAlertEVENT_CLASSDB &classes, ALRTEVENT_CLASSREC *eventClass) {
+  char name[65] = "Disk Full";
+  if (classes.DBAlertRecFindFirst(CAlertEVENT_CLASSDB::kEventNameKey, sizeof name,
+                                  reinterpret_cast<unsigned char *>(name), eventClass) == 0 &&
+      std::strcmp(eventClass->EventName, name) == 0) {
+    std::printf("event class \"%s\" is registered already\n", name);
+    return true;
   }
-  ALRTEVENT_RESPREC link{};
-  platform::CoCreateGuid(&link.EventClassOID);
-  platform::CoCreateGuid(&link.ResponseOID);
+  *eventClass = {};
+  std::strcpy(eventClass->EventName, name);
+  std::strcpy(eventClass->Product, "Disk Monitor");
+  eventClass->EventID = 13145;
+  eventClass->Severity = 1;
   _GUID id{};
-  status = links.DBAlertRecAdd(&link, &id);
-  ALRTEVENT_RESPREC again = link;
-  again.KEPOID = {};
-  std::uint32_t duplicate = links.DBAlertRecAdd(&again, &id);
-  ALRTEVENT_RESPREC read{};
-  std::uint32_t found = links.DBAlertRecRetrieve(&link.KEPOID, &read);
+  std::uint32_t status = classes.DBAlertRecAdd(eventClass, &id);
+  std::printf("registered event class \"%s\": %s\n", name, status == 0 ? "ok" : "failed");
+  return status == 0;
+}
+
+bool runEventFlow() {
+  CAlertEVENT_CLASSDB classes;
+  if (!openTable(classes, "event classes")) return false;
+  ALRTEVENT_CLASSREC eventClass{};
+  if (!registerEventClass(classes, &eventClass)) return false;
   char severity[128] = {};
-  GetSeverityText(severity, 1, AlertDBModuleHandle());
-  std::printf("linked event class %s to response %s: %s; the same link again: %s; read back: %s\n",
-              platform::GuidToString(link.EventClassOID).c_str(),
-              platform::GuidToString(link.ResponseOID).c_str(), status == 0 ? "ok" : "failed",
-              duplicate == ALRT_E_LINKEXISTS ? "refused" : "accepted",
-              found == 0 ? "ok" : "failed");
-  std::printf("severity 1 reads \"%s\"\n", severity);
-  return status == 0 && duplicate == ALRT_E_LINKEXISTS && found == 0;
+  GetSeverityText(severity, static_cast<std::int32_t>(eventClass.Severity),
+                  AlertDBModuleHandle());
+  std::printf("  event ID %u, severity %s (colour %u), SNMP identifier %s\n", eventClass.EventID,
+              severity, eventClass.SeverityColor, eventClass.SNMP_OID);
+
+  _GUID response{};
+  platform::CoCreateGuid(&response);
+  std::uint32_t linked = classes.QALRTEventClassAddResponse(&eventClass.KEPOID, &response);
+  std::uint32_t again = classes.QALRTEventClassAddResponse(&eventClass.KEPOID, &response);
+  std::printf("linked it to response %s: %s; the same link again: %s\n",
+              platform::GuidToString(response).c_str(), linked == 0 ? "ok" : "failed",
+              again == ALRT_E_LINKEXISTS ? "refused" : "accepted");
+  return linked == 0 && again == ALRT_E_LINKEXISTS;
 }
 
 }  // namespace
@@ -57,7 +77,8 @@ int runDemo(const Arguments &) {
     }
     platform::QDBDone(h);
   }
-  if (!linkEventToResponse()) ++failures;
+  if (!runEventFlow()) ++failures;
+  std::printf("\n");
   if (runTables({}) != 0) ++failures;
   return failures == 0 ? 0 : 1;
 }
