@@ -21,4 +21,7 @@
 #include "platform/record_store.h"
 #include "platform/string_table.h"
 #include "platform/win_types.h"
+#include "text/data_directory.h"
+#include "text/password_protection.h"
 #include "text/severity_texts.h"
+#include "text/version_match.h"
