@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "alertdb.h"
 
@@ -71,57 +72,112 @@ void Engine_LinkAdd(benchmark::State &state) {
   DBFileUnlock(table->handle());
 }
 
-void Sqlite_LinkAdd(benchmark::State &state) {
+// The duplicate check alone: re-adding pairs that are linked already.
+void Engine_LinkRefused(benchmark::State &state) {
   TempDataDir dir;
-  sqlite3 *db = nullptr;
-  sqlite3_open((dir.path() + "/links.db").c_str(), &db);
-  sqlite3_exec(db,
-               "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;"
-               "CREATE TABLE links(id BLOB UNIQUE, event_class BLOB, response BLOB);"
-               "CREATE INDEX links_event_class ON links(event_class);"
-               "CREATE INDEX links_response ON links(response);",
-               nullptr, nullptr, nullptr);
-  sqlite3_stmt *exists = nullptr, *insert = nullptr;
-  sqlite3_prepare_v2(db, "SELECT 1 FROM links WHERE response=? AND event_class=?", -1, &exists,
-                     nullptr);
-  sqlite3_prepare_v2(db, "INSERT INTO links VALUES(?,?,?)", -1, &insert, nullptr);
+  auto table = std::make_unique<LinkTable>();
+  table->DBCreate();
   std::mt19937_64 random(7);
-  auto add = [&](ALRTEVENT_RESPREC &link) {
-    sqlite3_bind_blob(exists, 1, &link.ResponseOID, 16, SQLITE_STATIC);
-    sqlite3_bind_blob(exists, 2, &link.EventClassOID, 16, SQLITE_STATIC);
-    bool duplicate = sqlite3_step(exists) == SQLITE_ROW;
-    sqlite3_reset(exists);
-    if (duplicate) return;
+  std::vector<ALRTEVENT_RESPREC> links;
+  _GUID id;
+  DBFileLock(table->handle());
+  for (std::int64_t i = 0; i < state.range(0); ++i) {
+    links.push_back(randomLink(random));
+    table->DBAlertRecAdd(&links.back(), &id);
+  }
+  DBFileUnlock(table->handle());
+  std::size_t next = 0;
+  for (auto _ : state) {
+    ALRTEVENT_RESPREC again = links[next++ % links.size()];
+    again.KEPOID = {};
+    if (table->DBAlertRecAdd(&again, &id) != ALRT_E_LINKEXISTS) state.SkipWithError("accepted");
+  }
+}
+
+// The same links in a plain SQLite table, checked and inserted by hand.
+class SqliteLinks {
+ public:
+  explicit SqliteLinks(const std::string &dir) {
+    sqlite3_open((dir + "/links.db").c_str(), &db_);
+    sqlite3_exec(db_,
+                 "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA cache_size=-32768;"
+                 "CREATE TABLE links(id BLOB UNIQUE, event_class BLOB, response BLOB);"
+                 "CREATE INDEX links_event_class ON links(event_class);"
+                 "CREATE INDEX links_response ON links(response);",
+                 nullptr, nullptr, nullptr);
+    sqlite3_prepare_v2(db_, "SELECT 1 FROM links WHERE response=? AND event_class=?", -1,
+                       &exists_, nullptr);
+    sqlite3_prepare_v2(db_, "INSERT INTO links VALUES(?,?,?)", -1, &insert_, nullptr);
+  }
+  ~SqliteLinks() {
+    sqlite3_finalize(exists_);
+    sqlite3_finalize(insert_);
+    sqlite3_close(db_);
+  }
+  void begin() { sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr); }
+  void commit() { sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr); }
+  // False when the pair is linked already.
+  bool add(const ALRTEVENT_RESPREC &link) {
+    sqlite3_bind_blob(exists_, 1, &link.ResponseOID, 16, SQLITE_STATIC);
+    sqlite3_bind_blob(exists_, 2, &link.EventClassOID, 16, SQLITE_STATIC);
+    bool duplicate = sqlite3_step(exists_) == SQLITE_ROW;
+    sqlite3_reset(exists_);
+    if (duplicate) return false;
     _GUID id;
     platform::CoCreateGuid(&id);
-    sqlite3_bind_blob(insert, 1, &id, 16, SQLITE_STATIC);
-    sqlite3_bind_blob(insert, 2, &link.EventClassOID, 16, SQLITE_STATIC);
-    sqlite3_bind_blob(insert, 3, &link.ResponseOID, 16, SQLITE_STATIC);
-    sqlite3_step(insert);
-    sqlite3_reset(insert);
-  };
-  sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
-  for (std::int64_t i = 0; i < state.range(0); ++i) {
-    ALRTEVENT_RESPREC link = randomLink(random);
-    add(link);
+    sqlite3_bind_blob(insert_, 1, &id, 16, SQLITE_STATIC);
+    sqlite3_bind_blob(insert_, 2, &link.EventClassOID, 16, SQLITE_STATIC);
+    sqlite3_bind_blob(insert_, 3, &link.ResponseOID, 16, SQLITE_STATIC);
+    sqlite3_step(insert_);
+    sqlite3_reset(insert_);
+    return true;
   }
-  sqlite3_exec(db, "COMMIT; BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+
+ private:
+  sqlite3 *db_ = nullptr;
+  sqlite3_stmt *exists_ = nullptr, *insert_ = nullptr;
+};
+
+void Sqlite_LinkAdd(benchmark::State &state) {
+  TempDataDir dir;
+  SqliteLinks links(dir.path());
+  std::mt19937_64 random(7);
+  links.begin();
+  for (std::int64_t i = 0; i < state.range(0); ++i) links.add(randomLink(random));
+  links.commit();
   int pending = 0;
+  links.begin();
   for (auto _ : state) {
-    ALRTEVENT_RESPREC link = randomLink(random);
-    add(link);
+    links.add(randomLink(random));
     if (++pending == kBatch) {
-      sqlite3_exec(db, "COMMIT; BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+      links.commit();
+      links.begin();
       pending = 0;
     }
   }
-  sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
-  sqlite3_finalize(exists);
-  sqlite3_finalize(insert);
-  sqlite3_close(db);
+  links.commit();
+}
+
+void Sqlite_LinkRefused(benchmark::State &state) {
+  TempDataDir dir;
+  SqliteLinks links(dir.path());
+  std::mt19937_64 random(7);
+  std::vector<ALRTEVENT_RESPREC> added;
+  links.begin();
+  for (std::int64_t i = 0; i < state.range(0); ++i) {
+    added.push_back(randomLink(random));
+    links.add(added.back());
+  }
+  links.commit();
+  std::size_t next = 0;
+  for (auto _ : state) {
+    if (links.add(added[next++ % added.size()])) state.SkipWithError("accepted");
+  }
 }
 
 }  // namespace
 
+BENCHMARK(Engine_LinkRefused)->Name("Engine/LinkRefused")->Arg(100)->Arg(100000);
 BENCHMARK(Engine_LinkAdd)->Name("Engine/LinkAdd")->Arg(100)->Arg(100000);
 BENCHMARK(Sqlite_LinkAdd)->Name("Sqlite/LinkAdd")->Arg(100)->Arg(100000);
+BENCHMARK(Sqlite_LinkRefused)->Name("Sqlite/LinkRefused")->Arg(100)->Arg(100000);

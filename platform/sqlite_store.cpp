@@ -72,7 +72,11 @@ std::string quoted(const std::string &identifier) {
   return out + "\"";
 }
 
-std::string keyColumn(std::uint32_t keyNumber) { return "k" + std::to_string(keyNumber); }
+std::string keyColumn(std::uint32_t keyNumber) {
+  std::string column(1, 'k');
+  column += std::to_string(keyNumber);
+  return column;
+}
 
 std::uint32_t bigEndian(const unsigned char *p, int n) {
   std::uint32_t v = 0;
@@ -317,7 +321,8 @@ SqliteSession::~SqliteSession() {
 }
 
 std::uint32_t SqliteSession::configure(std::uint32_t mode, FileState state) {
-  if (execute(db_, "PRAGMA synchronous=FULL") != SQLITE_OK) return QDB_E_IO;
+  // A page cache that holds the key indexes of a large table keeps seeks off the disk.
+  if (execute(db_, "PRAGMA synchronous=FULL; PRAGMA cache_size=-32768") != SQLITE_OK) return QDB_E_IO;
   Statement journal;
   if (prepare(journal, "PRAGMA journal_mode") != QDB_OK) return QDB_E_IO;
   {
