@@ -15,6 +15,7 @@
 
 #include "platform/file_names.h"
 #include "platform/file_system_internal.h"
+#include "platform/record_codec_internal.h"
 #include "platform/store_backend_internal.h"
 
 namespace platform::store {
@@ -290,7 +291,7 @@ class SqliteSession final : public StoreSession {
   std::uint32_t beginRead();
   std::uint32_t prepare(Statement &s, const std::string &sql);
   // Runs a statement that returns at most one (seq, record) row.
-  std::uint32_t fetchRow(Statement &s, Row *out);
+  std::uint32_t fetchRow(Statement &s, const TableDef &def, Row *out);
 
   sqlite3 *db_;
   std::string path_;
@@ -366,13 +367,17 @@ std::uint32_t SqliteSession::prepare(Statement &s, const std::string &sql) {
   return rc == SQLITE_OK ? QDB_OK : resultOf(rc);
 }
 
-std::uint32_t SqliteSession::fetchRow(Statement &s, Row *out) {
+std::uint32_t SqliteSession::fetchRow(Statement &s, const TableDef &def, Row *out) {
   Use q(s);
   int rc = sqlite3_step(*q);
   if (rc == SQLITE_DONE) return QDB_E_NOTFOUND;
   if (rc != SQLITE_ROW) return resultOf(rc);
   out->seq = sqlite3_column_int64(*q, 0);
-  out->record = columnBytes(*q, 1);
+  if (!decodeRecord(sqlite3_column_blob(*q, 1),
+                    static_cast<std::size_t>(sqlite3_column_bytes(*q, 1)), def.recordSize,
+                    &out->record)) {
+    return QDB_E_IO;
+  }
   return QDB_OK;
 }
 
@@ -618,8 +623,9 @@ std::uint32_t SqliteSession::insert(TableHandle &handle, const std::string &reco
         t.insert, "INSERT INTO " + t.quotedName() + "(" + columns + ") VALUES(" + values + ")");
     if (r != QDB_OK) return r;
   }
+  std::string stored = encodeRecord(record);
   Use q(t.insert);
-  bindBlob(*q, 1, record);
+  bindBlob(*q, 1, stored);
   for (std::size_t i = 0; i < def.keys.size(); ++i) {
     bindKey(*q, static_cast<int>(i) + 2, keyOfRecord(def, def.keys[i], record));
   }
@@ -640,8 +646,9 @@ std::uint32_t SqliteSession::update(TableHandle &handle, std::int64_t seq,
         prepare(t.update, "UPDATE " + t.quotedName() + " SET " + sets + " WHERE seq=?");
     if (r != QDB_OK) return r;
   }
+  std::string stored = encodeRecord(record);
   Use q(t.update);
-  bindBlob(*q, 1, record);
+  bindBlob(*q, 1, stored);
   int index = 2;
   for (const KeyDef &k : def.keys) bindKey(*q, index++, keyOfRecord(def, k, record));
   sqlite3_bind_int64(*q, index, seq);
@@ -670,7 +677,7 @@ std::uint32_t SqliteSession::read(TableHandle &handle, std::int64_t seq, Row *ou
     if (r != QDB_OK) return r;
   }
   sqlite3_bind_int64(t.read.get(), 1, seq);
-  return fetchRow(t.read, out);
+  return fetchRow(t.read, t.def(), out);
 }
 
 std::uint32_t SqliteSession::seek(TableHandle &handle, const KeyDef &key, const KeyValue &value,
@@ -686,7 +693,7 @@ std::uint32_t SqliteSession::seek(TableHandle &handle, const KeyDef &key, const 
       if (r != QDB_OK) return r;
     }
     bindKey(k.seekEqual.get(), 1, value);
-    return fetchRow(k.seekEqual, out);
+    return fetchRow(k.seekEqual, t.def(), out);
   }
   // A shorter search value: the records whose key starts with it.
   std::string end = prefixEnd(value.bytes);
@@ -700,7 +707,7 @@ std::uint32_t SqliteSession::seek(TableHandle &handle, const KeyDef &key, const 
   if (!end.empty()) {
     sqlite3_bind_blob(s.get(), 2, end.data(), static_cast<int>(end.size()), SQLITE_TRANSIENT);
   }
-  return fetchRow(s, out);
+  return fetchRow(s, t.def(), out);
 }
 
 std::uint32_t SqliteSession::first(TableHandle &handle, const KeyDef &key, Row *out) {
@@ -712,7 +719,7 @@ std::uint32_t SqliteSession::first(TableHandle &handle, const KeyDef &key, Row *
                                            column + ", seq LIMIT 1");
     if (r != QDB_OK) return r;
   }
-  return fetchRow(k.first, out);
+  return fetchRow(k.first, t.def(), out);
 }
 
 std::uint32_t SqliteSession::next(TableHandle &handle, const KeyDef &key, const KeyValue &value,
@@ -732,11 +739,11 @@ std::uint32_t SqliteSession::next(TableHandle &handle, const KeyDef &key, const 
   if (!key.unique) {
     bindKey(k.nextEqual.get(), 1, value);
     sqlite3_bind_int64(k.nextEqual.get(), 2, seq);
-    std::uint32_t r = fetchRow(k.nextEqual, out);
+    std::uint32_t r = fetchRow(k.nextEqual, t.def(), out);
     if (r != QDB_E_NOTFOUND) return r;
   }
   bindKey(k.nextGreater.get(), 1, value);
-  return fetchRow(k.nextGreater, out);
+  return fetchRow(k.nextGreater, t.def(), out);
 }
 
 std::uint32_t SqliteSession::beginRead() {

@@ -296,6 +296,33 @@ TEST_F(RecordStoreTest, EveryFieldRoundTripsByteForByte) {
   EXPECT_EQ(t.replication[11], 0xAB);
 }
 
+// Records are kept compactly on disk; every shape of bytes must come back.
+TEST_F(RecordStoreTest, RecordsOfEveryByteShapeRoundTrip) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  auto shapes = [](int shape, std::size_t i) -> unsigned char {
+    switch (shape) {
+      case 0: return 0;                                     // all zero
+      case 1: return 0xFF;                                  // no zero at all
+      case 2: return i % 4 == 0 ? 'x' : 0;                  // zero runs of three
+      case 3: return i % 5 == 0 ? 'y' : 0;                  // zero runs of four
+      case 4: return static_cast<unsigned char>(i * 7919);  // mixed
+      default: return i < 40 ? 0 : 'z';                     // zeros first, then none
+    }
+  };
+  for (int shape = 0; shape < 6; ++shape) {
+    auto *bytes = reinterpret_cast<unsigned char *>(&t.record);
+    for (std::size_t i = 0; i < sizeof t.record; ++i) bytes[i] = shapes(shape, i);
+    // A distinct ID per shape, the rest as shaped.
+    t.record.id.Data1 = 0xABC00000u + static_cast<std::uint32_t>(shape);
+    alertdb_test::SampleRecord written = t.record;
+    ASSERT_EQ(QDBRecordAdd(h), 0u) << shape;
+    std::memset(&t.record, 0x5A, sizeof t.record);
+    ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &written.id, 1, 16), 0u) << shape;
+    EXPECT_EQ(std::memcmp(&t.record, &written, sizeof written), 0) << shape;
+  }
+}
+
 TEST_F(RecordStoreTest, FindMakesCurrentWithoutReadingAndReadFollows) {
   SampleTable t;
   KEPDB *h = createSample(t);
