@@ -3,8 +3,8 @@
 
 #include "events/event_class_table.h"
 #include "events/event_log_table.h"
-#include "events/purge_log.h"
 #include "events/event_resp_table.h"
+#include "events/purge_log.h"
 #include "framework/alert_db_table.h"
 #include "framework/alert_status.h"
 #include "framework/file_locks.h"

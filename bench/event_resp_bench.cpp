@@ -105,8 +105,8 @@ class SqliteLinks {
                  "CREATE INDEX links_event_class ON links(event_class);"
                  "CREATE INDEX links_response ON links(response);",
                  nullptr, nullptr, nullptr);
-    sqlite3_prepare_v2(db_, "SELECT 1 FROM links WHERE response=? AND event_class=?", -1,
-                       &exists_, nullptr);
+    sqlite3_prepare_v2(db_, "SELECT 1 FROM links WHERE response=? AND event_class=?", -1, &exists_,
+                       nullptr);
     sqlite3_prepare_v2(db_, "INSERT INTO links VALUES(?,?,?)", -1, &insert_, nullptr);
   }
   ~SqliteLinks() {

@@ -323,7 +323,8 @@ SqliteSession::~SqliteSession() {
 
 std::uint32_t SqliteSession::configure(std::uint32_t mode, FileState state) {
   // A page cache that holds the key indexes of a large table keeps seeks off the disk.
-  if (execute(db_, "PRAGMA synchronous=FULL; PRAGMA cache_size=-32768") != SQLITE_OK) return QDB_E_IO;
+  if (execute(db_, "PRAGMA synchronous=FULL; PRAGMA cache_size=-32768") != SQLITE_OK)
+    return QDB_E_IO;
   Statement journal;
   if (prepare(journal, "PRAGMA journal_mode") != QDB_OK) return QDB_E_IO;
   {

@@ -46,8 +46,7 @@ bool runEventFlow() {
   ALRTEVENT_CLASSREC eventClass{};
   if (!registerEventClass(classes, &eventClass)) return false;
   char severity[128] = {};
-  GetSeverityText(severity, static_cast<std::int32_t>(eventClass.Severity),
-                  AlertDBModuleHandle());
+  GetSeverityText(severity, static_cast<std::int32_t>(eventClass.Severity), AlertDBModuleHandle());
   std::printf("  event ID %u, severity %s (colour %u), SNMP identifier %s\n", eventClass.EventID,
               severity, eventClass.SeverityColor, eventClass.SNMP_OID);
 
@@ -58,7 +57,34 @@ bool runEventFlow() {
   std::printf("linked it to response %s: %s; the same link again: %s\n",
               platform::GuidToString(response).c_str(), linked == 0 ? "ok" : "failed",
               again == ALRT_E_LINKEXISTS ? "refused" : "accepted");
-  return linked == 0 && again == ALRT_E_LINKEXISTS;
+  if (linked != 0 || again != ALRT_E_LINKEXISTS) return false;
+
+  // An occurrence of the event, logged as the detecting component does.
+  CAlertEVENT_LOGDB log;
+  if (!openTable(log, "event log")) return false;
+  ALRTEVENT_LOGREC entry{};
+  entry.EventClass_OID = eventClass.KEPOID;
+  std::strcpy(entry.EventName, eventClass.EventName);
+  entry.EventID = eventClass.EventID;
+  entry.Severity = eventClass.Severity;
+  std::strcpy(entry.SeverityTxt, severity);
+  std::strcpy(entry.MachineName, "server01");
+  std::strcpy(entry.EventText, "Volume C: is 99% full");
+  std::uint16_t month, day, year, hour, minute, second, hundredths;
+  platform::DOSGetDate(&month, &day, &year);
+  platform::DOSGetTime(&hour, &minute, &second, &hundredths);
+  unsigned char stamp[8] = {
+      static_cast<unsigned char>(year - 1900), static_cast<unsigned char>(month),
+      static_cast<unsigned char>(day),         static_cast<unsigned char>(hour),
+      static_cast<unsigned char>(minute),      static_cast<unsigned char>(second),
+      static_cast<unsigned char>(hundredths),  0};
+  std::memcpy(entry.Time, stamp, sizeof stamp);
+  entry.Ack = 1;
+  _GUID entryId{};
+  std::uint32_t logged = log.DBAlertRecAdd(&entry, &entryId);
+  std::printf("logged \"%s\" on %s, acknowledged: %s\n", entry.EventText, entry.MachineName,
+              logged == 0 ? "ok" : "failed");
+  return logged == 0;
 }
 
 }  // namespace

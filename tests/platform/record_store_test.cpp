@@ -302,12 +302,18 @@ TEST_F(RecordStoreTest, RecordsOfEveryByteShapeRoundTrip) {
   KEPDB *h = createSample(t);
   auto shapes = [](int shape, std::size_t i) -> unsigned char {
     switch (shape) {
-      case 0: return 0;                                     // all zero
-      case 1: return 0xFF;                                  // no zero at all
-      case 2: return i % 4 == 0 ? 'x' : 0;                  // zero runs of three
-      case 3: return i % 5 == 0 ? 'y' : 0;                  // zero runs of four
-      case 4: return static_cast<unsigned char>(i * 7919);  // mixed
-      default: return i < 40 ? 0 : 'z';                     // zeros first, then none
+      case 0:
+        return 0;  // all zero
+      case 1:
+        return 0xFF;  // no zero at all
+      case 2:
+        return i % 4 == 0 ? 'x' : 0;  // zero runs of three
+      case 3:
+        return i % 5 == 0 ? 'y' : 0;  // zero runs of four
+      case 4:
+        return static_cast<unsigned char>(i * 7919);  // mixed
+      default:
+        return i < 40 ? 0 : 'z';  // zeros first, then none
     }
   };
   for (int shape = 0; shape < 6; ++shape) {
