@@ -141,7 +141,7 @@ TEST_F(EventClassTableTest, ParameterCountAboveTwentyIsRefused) {
   ASSERT_EQ(table->DBAlertRecAdd(&r, &id), 0u);
   r.NumParam = 0xFFFFFFFF;
   EXPECT_EQ(table->DBAlertRecUpdate(&r), ALRT_E_TOOLARGE);
-  EXPECT_EQ(stored(id).NumParam, 20u);
+  EXPECT_EQ(std::uint32_t{stored(id).NumParam}, 20u);
   EXPECT_EQ(table->DBAlertRecAdd(nullptr, &id), ALRT_E_INVALIDPARAM);
 }
 
@@ -176,7 +176,7 @@ TEST_F(EventClassTableTest, UpdatesSignalAndTellTheObjectManagerOnlyWhenSomethin
   g_om.updateResult = 0x80004005;
   same.Severity = 4;
   EXPECT_EQ(table->DBAlertRecUpdate(&same), ALRT_E_OMFAILED);
-  EXPECT_EQ(stored(id).Severity, 4u) << "the change stays";
+  EXPECT_EQ(std::uint32_t{stored(id).Severity}, 4u) << "the change stays";
 }
 
 TEST_F(EventClassTableTest, IconCallbacksAreCalledExactlyWhenTheIconIsNewOrChanged) {
@@ -239,7 +239,7 @@ TEST_F(EventClassTableTest, ObjectManagerMirrorsAddsAndDeletes) {
   g_om.addResult = 0x80004005;
   ALRTEVENT_CLASSREC refused = eventClass("refused", 3);
   EXPECT_EQ(table->DBAlertRecAdd(&refused, &id), ALRT_E_OMFAILED);
-  EXPECT_EQ(stored(id).EventID, 3u);
+  EXPECT_EQ(std::uint32_t{stored(id).EventID}, 3u);
   ALRTEVENT_CLASSREC raw = eventClass("raw", 4);
   EXPECT_EQ(table->DBAlertRecAdd(&raw, &id, 0), 0x80004005u);
 }
