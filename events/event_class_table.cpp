@@ -15,21 +15,16 @@ template class CAlertDBTable<ALRTEVENT_CLASSREC>;
 
 namespace {
 
-constexpr platform::FieldTemplate field(std::uint32_t key, std::uint32_t attribute,
-                                        std::uint32_t size, std::uint32_t flags) {
-  return {key, attribute, size, size, nullptr, flags, 0};
-}
-
 const platform::FieldTemplate kTemplates[] = {
-    field(1, 16, 16, 0x311), field(0, 16, 2049, 0x301), field(0, 16, 29, 0x301),
-    field(0, 4, 16, 0x8011), field(3, 20, 65, 0x1),     field(2, 8, 4, 0x7),
-    field(4, 10, 4, 0x20F),  field(0, 0, 1, 0x10),      field(5, 15, 65, 0x1),
-    field(6, 4, 4, 0x7),     field(0, 25, 2049, 0x1),   field(0, 20, 2049, 0x1),
-    field(0, 0, 261, 0x1),   field(0, 0, 4, 0x7),       field(0, 0, 4, 0x7),
-    field(0, 0, 261, 0x1),   field(0, 0, 261, 0x1),     field(17, 0, 4, 0x7),
-    field(18, 0, 4, 0x7),    field(0, 0, 4, 0x307),     field(0, 0, 1020, 0x104),
-    field(0, 0, 65, 0x301),  field(7, 0, 12, 0x30D),    field(19, 16, 16, 0x11),
-    field(0, 5, 4, 0x7),
+    AlertField(1, 16, 16, 0x311), AlertField(0, 16, 2049, 0x301), AlertField(0, 16, 29, 0x301),
+    AlertField(0, 4, 16, 0x8011), AlertField(3, 20, 65, 0x1),     AlertField(2, 8, 4, 0x7),
+    AlertField(4, 10, 4, 0x20F),  AlertField(0, 0, 1, 0x10),      AlertField(5, 15, 65, 0x1),
+    AlertField(6, 4, 4, 0x7),     AlertField(0, 25, 2049, 0x1),   AlertField(0, 20, 2049, 0x1),
+    AlertField(0, 0, 261, 0x1),   AlertField(0, 0, 4, 0x7),       AlertField(0, 0, 4, 0x7),
+    AlertField(0, 0, 261, 0x1),   AlertField(0, 0, 261, 0x1),     AlertField(17, 0, 4, 0x7),
+    AlertField(18, 0, 4, 0x7),    AlertField(0, 0, 4, 0x307),     AlertField(0, 0, 1020, 0x104),
+    AlertField(0, 0, 65, 0x301),  AlertField(7, 0, 12, 0x30D),    AlertField(19, 16, 16, 0x11),
+    AlertField(0, 5, 4, 0x7),
 };
 constexpr std::uint32_t kFieldCount = 25;
 constexpr std::uint32_t kRecordFields = 22;

@@ -13,40 +13,35 @@ template class CAlertDBTable<ALRTEVENT_LOGREC>;
 
 namespace {
 
-constexpr platform::FieldTemplate field(std::uint32_t key, std::uint32_t attribute,
-                                        std::uint32_t size, std::uint32_t flags) {
-  return {key, attribute, size, size, nullptr, flags, 0};
-}
-
 // In field order; fields 24 to 26 live in the table object.
 constexpr platform::FieldTemplate kTemplates[] = {
-    field(20, 16, 16, 0x311),  // KEPOID
-    field(21, 16, 16, 0x311),  // EventClass_OID
-    field(22, 16, 16, 0x311),  // SourceOID
-    field(38, 3, 1, 0x20012),  // Ack
-    field(0, 4, 16, 0x8011),   // Icon
-    field(23, 15, 65, 0x1),    // EventName
-    field(24, 8, 4, 0x7),      // EventID
-    field(25, 7, 4, 0x20F),    // Severity
-    field(0, 7, 1, 0x10),      // SeverityColor
-    field(35, 12, 8, 0xC),     // Time
-    field(37, 15, 65, 0x1),    // MachineName
-    field(0, 25, 2049, 0x1),   // EventText
-    field(0, 7, 4, 0xF),       // OpStatus
-    field(36, 10, 65, 0x1),    // UserName
-    field(0, 20, 2049, 0x1),   // Comment
-    field(26, 10, 65, 0x1),    // ProductName
-    field(39, 15, 65, 0x1),    // domainName
-    field(0, 18, 4, 0x7),      // ErrorCode
-    field(0, 15, 29, 0x1),     // Address
-    field(0, 10, 261, 0x1),    // TextParameter
-    field(0, 0, 65, 0x1),      // SeverityTxt
-    field(0, 18, 2049, 0x1),   // OpStatusTxt
-    field(0, 0, 4, 0x307),     // BlobSize
-    field(0, 0, 2049, 0x304),  // binblob
-    field(40, 0, 12, 0x30D),   // Replication
-    field(41, 16, 16, 0x11),   // Domain_Id
-    field(0, 5, 4, 0x7),       // OMFlags
+    AlertField(20, 16, 16, 0x311),  // KEPOID
+    AlertField(21, 16, 16, 0x311),  // EventClass_OID
+    AlertField(22, 16, 16, 0x311),  // SourceOID
+    AlertField(38, 3, 1, 0x20012),  // Ack
+    AlertField(0, 4, 16, 0x8011),   // Icon
+    AlertField(23, 15, 65, 0x1),    // EventName
+    AlertField(24, 8, 4, 0x7),      // EventID
+    AlertField(25, 7, 4, 0x20F),    // Severity
+    AlertField(0, 7, 1, 0x10),      // SeverityColor
+    AlertField(35, 12, 8, 0xC),     // Time
+    AlertField(37, 15, 65, 0x1),    // MachineName
+    AlertField(0, 25, 2049, 0x1),   // EventText
+    AlertField(0, 7, 4, 0xF),       // OpStatus
+    AlertField(36, 10, 65, 0x1),    // UserName
+    AlertField(0, 20, 2049, 0x1),   // Comment
+    AlertField(26, 10, 65, 0x1),    // ProductName
+    AlertField(39, 15, 65, 0x1),    // domainName
+    AlertField(0, 18, 4, 0x7),      // ErrorCode
+    AlertField(0, 15, 29, 0x1),     // Address
+    AlertField(0, 10, 261, 0x1),    // TextParameter
+    AlertField(0, 0, 65, 0x1),      // SeverityTxt
+    AlertField(0, 18, 2049, 0x1),   // OpStatusTxt
+    AlertField(0, 0, 4, 0x307),     // BlobSize
+    AlertField(0, 0, 2049, 0x304),  // binblob
+    AlertField(40, 0, 12, 0x30D),   // Replication
+    AlertField(41, 16, 16, 0x11),   // Domain_Id
+    AlertField(0, 5, 4, 0x7),       // OMFlags
 };
 constexpr std::uint32_t kFieldCount = 27;
 constexpr std::uint32_t kRecordFields = 24;

@@ -9,16 +9,11 @@ template class CAlertDBTable<ALRTEVENT_RESPREC>;
 
 namespace {
 
-constexpr platform::FieldTemplate field(std::uint32_t key, std::uint32_t attribute,
-                                        std::uint32_t size, std::uint32_t flags) {
-  return {key, attribute, size, size, nullptr, flags, 0};
-}
-
 const platform::FieldTemplate kTemplates[] = {
-    field(42, 16, 16, 0x311),  // KEPOID
-    field(43, 16, 16, 0x311),  // EventClassOID
-    field(44, 16, 16, 0x311),  // ResponseOID
-    field(45, 0, 12, 0x30D),   // Replication
+    AlertField(42, 16, 16, 0x311),  // KEPOID
+    AlertField(43, 16, 16, 0x311),  // EventClassOID
+    AlertField(44, 16, 16, 0x311),  // ResponseOID
+    AlertField(45, 0, 12, 0x30D),   // Replication
 };
 const char *const kFieldNames[] = {"KEPOID", "EventClassOID", "ResponseOID", "Replication"};
 constexpr std::uint32_t kRecordFields = 3;

@@ -10,6 +10,18 @@
 #include "platform/record_store.h"
 #include "platform/win_types.h"
 
+// One field template of a table definition, not yet bound to storage.
+constexpr platform::FieldTemplate AlertField(std::uint32_t keyNumber, std::uint32_t attribute,
+                                             std::uint32_t size, std::uint32_t flags) {
+  platform::FieldTemplate t{};
+  t.keyNumber = keyNumber;
+  t.attribute = attribute;
+  t.size = size;
+  t.sizeAgain = size;
+  t.flags = flags;
+  return t;
+}
+
 // The constants a table class hands to SetSchema, gathered in one place.
 struct AlertTableDefinition {
   const char *tableName;
