@@ -3,9 +3,9 @@
 #include <sqlite3.h>
 
 #include <cstring>
-#include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "framework/link_table_probe.h"
@@ -29,37 +29,23 @@ std::uint32_t refuse(platform::KepOMConnection **) { return 0x80004005; }
 std::uint32_t refuseInstance(const _GUID *, const _GUID *, const char *) { return 0x80004005; }
 
 // A log entry whose every byte is set, texts holding their own field names.
-ALRTEVENT_LOGREC sampleEntry(unsigned char classFill, const unsigned char (&time)[8],
-                             unsigned char ack = 0) {
+ALRTEVENT_LOGREC sampleEntry(unsigned char classFill, unsigned char day = 1) {
   ALRTEVENT_LOGREC e;
   std::memset(&e, 0x5A, sizeof e);
   e.KEPOID = {};
   e.EventClass_OID = makeId(classFill);
-  e.SourceOID = makeId(0x33);
-  e.Ack = ack;
-  e.Icon = makeId(0xEE);
-  e.EventID = 0x01020304;
-  e.Severity = 2;
-  e.SeverityColor = 0xCC;
+  e.Ack = 0;
+  const unsigned char time[8] = {125, 6, day, 12, 0, 0, 0, 0};
   std::memcpy(e.Time, time, sizeof e.Time);
-  e.ErrorCode = -7;
-  e.OpStatus = 3;
-  e.BlobSize = 5;
-  std::strcpy(e.EventName, "EventName");
-  std::strcpy(e.SeverityTxt, "SeverityTxt");
-  std::strcpy(e.ProductName, "ProductName");
-  std::strcpy(e.Comment, "Comment");
-  std::strcpy(e.UserName, "UserName");
-  std::strcpy(e.MachineName, "MachineName");
-  std::strcpy(e.domainName, "domainName");
-  std::strcpy(e.EventText, "EventText");
-  std::strcpy(e.OpStatusTxt, "OpStatusTxt");
-  std::strcpy(e.TextParameter, "TextParameter");
-  std::strcpy(e.Address, "Address");
+  char *texts[] = {e.EventName,   e.SeverityTxt,   e.ProductName, e.Comment,
+                   e.UserName,    e.MachineName,   e.domainName,  e.EventText,
+                   e.OpStatusTxt, e.TextParameter, e.Address};
+  const char *names[] = {"EventName",   "SeverityTxt",   "ProductName", "Comment",
+                         "UserName",    "MachineName",   "domainName",  "EventText",
+                         "OpStatusTxt", "TextParameter", "Address"};
+  for (int i = 0; i < 11; ++i) std::strcpy(texts[i], names[i]);
   return e;
 }
-
-constexpr unsigned char kNoon[8] = {125, 6, 1, 12, 0, 0, 0, 0};
 
 class EventLogTableTest : public alertdb_test::IsolatedTest {
  protected:
@@ -70,93 +56,70 @@ class EventLogTableTest : public alertdb_test::IsolatedTest {
   static bool mirrored(const _GUID &id) {
     _GUID classId{};
     char name[32] = {};
-    if (platform::KepOMGetInstance(&id, &classId, name, sizeof name) != 0) return false;
-    return std::memcmp(&classId, &platform::kClassIdEventLog, 16) == 0 &&
+    return platform::KepOMGetInstance(&id, &classId, name, sizeof name) == 0 &&
+           std::memcmp(&classId, &platform::kClassIdEventLog, 16) == 0 &&
            std::string(name) == "EVENT_LOG";
   }
-  static std::vector<ALRTEVENT_LOGREC> walk(CAlertEVENT_LOGDB &table, std::uint32_t key,
-                                            std::uint32_t length = 0, const void *value = nullptr) {
-    std::vector<ALRTEVENT_LOGREC> entries;
+  // The day of each entry found, in enumeration order.
+  static std::vector<int> walk(CAlertEVENT_LOGDB &table, std::uint32_t key,
+                               std::uint32_t length = 0, void *value = nullptr) {
+    std::vector<int> days;
     auto e = std::make_unique<ALRTEVENT_LOGREC>();
-    for (std::uint32_t r = table.DBAlertRecFindFirst(
-             key, length, static_cast<unsigned char *>(const_cast<void *>(value)), e.get());
+    for (std::uint32_t r =
+             table.DBAlertRecFindFirst(key, length, static_cast<unsigned char *>(value), e.get());
          r == 0; r = table.DBAlertRecFindNext(e.get())) {
-      entries.push_back(*e);
+      days.push_back(e->Time[2]);
     }
-    return entries;
-  }
-  // Column values of one SQL query on a data file, as text.
-  std::vector<std::string> query(const std::string &file, const char *sql) {
-    std::vector<std::string> rows;
-    sqlite3 *db = nullptr;
-    EXPECT_EQ(sqlite3_open_v2(dataPath(file).c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
-              SQLITE_OK);
-    sqlite3_stmt *s = nullptr;
-    EXPECT_EQ(sqlite3_prepare_v2(db, sql, -1, &s, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-    while (sqlite3_step(s) == SQLITE_ROW) {
-      const void *bytes = sqlite3_column_blob(s, 0);
-      rows.emplace_back(static_cast<const char *>(bytes),
-                        static_cast<std::size_t>(sqlite3_column_bytes(s, 0)));
-    }
-    sqlite3_finalize(s);
-    sqlite3_close(db);
-    return rows;
+    return days;
   }
 };
 
-TEST_F(EventLogTableTest, ConstructorsChooseTheFileAndWhetherEntriesAreMirrored) {
-  ProbedLogTable plain(nullptr);
-  ProbedLogTable mirroredLog;
+TEST_F(EventLogTableTest, ConstructorsChooseFileAndMirroringAndUpdatesNeverSignal) {
+  ProbedLogTable plain(nullptr), table;
   EXPECT_EQ(std::string(plain.m_szFilePath), dataPath("AlEvntdb.dat"));
-  EXPECT_EQ(std::string(mirroredLog.m_szFilePath), dataPath("KEPLogDB.dat"));
+  EXPECT_EQ(std::string(table.m_szFilePath), dataPath("KEPLogDB.dat"));
   ASSERT_EQ(plain.DBCreate(), 0u);
-  ASSERT_EQ(mirroredLog.DBCreate(), 0u);
-
-  ALRTEVENT_LOGREC a = sampleEntry(1, kNoon), b = sampleEntry(2, kNoon);
-  _GUID aId{}, bId{};
+  ASSERT_EQ(table.DBCreate(), 0u);
+  ChangeEventWatch watch;
+  watch.reset();
+  ALRTEVENT_LOGREC a = sampleEntry(1), e = sampleEntry(2);
+  _GUID aId{}, id{};
   ASSERT_EQ(plain.DBAlertRecAdd(&a, &aId), 0u);
-  ASSERT_EQ(mirroredLog.DBAlertRecAdd(&b, &bId), 0u);
+  ASSERT_EQ(table.DBAlertRecAdd(&e, &id), 0u);
   EXPECT_FALSE(mirrored(aId));
-  EXPECT_TRUE(mirrored(bId));
+  EXPECT_TRUE(mirrored(id));
   EXPECT_EQ(walk(plain, 20).size(), 1u) << "separate files";
 
-  // Copies keep the file and the mirroring, with a handle and connection of their own.
-  ProbedLogTable copy(mirroredLog);
-  EXPECT_EQ(copy.m_hTable, nullptr);
-  ASSERT_EQ(copy.DBOpen(), 0u);
-  ALRTEVENT_LOGREC c = sampleEntry(3, kNoon);
-  _GUID cId{};
-  ASSERT_EQ(copy.DBAlertRecAdd(&c, &cId), 0u);
-  EXPECT_TRUE(mirrored(cId));
-  ProbedLogTable assigned(nullptr);
-  assigned = plain;
-  ASSERT_EQ(assigned.DBOpen(), 0u);
-  ALRTEVENT_LOGREC d = sampleEntry(4, kNoon);
-  _GUID dId{};
-  ASSERT_EQ(assigned.DBAlertRecAdd(&d, &dId), 0u);
-  EXPECT_FALSE(mirrored(dId));
-  EXPECT_EQ(walk(mirroredLog, 20).size(), 2u);
-
-  // The default field view is the same process-wide array for every table.
-  EXPECT_EQ(plain.GetNoDefFlds(), 14u);
-  ASSERT_EQ(plain.GetDefFldView(), mirroredLog.GetDefFldView());
-  std::vector<std::string> view;
-  for (unsigned i = 0; i < plain.GetNoDefFlds(); ++i)
-    view.push_back(plain.GetDefFldView()[i].pszName);
-  EXPECT_EQ(view,
-            (std::vector<std::string>{"Ack", "Icon", "EventName", "SeverityColor", "Time",
-                                      "MachineName", "EventText", "OpStatus", "UserName", "Comment",
-                                      "ProductName", "domainName", "Address", "TextParameter"}));
+  auto read = std::make_unique<ALRTEVENT_LOGREC>();
+  ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
+  EXPECT_EQ(table.DBAlertRecUpdate(read.get()), 240u) << "unchanged";
+  read->Ack = 1;  // Icon and SeverityColor are derived again
+  read->Icon = makeId(0x44);
+  read->SeverityColor = 0x99;
+  ASSERT_EQ(table.DBAlertRecUpdate(read.get()), 0u);
+  ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
+  e.Ack = 1;
+  EXPECT_EQ(std::memcmp(read.get(), &e, sizeof e), 0);
+  a.KEPOID = makeId(0x42);
+  EXPECT_EQ(table.DBAlertRecUpdate(&a), ALRT_E_NOTFOUND);
+  ASSERT_EQ(table.DBAlertRecDelete(&id), 0u);
+  EXPECT_EQ(table.DBAlertRecRetrieve(&id, read.get()), ALRT_E_NOTFOUND);
+  EXPECT_TRUE(mirrored(id)) << "deleting an entry leaves its instance";
+  EXPECT_FALSE(watch.signalled());
 }
 
-TEST_F(EventLogTableTest, AddStoresEveryFieldAndDerivesIconAndColour) {
+TEST_F(EventLogTableTest, EntriesRoundTripWithDerivedFieldsAndFollowTheirKeys) {
   ProbedLogTable table(nullptr);
   ASSERT_EQ(table.DBCreate(), 0u);
-  const std::pair<std::uint32_t, unsigned char> colours[] = {{0, 0}, {1, 3}, {2, 2},
-                                                             {3, 1}, {4, 0}, {7, 0}};
-  for (auto [severity, colour] : colours) {
-    ALRTEVENT_LOGREC e = sampleEntry(9, kNoon);
+  // {severity, colour, event class, day, event ID}
+  for (auto [severity, colour, eventClass, day, eventId] :
+       {std::tuple<std::uint32_t, int, int, int, std::uint32_t>{1, 3, 7, 20, 256},
+        {3, 1, 5, 3, 1},
+        {7, 0, 7, 11, 70000},
+        {2, 2, 6, 1, 255}}) {
+    ALRTEVENT_LOGREC e = sampleEntry(eventClass, day);
     e.Severity = severity;
+    e.EventID = eventId;
     _GUID id{};
     ASSERT_EQ(table.DBAlertRecAdd(&e, &id), 0u);
     EXPECT_EQ(e.SeverityColor, colour) << "severity " << severity;
@@ -165,12 +128,16 @@ TEST_F(EventLogTableTest, AddStoresEveryFieldAndDerivesIconAndColour) {
     ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
     EXPECT_EQ(std::memcmp(read.get(), &e, sizeof e), 0) << "every byte round-trips";
   }
+  EXPECT_EQ(walk(table, CAlertEVENT_LOGDB::kTimeKey), (std::vector<int>{1, 3, 11, 20}));
+  EXPECT_EQ(walk(table, CAlertEVENT_LOGDB::kEventIdKey), (std::vector<int>{3, 1, 20, 11}));
+  _GUID seven = makeId(7);
+  EXPECT_EQ(walk(table, CAlertEVENT_LOGDB::kEventClassKey, 16, &seven), (std::vector<int>{20, 11}));
 
-  // Read as a tool reads any table, by its catalog alone (fields back to back in
-  // field order), each text sits in the field of its name.
+  // Read by the catalog alone (fields back to back in field order), each text
+  // sits in the field of its name.
   platform::StoreTableInfo info;
   ASSERT_EQ(platform::QDBTableInfo(table.m_hTable, "EVENT_LOG", &info), 0u);
-  ASSERT_EQ(info.fields.size(), 27u);
+  EXPECT_EQ(info.fields.at(12).queryType, "QInfo_OpStt");
   std::string image(sizeof(ALRTEVENT_LOGREC) + 12 + 16 + 4, '\0');
   std::vector<platform::FieldTemplate> templates;
   std::size_t offset = 0;
@@ -185,157 +152,56 @@ TEST_F(EventLogTableTest, AddStoresEveryFieldAndDerivesIconAndColour) {
   platform::QDBDone(raw);
   int texts = 0;
   for (std::size_t i = 0; i < info.fields.size(); ++i) {
-    const platform::StoreFieldInfo &f = info.fields[i];
-    if (f.size <= 16 || f.name == "binblob" || f.name == "Replication") continue;
-    const char *text = static_cast<const char *>(templates[i].storage);
-    EXPECT_EQ(std::string(text), f.name) << "field " << i;
+    const std::string &name = info.fields[i].name;
+    if (info.fields[i].size <= 16 || name == "binblob" || name == "Replication") continue;
+    EXPECT_EQ(std::string(static_cast<const char *>(templates[i].storage)), name);
     ++texts;
   }
   EXPECT_EQ(texts, 11);
-}
 
-TEST_F(EventLogTableTest, EnumerationsFollowTheirKeys) {
-  ProbedLogTable table(nullptr);
-  ASSERT_EQ(table.DBCreate(), 0u);
-  struct Entry {
-    unsigned char eventClass, ack, day;
-    std::uint32_t eventId;
-  } entries[] = {{7, 0, 20, 256}, {5, 1, 3, 1}, {7, 1, 11, 70000}, {6, 0, 1, 2}, {5, 0, 30, 255}};
-  for (const Entry &x : entries) {
-    unsigned char time[8] = {125, 1, x.day, 8, 0, 0, 0, 0};
-    ALRTEVENT_LOGREC e = sampleEntry(x.eventClass, time, x.ack);
-    e.EventID = x.eventId;
-    _GUID id{};
-    ASSERT_EQ(table.DBAlertRecAdd(&e, &id), 0u);
-  }
-  auto days = [](const std::vector<ALRTEVENT_LOGREC> &list) {
-    std::vector<int> out;
-    for (const auto &e : list) out.push_back(e.Time[2]);
-    return out;
-  };
-  EXPECT_EQ(days(walk(table, CAlertEVENT_LOGDB::kTimeKey)), (std::vector<int>{1, 3, 11, 20, 30}));
-  // Numbers in numeric order, equal keys in insertion order.
-  EXPECT_EQ(days(walk(table, CAlertEVENT_LOGDB::kEventIdKey)),
-            (std::vector<int>{3, 1, 30, 20, 11}));
-  unsigned char acknowledged = 1;
-  EXPECT_EQ(days(walk(table, CAlertEVENT_LOGDB::kAckKey, 1, &acknowledged)),
-            (std::vector<int>{3, 11}));
-  _GUID seven = makeId(7);
-  EXPECT_EQ(days(walk(table, CAlertEVENT_LOGDB::kEventClassKey, 16, &seven)),
-            (std::vector<int>{20, 11}));
-  _GUID none = makeId(9);
-  EXPECT_TRUE(walk(table, CAlertEVENT_LOGDB::kEventClassKey, 16, &none).empty());
-}
-
-TEST_F(EventLogTableTest, UpdateAndDeleteNeverSignal) {
-  ProbedLogTable table;
-  ASSERT_EQ(table.DBCreate(), 0u);
-  ChangeEventWatch watch;
-  watch.reset();
-  ALRTEVENT_LOGREC e = sampleEntry(1, kNoon);
-  _GUID id{};
-  ASSERT_EQ(table.DBAlertRecAdd(&e, &id), 0u);
-
-  auto read = std::make_unique<ALRTEVENT_LOGREC>();
-  ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
-  EXPECT_EQ(table.DBAlertRecUpdate(read.get()), 240u) << "unchanged";
-
-  // Acknowledging changes Ack; Icon and SeverityColor are derived again.
-  read->Ack = 1;
-  read->Icon = makeId(0x44);
-  read->SeverityColor = 0x99;
-  ASSERT_EQ(table.DBAlertRecUpdate(read.get()), 0u);
-  auto after = std::make_unique<ALRTEVENT_LOGREC>();
-  ASSERT_EQ(table.DBAlertRecRetrieve(&id, after.get()), 0u);
-  ALRTEVENT_LOGREC expected = e;
-  expected.Ack = 1;
-  EXPECT_EQ(std::memcmp(after.get(), &expected, sizeof expected), 0);
-  EXPECT_TRUE(mirrored(id));
-
-  ALRTEVENT_LOGREC missing = sampleEntry(1, kNoon);
-  missing.KEPOID = makeId(0x42);
-  EXPECT_EQ(table.DBAlertRecUpdate(&missing), ALRT_E_NOTFOUND);
-  _GUID unknown = makeId(0x42);
-  std::uint32_t notStored = table.DBAlertRecDelete(&unknown);
-  EXPECT_NE(notStored, 0u);
-  EXPECT_LT(notStored, 0x10000u) << "the record store's own result";
-  ASSERT_EQ(table.DBAlertRecDelete(&id), 0u);
-  EXPECT_EQ(table.DBAlertRecRetrieve(&id, after.get()), ALRT_E_NOTFOUND);
-  EXPECT_TRUE(mirrored(id)) << "deleting an entry leaves its instance";
-  EXPECT_FALSE(watch.signalled());
+  // The query types and their values are registered in the file with the table.
+  sqlite3 *db = nullptr;
+  sqlite3_stmt *s = nullptr;
+  sqlite3_open_v2(dataPath("AlEvntdb.dat").c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  sqlite3_prepare_v2(db,
+                     "SELECT (SELECT count(*) FROM alertdb_query_types), count(*) FROM "
+                     "alertdb_query_type_values WHERE type_name = 'QInfo_OpStt'",
+                     -1, &s, nullptr);
+  EXPECT_EQ(sqlite3_step(s), SQLITE_ROW);
+  EXPECT_EQ(sqlite3_column_int(s, 0), 6);
+  EXPECT_EQ(sqlite3_column_int(s, 1), 4);
+  sqlite3_finalize(s);
+  sqlite3_close(db);
 }
 
 TEST_F(EventLogTableTest, ObjectManagerRefusalsGiveOmFailed) {
   ProbedLogTable reader("KEPLogDB.dat");  // the same file, not mirrored
   ASSERT_EQ(reader.DBCreate(), 0u);
-  ALRTEVENT_LOGREC stored = sampleEntry(1, kNoon);
-  _GUID storedId{};
+  ALRTEVENT_LOGREC stored = sampleEntry(1);
+  _GUID storedId{}, id{};
   ASSERT_EQ(reader.DBAlertRecAdd(&stored, &storedId), 0u);
-
-  {  // No connection: nothing is stored, changed or deleted.
+  ALRTEVENT_LOGREC changed = stored;
+  changed.Ack = 1;
+  auto read = std::make_unique<ALRTEVENT_LOGREC>();
+  // Without a connection nothing is stored or changed; a registration refused
+  // comes after storing, and the change stays.
+  for (bool connects : {false, true}) {
     platform::KepOMProvider provider{};
-    provider.Open = refuse;
+    provider.Open = connects ? nullptr : refuse;
+    provider.AddInstance = provider.UpdateInstance = connects ? refuseInstance : nullptr;
     platform::KepOMSetProvider(&provider);
     ProbedLogTable table;
     ASSERT_EQ(table.DBOpen(), 0u);
-    ALRTEVENT_LOGREC e = sampleEntry(2, kNoon);
-    _GUID id{};
+    ALRTEVENT_LOGREC e = sampleEntry(2);
     EXPECT_EQ(table.DBAlertRecAdd(&e, &id), ALRT_E_OMFAILED);
-    ALRTEVENT_LOGREC changed = stored;
-    changed.Ack = 1;
     EXPECT_EQ(table.DBAlertRecUpdate(&changed), ALRT_E_OMFAILED);
-    EXPECT_EQ(table.DBAlertRecDelete(&storedId), ALRT_E_OMFAILED);
-    std::vector<ALRTEVENT_LOGREC> all = walk(reader, 20);
-    ASSERT_EQ(all.size(), 1u);
-    EXPECT_EQ(all[0].Ack, 0);
-    // A table that does not mirror never opens a connection.
-    ALRTEVENT_LOGREC f = sampleEntry(3, kNoon);
-    EXPECT_EQ(reader.DBAlertRecAdd(&f, &id), 0u);
-    EXPECT_EQ(reader.DBAlertRecDelete(&id), 0u);
-  }
-  {  // Registration refused after storing: the change stays.
-    platform::KepOMProvider provider{};
-    provider.AddInstance = refuseInstance;
-    provider.UpdateInstance = refuseInstance;
-    platform::KepOMSetProvider(&provider);
-    ProbedLogTable table;
-    ASSERT_EQ(table.DBOpen(), 0u);
-    ALRTEVENT_LOGREC e = sampleEntry(2, kNoon);
-    _GUID id{};
-    EXPECT_EQ(table.DBAlertRecAdd(&e, &id), ALRT_E_OMFAILED);
-    ALRTEVENT_LOGREC changed = stored;
-    changed.Ack = 1;
-    EXPECT_EQ(table.DBAlertRecUpdate(&changed), ALRT_E_OMFAILED);
-    auto read = std::make_unique<ALRTEVENT_LOGREC>();
-    EXPECT_EQ(reader.DBAlertRecRetrieve(&id, read.get()), 0u);
-    read->KEPOID = {};  // else its own ID would be read again
     ASSERT_EQ(reader.DBAlertRecRetrieve(&storedId, read.get()), 0u);
-    EXPECT_EQ(read->Ack, 1);
+    EXPECT_EQ(read->Ack, connects ? 1 : 0);
+    EXPECT_EQ(walk(reader, 20).size(), connects ? 3u : 1u);
+    e.KEPOID = {};
+    EXPECT_EQ(reader.DBAlertRecAdd(&e, &id), 0u) << "a table that does not mirror never connects";
+    EXPECT_EQ(table.DBAlertRecDelete(&storedId), connects ? 0u : ALRT_E_OMFAILED);
   }
-}
-
-TEST_F(EventLogTableTest, CreateRegistersTheQueryTypes) {
-  {
-    ProbedLogTable table;
-    ASSERT_EQ(table.DBCreate(), 0u);
-    platform::StoreTableInfo info;
-    ASSERT_EQ(platform::QDBTableInfo(table.m_hTable, "EVENT_LOG", &info), 0u);
-    EXPECT_EQ(info.title, "Event Log Table");
-    EXPECT_EQ(info.idKey, 20u);
-    EXPECT_EQ(info.fields.at(12).queryType, "QInfo_OpStt");
-    EXPECT_EQ(info.fields.at(25).name, "Domain_Id");
-  }
-  EXPECT_EQ(query("KEPLogDB.dat", "SELECT name FROM alertdb_query_types ORDER BY name"),
-            (std::vector<std::string>{"QInfo_None", "QInfo_Num", "QInfo_OpStt", "QInfo_SClr",
-                                      "QInfo_Str", "QInfo_Svrty"}));
-  EXPECT_EQ(query("KEPLogDB.dat",
-                  "SELECT count(*) || '/' || count(NULLIF(text, '')) FROM "
-                  "alertdb_query_type_values WHERE type_name='QInfo_OpStt'"),
-            std::vector<std::string>{"4/4"});
-  EXPECT_EQ(query("KEPLogDB.dat",
-                  "SELECT second_key || ' ' || callback_dll || ' ' || callback_entry "
-                  "FROM alertdb_tables WHERE name='EVENT_LOG'"),
-            std::vector<std::string>{"24 QALERTCB.DLL AlertEventODIcon"});
 }
 
 }  // namespace

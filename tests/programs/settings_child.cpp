@@ -1,14 +1,11 @@
 // Second process for the password protection tests: a fresh process reads the
 // encryption setting anew. Commands on standard input, one answer line each:
 //   status            GetEncryptionStatus()
-//   threads           GetEncryptionStatus() from 8 threads at once, space separated
 //   encrypt <hex>     EncryptPassword of the 49-byte block, as hex
 //   decrypt <hex>     DecryptPassword of the 49-byte block, as hex
 #include <cstdio>
 #include <iostream>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "text/password_protection.h"
 
@@ -38,14 +35,6 @@ int main() {
   while (std::cin >> command) {
     if (command == "status") {
       std::cout << GetEncryptionStatus() << std::endl;
-    } else if (command == "threads") {
-      std::vector<std::uint32_t> results(8);
-      std::vector<std::thread> threads;
-      for (auto &result : results)
-        threads.emplace_back([&result] { result = GetEncryptionStatus(); });
-      for (auto &t : threads) t.join();
-      for (auto result : results) std::cout << result << ' ';
-      std::cout << std::endl;
     } else if (command == "encrypt" || command == "decrypt") {
       std::string hex;
       std::cin >> hex;

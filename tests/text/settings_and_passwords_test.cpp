@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -14,6 +15,7 @@
 namespace {
 
 using alertdb_test::ChildProcess;
+using SettingsTest = alertdb_test::IsolatedTest;
 
 // A password with bytes after its terminator: the whole 49 bytes must survive.
 std::vector<char> samplePassword() {
@@ -38,129 +40,81 @@ std::string ask(ChildProcess &child, const std::string &command) {
   return child.readLine();
 }
 
-class SettingsTest : public alertdb_test::IsolatedTest {
- protected:
-  // The console settings file, naming the test's data directory.
-  void writeConsoleSettings() {
-    writeFile(dataPath("QADMIN.DAT"), "[Directories]\nDataDir=" + dataDir() + "\n");
-  }
-  void writeAdminSettings(const std::string &text) { writeFile(dataPath("QADMIN.INI"), text); }
-};
-
 TEST_F(SettingsTest, DataDirectoryComesFromTheConsoleSettingsOnEveryCall) {
   char buffer[260] = "untouched";
   EXPECT_EQ(GetKepDataDir(buffer), 0u) << "no QADMIN.DAT";
-  EXPECT_STREQ(buffer, "untouched");
-
   writeFile(dataPath("QADMIN.DAT"), "[Directories]\nLogDir=/var/log\n");
   EXPECT_EQ(GetKepDataDir(buffer), 0u) << "no DataDir key";
   EXPECT_STREQ(buffer, "untouched");
-
   writeFile(dataPath("QADMIN.DAT"), "[Directories]\nDataDir = /srv/alert data \n");
   EXPECT_EQ(GetKepDataDir(buffer), 1u);
   EXPECT_STREQ(buffer, "/srv/alert data");
-
-  const std::string longest = "/" + std::string(258, 'd');
-  writeFile(dataPath("QADMIN.DAT"), "[directories]\ndatadir=" + longest + "\n");
-  EXPECT_EQ(GetKepDataDir(buffer), 1u) << "not cached from the previous call";
-  EXPECT_EQ(std::string(buffer), longest);
-
+  writeFile(dataPath("QADMIN.DAT"), "[directories]\ndatadir=/other\n");
+  EXPECT_EQ(GetKepDataDir(buffer), 1u);
+  EXPECT_STREQ(buffer, "/other") << "not cached from the previous call";
   EXPECT_EQ(GetKepDataDir(nullptr), 0u);
 }
 
 TEST_F(SettingsTest, PasswordBlocksRoundTripInPlaceAndTouchNothingElse) {
-  // Holds whatever the process's encryption setting is.
+  // Switches encryption on, unless this process has read the setting before.
+  writeFile(dataPath("QADMIN.DAT"), "[Directories]\nDataDir=" + dataDir() + "\n");
   const std::vector<char> clear = samplePassword();
   std::vector<char> target(64, '#');
   ASSERT_EQ(EncryptPassword(clear.data(), target.data()), 0u);
-  EXPECT_EQ(std::string(target.begin() + 49, target.end()), std::string(15, '#'))
-      << "exactly 49 bytes written";
-
+  EXPECT_EQ(std::string(target.begin() + 49, target.end()), std::string(15, '#'));
   std::vector<char> inPlace = clear;
   ASSERT_EQ(EncryptPassword(inPlace.data(), inPlace.data()), 0u);
-  EXPECT_EQ(toHex(inPlace.data()), toHex(target.data()));
+  EXPECT_TRUE(std::equal(inPlace.begin(), inPlace.end(), target.begin()));
   ASSERT_EQ(DecryptPassword(inPlace.data(), inPlace.data()), 0u);
   EXPECT_EQ(inPlace, clear);
 
-  std::vector<char> untouched(49, 'u');
-  EXPECT_EQ(EncryptPassword(nullptr, untouched.data()), 0xFFFFu);
-  EXPECT_EQ(DecryptPassword(nullptr, untouched.data()), 0xFFFFu);
-  EXPECT_EQ(untouched, std::vector<char>(49, 'u'));
+  EXPECT_EQ(EncryptPassword(nullptr, inPlace.data()), 0xFFFFu);
+  EXPECT_EQ(DecryptPassword(nullptr, inPlace.data()), 0xFFFFu);
+  EXPECT_EQ(inPlace, clear);
   EXPECT_EQ(EncryptPassword(clear.data(), nullptr), 0xFFFFu);
   EXPECT_EQ(DecryptPassword(clear.data(), nullptr), 0xFFFFu);
 }
 
-TEST_F(SettingsTest, EncryptionSettingFollowsTheSettingsFiles) {
-  struct Case {
-    const char *what;
-    bool dataDir;
-    const char *adminSettings;  // null: no QADMIN.INI
-    std::uint32_t expected;
-  };
-  const Case cases[] = {
-      {"no DataDir", false, "[Alert Service]\nEncrypt Passwords=1\n", 0},
-      {"no QADMIN.INI", true, nullptr, 1},
-      {"key missing", true, "[Alert Service]\nOther=0\n", 1},
-      {"switched off", true, "[alert service]\n encrypt passwords = 0 ; clear\n", 0},
-      {"any other number", true, "[Alert Service]\nEncrypt Passwords=7\n", 1},
-      {"negative", true, "[Alert Service]\nEncrypt Passwords=-1\n", 1},
-  };
-  const std::vector<char> clear = samplePassword();
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.what);
-    std::remove(dataPath("QADMIN.DAT").c_str());
-    std::remove(dataPath("QADMIN.INI").c_str());
-    if (c.dataDir) writeConsoleSettings();
-    if (c.adminSettings) writeAdminSettings(c.adminSettings);
-
-    ChildProcess child("settings_child", {});
-    ASSERT_TRUE(child.started());
-    EXPECT_EQ(ask(child, "status"), std::to_string(c.expected));
-    const std::string encrypted = ask(child, "encrypt " + toHex(clear.data()));
-    ASSERT_EQ(encrypted.size(), 98u);
-    if (c.expected == 1) {
-      EXPECT_NE(encrypted, toHex(clear.data()));
-    } else {
-      EXPECT_EQ(encrypted, toHex(clear.data())) << "stored in the clear";
-    }
-    EXPECT_EQ(ask(child, "decrypt " + encrypted), toHex(clear.data()));
-  }
-}
-
-TEST_F(SettingsTest, SettingIsReadOnceAndTheKeyIsTheSameInEveryProcess) {
-  writeConsoleSettings();
+// Each child process reads the encryption setting once, at its first use.
+TEST_F(SettingsTest, EncryptionSettingIsReadOnceFromTheSettingsFiles) {
   const std::string clear = toHex(samplePassword().data());
+  const std::string adminSettings = dataPath("QADMIN.INI");
+  auto check = [&](ChildProcess &child, const char *what, bool encrypts) {
+    SCOPED_TRACE(what);
+    EXPECT_TRUE(child.started());
+    EXPECT_EQ(ask(child, "status"), encrypts ? "1" : "0");
+    const std::string encrypted = ask(child, "encrypt " + clear);
+    EXPECT_EQ(encrypted != clear, encrypts);
+    EXPECT_EQ(ask(child, "decrypt " + encrypted), clear);
+    return encrypted;
+  };
+  writeFile(adminSettings, "[Alert Service]\nEncrypt Passwords=1\n");
+  ChildProcess noDataDir("settings_child", {});
+  check(noDataDir, "no DataDir", false);
 
+  writeFile(dataPath("QADMIN.DAT"), "[Directories]\nDataDir=" + dataDir() + "\n");
+  std::remove(adminSettings.c_str());
   ChildProcess first("settings_child", {});
-  ASSERT_TRUE(first.started());
-  EXPECT_EQ(ask(first, "threads"), "1 1 1 1 1 1 1 1 ") << "overlapping first calls";
-  const std::string encrypted = ask(first, "encrypt " + clear);
-  ASSERT_NE(encrypted, clear);
-
+  const std::string encrypted = check(first, "no QADMIN.INI", true);
+  writeFile(adminSettings, "[Alert Service]\nEncrypt Passwords=7\n");
   ChildProcess second("settings_child", {});
-  ASSERT_TRUE(second.started());
-  EXPECT_EQ(ask(second, "decrypt " + encrypted), clear) << "stored by one process, read by another";
+  EXPECT_EQ(check(second, "any other number", true), encrypted) << "one key in every process";
 
-  writeAdminSettings("[Alert Service]\nEncrypt Passwords=0\n");
+  writeFile(adminSettings, "[alert service]\n encrypt passwords = 0 ; clear\n");
+  ChildProcess off("settings_child", {});
+  check(off, "switched off", false);
+  EXPECT_EQ(ask(off, "decrypt " + encrypted), encrypted) << "not converted";
   EXPECT_EQ(ask(first, "status"), "1") << "kept from the first read";
   EXPECT_EQ(ask(first, "encrypt " + clear), encrypted);
-
-  ChildProcess third("settings_child", {});
-  ASSERT_TRUE(third.started());
-  EXPECT_EQ(ask(third, "threads"), "0 0 0 0 0 0 0 0 ");
-  EXPECT_EQ(ask(third, "decrypt " + encrypted), encrypted) << "not converted";
 }
 
 TEST(DoesVersionMatch, OnlyTheSecondWordCounts) {
-  unsigned char image[16];
-  for (std::uint32_t version : {0x30001u, 0x30000u, 0x30002u, 0x1000300u, 0u}) {
-    SCOPED_TRACE(version);
-    // Unaligned on purpose, with a first word that looks like a version.
-    unsigned char *start = image + 1;
-    const std::uint32_t first = 0x30001;
-    std::memcpy(start, &first, 4);
-    std::memcpy(start + 4, &version, 4);
-    EXPECT_EQ(DoesVersionMatch(start), version == 0x30001u ? 0u : 0xFFFFu);
+  const std::uint32_t first = 0x30001;
+  for (std::uint32_t version : {0x30001u, 0x30000u, 0x1000300u}) {
+    unsigned char image[9];  // unaligned, with a first word that looks like a version
+    std::memcpy(image + 1, &first, 4);
+    std::memcpy(image + 5, &version, 4);
+    EXPECT_EQ(DoesVersionMatch(image + 1), version == 0x30001u ? 0u : 0xFFFFu) << version;
   }
   EXPECT_EQ(DoesVersionMatch(nullptr), 0xFFFFu);
 }
