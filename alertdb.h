@@ -20,7 +20,7 @@
 #include "platform/named_event.h"
 #include "platform/object_manager.h"
 #include "platform/profile.h"
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 #include "platform/string_table.h"
 #include "platform/win_types.h"
 #include "text/data_directory.h"

@@ -9,8 +9,8 @@
 #include <random>
 #include <string>
 
-#include "platform/record_store.h"
-#include "platform/record_store_fixture.h"
+#include "platform/store/record_store.h"
+#include "platform/store/record_store_fixture.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 
 inline constexpr std::uint32_t kEventQueryInfoCount = 37;
 extern const platform::QueryInfoEntry kEventQueryInfo[kEventQueryInfoCount];

@@ -1,6 +1,6 @@
 #include "events/event_query_types_internal.h"
 #include "platform/memory_blocks.h"
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 #include "platform/string_table.h"
 
 namespace alertdb_internal {

@@ -7,7 +7,7 @@
 
 #include "framework/alert_status.h"
 #include "platform/export.h"
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 #include "platform/win_types.h"
 
 // One field template of a table definition, not yet bound to storage.

@@ -1,6 +1,6 @@
 #include "framework/file_locks.h"
 
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 
 std::uint32_t DBFileLock(KEPDB *db) { return platform::QDBFileLock(db) & 0xFFFF; }
 std::uint32_t DBFileUnlock(KEPDB *db) { return platform::QDBFileUnlock(db) & 0xFFFF; }

@@ -12,7 +12,7 @@
 #include "platform/console_settings_internal.h"
 #include "platform/guid.h"
 #include "platform/memory_blocks.h"
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 
 namespace platform {
 

@@ -10,7 +10,7 @@
 
 #include "framework/link_table_probe.h"
 #include "platform/object_manager.h"
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 #include "support/test_environment.h"
 
 using alertdb_test::ChangeEventWatch;

@@ -2,7 +2,7 @@
 
 #include "framework/file_locks.h"
 #include "framework/link_table_probe.h"
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 #include "support/child_process.h"
 #include "support/test_environment.h"
 

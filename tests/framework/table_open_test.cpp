@@ -5,7 +5,7 @@
 
 #include "framework/link_table_probe.h"
 #include "framework/open_or_create.h"
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 #include "support/test_environment.h"
 
 using alertdb_test::makeLink;

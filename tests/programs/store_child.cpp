@@ -9,8 +9,8 @@
 #include <iostream>
 #include <string>
 
-#include "platform/record_store.h"
-#include "platform/record_store_fixture.h"
+#include "platform/store/record_store.h"
+#include "platform/store/record_store_fixture.h"
 
 using namespace platform;
 using alertdb_test::SampleTable;

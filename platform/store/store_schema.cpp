@@ -2,7 +2,7 @@
 #include <cctype>
 #include <cstring>
 
-#include "platform/store_schema_internal.h"
+#include "platform/store/store_schema_internal.h"
 
 namespace platform::store {
 

@@ -15,8 +15,8 @@
 
 #include "platform/file_names.h"
 #include "platform/file_system_internal.h"
-#include "platform/record_codec_internal.h"
-#include "platform/store_backend_internal.h"
+#include "platform/store/record_codec_internal.h"
+#include "platform/store/store_backend_internal.h"
 
 namespace platform::store {
 

@@ -1,4 +1,4 @@
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 
 #include <signal.h>
 #include <sqlite3.h>
@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/record_store_fixture.h"
+#include "platform/store/record_store_fixture.h"
 #include "support/child_process.h"
 #include "support/test_environment.h"
 

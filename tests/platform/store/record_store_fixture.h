@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/memory_blocks.h"
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 
 namespace alertdb_test {
 

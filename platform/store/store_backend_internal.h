@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/store_schema_internal.h"
+#include "platform/store/store_schema_internal.h"
 
 namespace platform::store {
 

@@ -1,6 +1,6 @@
 // The record store API: handles, the current table with its bound field
 // storage, and the cursor. The files themselves are kept by a backend.
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 
 #include <climits>
 #include <cstdlib>
@@ -15,7 +15,7 @@
 
 #include "platform/file_names.h"
 #include "platform/memory_blocks.h"
-#include "platform/store_backend_internal.h"
+#include "platform/store/store_backend_internal.h"
 #include "platform/string_table.h"
 
 namespace platform {

@@ -1,4 +1,4 @@
-#include "platform/record_codec_internal.h"
+#include "platform/store/record_codec_internal.h"
 
 namespace platform::store {
 

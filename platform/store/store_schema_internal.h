@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/record_store.h"
+#include "platform/store/record_store.h"
 
 namespace platform::store {
 
