@@ -60,7 +60,8 @@ void CAlertEVENT_RESPDB::Bind() {
 
 std::uint32_t CAlertEVENT_RESPDB::DBAlertRecAdd(ALRTEVENT_RESPREC *record, _GUID *newId) {
   if (!record) return ALRT_E_INVALIDPARAM;
-  // Links are ordered by response; the walk stops where the response changes.
+  // Links are ordered by response: the walk stops where the response changes,
+  // and leaves the enumeration at the end, as a walk through every link would.
   ALRTEVENT_RESPREC link{};
   for (std::uint32_t r =
            DBAlertRecFindFirst(kResponseKey, sizeof(_GUID),
@@ -71,6 +72,7 @@ std::uint32_t CAlertEVENT_RESPDB::DBAlertRecAdd(ALRTEVENT_RESPREC *record, _GUID
       return ALRT_E_LINKEXISTS;
     }
   }
+  EndEnumeration();
   return SignalIfDone(CAlertDBTable::DBAlertRecAdd(record, newId));
 }
 

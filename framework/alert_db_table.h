@@ -80,6 +80,10 @@ class ALERTDB_API CAlertDBTable {
   // Binds template `index`, the table's "Replication" field, to m_Replication.
   void BindReplication(std::uint32_t index);
 
+  // Leaves the enumeration past its end, where a walk to the last record
+  // would leave it, without walking there.
+  void EndEnumeration();
+
   // The derived members' rule for change signalling.
   std::uint32_t SignalIfDone(std::uint32_t status);
   // Base update, then the signal; "unchanged" is success without a signal.

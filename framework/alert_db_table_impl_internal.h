@@ -432,6 +432,11 @@ std::uint32_t CAlertDBTable<REC>::DBAlertRecDelete(_GUID *id) {
   return alertdb_internal::low16(platform::QDBRecordDelete(m_hTable));
 }
 
+template <class REC>
+void CAlertDBTable<REC>::EndEnumeration() {
+  platform::QDBRecordSkipToEnd(m_hTable);
+}
+
 // ------------------------------------------------------------ signalling
 
 template <class REC>

@@ -8,10 +8,13 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "platform/console_settings_internal.h"
 #include "platform/guid.h"
 #include "platform/memory_blocks.h"
+#include "platform/store/lock_span_internal.h"
 #include "platform/store/record_store.h"
 
 namespace platform {
@@ -129,35 +132,53 @@ class InstanceStore {
   // Registers a new instance; an instance that is there already is refused.
   std::uint32_t add(const _GUID &id, const _GUID &classId, const char *name) {
     if (!open()) return kFailed;
-    if (find(id)) return kFailed;
-    fill(id, classId, name);
-    return QDBRecordAdd(handle_) == 0 ? kOk : kFailed;
+    if (lookup(id, nullptr, nullptr)) return kFailed;
+    if (deferring()) return defer(Change::Add, id, classId, name);
+    return store(Change::Add, id, classId, name);
   }
 
   // Changes a registered instance; one the object manager does not know is refused.
   std::uint32_t update(const _GUID &id, const _GUID &classId, const char *name) {
     if (!open()) return kFailed;
-    if (!find(id)) return kNotFound;
-    fill(id, classId, name);
-    return QDBRecordUpdate(handle_) == 0 ? kOk : kFailed;
+    if (!lookup(id, nullptr, nullptr)) return kNotFound;
+    if (deferring()) return defer(Change::Update, id, classId, name);
+    return store(Change::Update, id, classId, name);
   }
 
   std::uint32_t remove(const _GUID &id, const _GUID &classId) {
     if (!open()) return kFailed;
-    if (!find(id) || QDBRecordRead(handle_) != 0) return kNotFound;
-    if (std::memcmp(&record_.classId, &classId, sizeof classId) != 0) return kNotFound;
-    return QDBRecordDelete(handle_) == 0 ? kOk : kFailed;
+    _GUID known;
+    if (!lookup(id, &known, nullptr) || std::memcmp(&known, &classId, sizeof classId) != 0) {
+      return kNotFound;
+    }
+    if (deferring()) return defer(Change::Delete, id, classId, nullptr);
+    return store(Change::Delete, id, classId, nullptr);
   }
 
   std::uint32_t get(const _GUID &id, _GUID *classId, char *name, std::uint32_t nameSize) {
     if (!open()) return kFailed;
-    if (!find(id) || QDBRecordRead(handle_) != 0) return kNotFound;
-    if (classId) *classId = record_.classId;
+    std::string known;
+    if (!lookup(id, classId, &known)) return kNotFound;
     if (name && nameSize > 0) {
-      std::strncpy(name, record_.name, nameSize - 1);
+      std::strncpy(name, known.c_str(), nameSize - 1);
       name[nameSize - 1] = '\0';
     }
     return kOk;
+  }
+
+  // The changes held while this thread holds a file lock: written when the
+  // lock is released with a commit, dropped when the batch rolled back.
+  void settle(bool committed) {
+    if (applying_ || pending_.empty()) return;
+    std::vector<PendingChange> changes;
+    changes.swap(pending_);
+    latest_.clear();
+    if (!committed || !open()) return;
+    applying_ = true;
+    bool locked = QDBFileLock(handle_) == 0;
+    for (const PendingChange &c : changes) store(c.kind, c.id, c.classId, c.name.c_str());
+    if (locked) QDBFileUnlock(handle_);
+    applying_ = false;
   }
 
   // The first instance of a class, or a new one.
@@ -169,7 +190,8 @@ class InstanceStore {
     }
     _GUID fresh;
     if (CoCreateGuid(&fresh) != 0) return kFailed;
-    std::uint32_t r = add(fresh, classId, "Domain");
+    // The domain belongs to no batch: it is written at once.
+    std::uint32_t r = store(Change::Add, fresh, classId, "Domain");
     // Another process may have made one meanwhile; the first in order wins.
     if (QDBRecordFindAndRead(handle_, kInstanceClassKey, &classId, 1, 16) == 0) {
       *id = record_.objectId;
@@ -179,7 +201,61 @@ class InstanceStore {
   }
 
  private:
+  enum class Change { Add, Update, Delete };
+  struct PendingChange {
+    Change kind;
+    _GUID id;
+    _GUID classId;
+    std::string name;
+  };
+
   bool find(const _GUID &id) { return QDBRecordFind(handle_, kInstanceIdKey, &id, 1, 16) == 0; }
+
+  static std::string keyOf(const _GUID &id) {
+    return std::string(reinterpret_cast<const char *>(&id), sizeof id);
+  }
+
+  bool deferring() const { return !applying_ && store::threadHoldsFileLock(); }
+
+  // Whether the instance exists as this thread sees it, held changes included.
+  bool lookup(const _GUID &id, _GUID *classId, std::string *name) {
+    auto it = latest_.find(keyOf(id));
+    if (it != latest_.end()) {
+      const PendingChange &c = pending_[it->second];
+      if (c.kind == Change::Delete) return false;
+      if (classId) *classId = c.classId;
+      if (name) *name = c.name;
+      return true;
+    }
+    if (!find(id) || QDBRecordRead(handle_) != 0) return false;
+    if (classId) *classId = record_.classId;
+    if (name) name->assign(record_.name, strnlen(record_.name, sizeof record_.name));
+    return true;
+  }
+
+  std::uint32_t defer(Change kind, const _GUID &id, const _GUID &classId, const char *name) {
+    latest_[keyOf(id)] = pending_.size();
+    pending_.push_back({kind, id, classId, name ? name : ""});
+    return kOk;
+  }
+
+  std::uint32_t store(Change kind, const _GUID &id, const _GUID &classId, const char *name) {
+    bool known = find(id);
+    switch (kind) {
+      case Change::Add:
+        if (known) return kFailed;
+        fill(id, classId, name);
+        return QDBRecordAdd(handle_) == 0 ? kOk : kFailed;
+      case Change::Update:
+        if (!known) return kNotFound;
+        fill(id, classId, name);
+        return QDBRecordUpdate(handle_) == 0 ? kOk : kFailed;
+      case Change::Delete:
+        if (!known) return kNotFound;
+        return QDBRecordDelete(handle_) == 0 ? kOk : kFailed;
+    }
+    return kFailed;
+  }
 
   void fill(const _GUID &id, const _GUID &classId, const char *name) {
     std::memset(&record_, 0, sizeof record_);
@@ -223,12 +299,26 @@ class InstanceStore {
   FieldTemplate templates_[3];
   KEPDB *handle_ = nullptr;
   std::string path_;
+  std::vector<PendingChange> pending_;
+  std::unordered_map<std::string, std::size_t> latest_;
+  bool applying_ = false;
 };
 
 InstanceStore &instances() {
   thread_local InstanceStore store;
   return store;
 }
+
+void settleHeldChanges(bool committed) {
+  try {
+    instances().settle(committed);
+  } catch (...) {
+    // A change that cannot be written leaves the instance as it was.
+  }
+}
+
+// The stand-in holds a thread's changes for as long as it holds a file lock.
+const bool g_listening = (store::setLockSpanListener(settleHeldChanges), true);
 
 template <typename Operation>
 std::uint32_t guarded(Operation op) {

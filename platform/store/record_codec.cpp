@@ -1,18 +1,27 @@
 #include "platform/store/record_codec_internal.h"
 
+#include <xxhash.h>
+
+#include <cstring>
+
 namespace platform::store {
 
 namespace {
 
 // Shorter zero runs cost more as a length than as bytes.
 constexpr std::size_t kMinZeroRun = 4;
+constexpr std::size_t kChecksumSize = 8;
+// Older stored forms end in a length byte, below 0x80; this mark is above.
+constexpr unsigned char kChecksumMark = 0xC5;
+constexpr std::size_t kTrailerSize = kChecksumSize + 1;
 
-void putLength(std::string &out, std::size_t n) {
+unsigned char *putLength(unsigned char *out, std::size_t n) {
   while (n >= 0x80) {
-    out += static_cast<char>((n & 0x7F) | 0x80);
+    *out++ = static_cast<unsigned char>((n & 0x7F) | 0x80);
     n >>= 7;
   }
-  out += static_cast<char>(n);
+  *out++ = static_cast<unsigned char>(n);
+  return out;
 }
 
 bool getLength(const unsigned char *&p, const unsigned char *end, std::size_t *n) {
@@ -28,22 +37,60 @@ bool getLength(const unsigned char *&p, const unsigned char *end, std::size_t *n
   return false;
 }
 
+std::uint64_t checksumOf(const void *bytes, std::size_t size) { return XXH3_64bits(bytes, size); }
+
+// Writes image bytes [at, at + n) into the segments, from `source` or as
+// zeros; `segment` follows along so that a record is one pass.
+class SegmentWriter {
+ public:
+  SegmentWriter(const ImageSegment *segments, std::size_t count)
+      : segments_(segments), count_(count) {}
+
+  void write(std::size_t at, const unsigned char *source, std::size_t n) {
+    while (n > 0) {
+      while (index_ + 1 < count_ && segments_[index_].offset + segments_[index_].size <= at) {
+        ++index_;
+      }
+      const ImageSegment &s = segments_[index_];
+      std::size_t within = at - s.offset;
+      std::size_t part = s.size - within < n ? s.size - within : n;
+      if (source) {
+        std::memcpy(s.storage + within, source, part);
+        source += part;
+      } else {
+        std::memset(s.storage + within, 0, part);
+      }
+      at += part;
+      n -= part;
+    }
+  }
+
+ private:
+  const ImageSegment *segments_;
+  std::size_t count_;
+  std::size_t index_ = 0;
+};
+
 }  // namespace
 
-// A sequence of (literal length, literal bytes, zero run length).
-std::string encodeRecord(const std::string &record) {
-  std::string out;
-  out.reserve(record.size() / 4 + 16);
-  std::size_t i = 0, n = record.size();
+std::size_t storedSizeBound(std::size_t imageSize) {
+  // Each literal and each run costs at most five length bytes, and a run is
+  // at least kMinZeroRun bytes or ends the image.
+  return imageSize + 10 * (imageSize / kMinZeroRun + 1) + kTrailerSize;
+}
+
+std::size_t encodeRecord(const unsigned char *image, std::size_t n, unsigned char *out) {
+  unsigned char *start = out;
+  std::size_t i = 0;
   while (i < n) {
     std::size_t literalStart = i, zeroStart = n, zeroEnd = n;
     for (std::size_t j = i; j < n;) {
-      if (record[j] != 0) {
+      if (image[j] != 0) {
         ++j;
         continue;
       }
       std::size_t k = j;
-      while (k < n && record[k] == 0) ++k;
+      while (k < n && image[k] == 0) ++k;
       if (k - j >= kMinZeroRun || k == n) {
         zeroStart = j;
         zeroEnd = k;
@@ -51,33 +98,73 @@ std::string encodeRecord(const std::string &record) {
       }
       j = k;
     }
-    putLength(out, zeroStart - literalStart);
-    out.append(record, literalStart, zeroStart - literalStart);
-    putLength(out, zeroEnd - zeroStart);
+    out = putLength(out, zeroStart - literalStart);
+    std::memcpy(out, image + literalStart, zeroStart - literalStart);
+    out += zeroStart - literalStart;
+    out = putLength(out, zeroEnd - zeroStart);
     i = zeroEnd;
   }
-  return out;
+  std::uint64_t sum = checksumOf(start, static_cast<std::size_t>(out - start));
+  for (std::size_t b = 0; b < kChecksumSize; ++b) *out++ = static_cast<unsigned char>(sum >> (8 * b));
+  *out++ = kChecksumMark;
+  return static_cast<std::size_t>(out - start);
 }
 
-bool decodeRecord(const void *stored, std::size_t storedSize, std::uint32_t recordSize,
-                  std::string *record) {
-  record->assign(recordSize, '\0');
+StoredForm inspectRecord(const void *stored, std::size_t size) {
   const auto *p = static_cast<const unsigned char *>(stored);
-  const unsigned char *end = p + storedSize;
+  if (size == 0) return StoredForm::Damaged;
+  if (p[size - 1] < 0x80) return StoredForm::Legacy;
+  if (p[size - 1] != kChecksumMark || size < kTrailerSize) return StoredForm::Damaged;
+  std::size_t body = size - kTrailerSize;
+  std::uint64_t sum = 0;
+  for (std::size_t b = kChecksumSize; b-- > 0;) sum = (sum << 8) | p[body + b];
+  return sum == checksumOf(p, body) ? StoredForm::Checked : StoredForm::Damaged;
+}
+
+bool decodeRecord(const void *stored, std::size_t storedSize, std::uint32_t imageSize,
+                  const ImageSegment *segments, std::size_t segmentCount, bool allowLegacy) {
+  StoredForm form = inspectRecord(stored, storedSize);
+  if (form == StoredForm::Damaged || (form == StoredForm::Legacy && !allowLegacy)) return false;
+  const auto *p = static_cast<const unsigned char *>(stored);
+  const unsigned char *end = p + storedSize - (form == StoredForm::Checked ? kTrailerSize : 0);
+  // A legacy record has no checksum: check its shape before writing a byte.
+  if (form == StoredForm::Legacy) {
+    std::size_t at = 0;
+    for (const unsigned char *q = p; q < end;) {
+      std::size_t literal = 0, zeros = 0;
+      if (!getLength(q, end, &literal) || literal > static_cast<std::size_t>(end - q) ||
+          literal > imageSize - at) {
+        return false;
+      }
+      q += literal;
+      at += literal;
+      if (!getLength(q, end, &zeros) || zeros > imageSize - at) return false;
+      at += zeros;
+    }
+    if (at != imageSize) return false;
+  }
+  SegmentWriter writer(segments, segmentCount);
   std::size_t at = 0;
   while (p < end) {
     std::size_t literal = 0, zeros = 0;
     if (!getLength(p, end, &literal) || literal > static_cast<std::size_t>(end - p) ||
-        literal > recordSize - at) {
+        literal > imageSize - at) {
       return false;
     }
-    record->replace(at, literal, reinterpret_cast<const char *>(p), literal);
+    writer.write(at, p, literal);
     p += literal;
     at += literal;
-    if (!getLength(p, end, &zeros) || zeros > recordSize - at) return false;
-    at += zeros;  // already zero
+    if (!getLength(p, end, &zeros) || zeros > imageSize - at) return false;
+    writer.write(at, nullptr, zeros);
+    at += zeros;
   }
-  return at == recordSize;
+  return at == imageSize;
+}
+
+bool decodeRecord(const void *stored, std::size_t storedSize, std::uint32_t imageSize,
+                  unsigned char *image, bool allowLegacy) {
+  ImageSegment whole{0, imageSize, image};
+  return decodeRecord(stored, storedSize, imageSize, &whole, 1, allowLegacy);
 }
 
 }  // namespace platform::store

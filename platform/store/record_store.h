@@ -104,6 +104,7 @@ enum : std::uint32_t {
   QDB_E_IO = 11,         // the file could not be read or written
   QDB_E_LOCKSTATE = 12,  // unlock without lock, or write lock inside a read lock
   QDB_E_NOMEMORY = 13,
+  QDB_E_DAMAGED = 14,    // the file or a record fails its checks
 };
 
 ALERTDB_API KEPDB *QDBInit(std::uint32_t reserved, const char *path, std::uint32_t mode,
@@ -131,6 +132,9 @@ ALERTDB_API std::uint32_t QDBRecordFindAndRead(KEPDB *handle, std::uint32_t key,
                                                std::uint32_t keyLength);
 ALERTDB_API std::uint32_t QDBRecordSkipAndRead(KEPDB *handle, std::uint32_t key,
                                                std::uint32_t direction);
+// Puts the cursor past the end of every order: the next "next" reports the
+// end, as after a walk to the last record. The current record stays current.
+ALERTDB_API std::uint32_t QDBRecordSkipToEnd(KEPDB *handle);
 
 ALERTDB_API std::uint32_t QDBFileLock(KEPDB *handle);
 ALERTDB_API std::uint32_t QDBFileUnlock(KEPDB *handle);

@@ -7,15 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "platform/store/row_batch_internal.h"
 #include "platform/store/store_schema_internal.h"
 
 namespace platform::store {
-
-// A stored record: its place in insertion order and its image.
-struct Row {
-  std::int64_t seq = 0;
-  std::string record;
-};
 
 // A query type registered with SchmAddQueryInfo.
 struct QueryTypeDef {
@@ -32,8 +27,21 @@ class TableHandle {
   virtual ~TableHandle() = default;
   const TableDef &def() const { return def_; }
 
+  // Counts this session's changes to the table (and its rollbacks), so that
+  // rows fetched earlier are known to be stale.
+  std::uint64_t changes() const { return changes_; }
+  void noteChange() { ++changes_; }
+
  private:
   TableDef def_;
+  std::uint64_t changes_ = 0;
+};
+
+// Where a fetch in key order starts.
+enum class FetchFrom {
+  Start,     // the first record
+  Equal,     // the records whose key equals (or starts with) the value
+  AfterRow,  // the records after (value, seq)
 };
 
 // One open data file, shared by the handles that one thread opened on it.
@@ -44,6 +52,10 @@ class StoreSession {
 
   // The canonical path of the file, which identifies the session.
   virtual const std::string &path() const = 0;
+  // Whether records written before checksums may be read (an older format).
+  virtual bool acceptsLegacyRecords() const = 0;
+  // Remembers that damage was met, so that nothing more is written back.
+  virtual void noteDamage() = 0;
 
   // The table of that name, or QDB_E_NOTABLE.
   virtual std::uint32_t table(const std::string &name, std::shared_ptr<TableHandle> *out) = 0;
@@ -53,20 +65,21 @@ class StoreSession {
   virtual std::uint32_t tableNames(std::vector<std::string> *names) = 0;
   virtual std::uint32_t count(TableHandle &table, std::uint32_t *records) = 0;
 
-  virtual std::uint32_t insert(TableHandle &table, const std::string &record,
-                               std::int64_t *seq) = 0;
-  virtual std::uint32_t update(TableHandle &table, std::int64_t seq, const std::string &record) = 0;
+  // Writes take the stored form of the record and its key values, in the
+  // order of the table's keys.
+  virtual std::uint32_t insert(TableHandle &table, const unsigned char *stored, std::size_t size,
+                               const KeyValue *keys, std::int64_t *seq) = 0;
+  virtual std::uint32_t update(TableHandle &table, std::int64_t seq, const unsigned char *stored,
+                               std::size_t size, const KeyValue *keys) = 0;
   virtual std::uint32_t remove(TableHandle &table, std::int64_t seq) = 0;
-  virtual std::uint32_t read(TableHandle &table, std::int64_t seq, Row *out) = 0;
 
-  // The first record, in the order of `key`, whose key equals `value`.
-  virtual std::uint32_t seek(TableHandle &table, const KeyDef &key, const KeyValue &value,
-                             Row *out) = 0;
-  // The first record in the order of `key`.
-  virtual std::uint32_t first(TableHandle &table, const KeyDef &key, Row *out) = 0;
-  // The first record after (value, seq) in the order of `key`.
-  virtual std::uint32_t next(TableHandle &table, const KeyDef &key, const KeyValue &value,
-                             std::int64_t seq, Row *out) = 0;
+  // Replaces `out` with the record at `seq`, if it is there.
+  virtual std::uint32_t fetchRow(TableHandle &table, std::int64_t seq, RowBatch *out) = 0;
+  // Replaces `out` with up to `limit` records in the order of `key`, in one
+  // short read; QDB_OK also when none is there.
+  virtual std::uint32_t fetch(TableHandle &table, const KeyDef &key, FetchFrom from,
+                              const KeyValue &value, std::int64_t seq, std::uint32_t limit,
+                              RowBatch *out) = 0;
 
   // Write transaction; changes made under it become durable together at the end.
   virtual std::uint32_t lockWrite() = 0;

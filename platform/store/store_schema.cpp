@@ -49,6 +49,7 @@ void TableDef::derive() {
     recordSize += f.size;
   }
   keys.clear();
+  maxKeySize = 0;
   for (std::size_t i = 0; i < fields.size(); ++i) {
     const FieldDef &f = fields[i];
     if (f.keyNumber == 0) continue;
@@ -60,6 +61,7 @@ void TableDef::derive() {
       if (q.keyNumber == f.keyNumber && q.kind == 1) k.unique = true;
     }
     keys.push_back(k);
+    maxKeySize = std::max(maxKeySize, f.size);
   }
 }
 
@@ -85,45 +87,60 @@ bool TableDef::sameLayout(const TableDef &other) const {
   return true;
 }
 
-KeyValue keyOfRecord(const TableDef &table, const KeyDef &key, const std::string &record) {
-  const FieldDef &f = table.fields[key.field];
-  const char *bytes = record.data() + f.offset;
+KeyValue keyOfField(const FieldDef &f, KeyKind kind, const unsigned char *bytes) {
   KeyValue v;
-  switch (key.kind) {
+  switch (kind) {
     case KeyKind::Number:
       v.isNumber = true;
-      v.number = littleEndian(reinterpret_cast<const unsigned char *>(bytes), f.size);
+      v.number = littleEndian(bytes, f.size);
       break;
     case KeyKind::Text:
-      v.bytes.assign(bytes, textLength(bytes, f.size));
+      v.bytes = bytes;
+      v.size = textLength(reinterpret_cast<const char *>(bytes), f.size);
       break;
     case KeyKind::Bytes:
-      v.bytes.assign(bytes, f.size);
+      v.bytes = bytes;
+      v.size = f.size;
       break;
   }
   return v;
 }
 
+KeyValue keyOfRecord(const TableDef &table, const KeyDef &key, const unsigned char *image) {
+  const FieldDef &f = table.fields[key.field];
+  return keyOfField(f, key.kind, image + f.offset);
+}
+
 KeyValue keyOfSearch(const TableDef &table, const KeyDef &key, const void *value,
                      std::uint32_t length) {
   const FieldDef &f = table.fields[key.field];
-  const char *bytes = static_cast<const char *>(value);
+  const auto *bytes = static_cast<const unsigned char *>(value);
   std::size_t n = std::min<std::size_t>(length, f.size);
   KeyValue v;
   switch (key.kind) {
     case KeyKind::Number:
       v.isNumber = true;
-      v.number = littleEndian(reinterpret_cast<const unsigned char *>(bytes), n);
+      v.number = littleEndian(bytes, n);
       break;
     case KeyKind::Text:
-      v.bytes.assign(bytes, textLength(bytes, n));
+      v.bytes = bytes;
+      v.size = textLength(reinterpret_cast<const char *>(bytes), n);
       break;
     case KeyKind::Bytes:
-      v.bytes.assign(bytes, n);
+      v.bytes = bytes;
+      v.size = n;
       v.isPrefix = n < f.size;
       break;
   }
   return v;
+}
+
+bool keyMatches(const KeyValue &record, const KeyValue &search) {
+  if (record.isNumber || search.isNumber) {
+    return record.isNumber == search.isNumber && record.number == search.number;
+  }
+  if (search.isPrefix ? record.size < search.size : record.size != search.size) return false;
+  return search.size == 0 || std::memcmp(record.bytes, search.bytes, search.size) == 0;
 }
 
 bool isReservedTableName(const std::string &name) {

@@ -10,6 +10,11 @@
 
 namespace platform::store {
 
+// Limits of a table definition.
+constexpr std::uint32_t kMaxFields = 4096;
+constexpr std::uint32_t kMaxFieldSize = 0x100000;
+constexpr std::uint32_t kMaxRecordSize = 0x1000000;
+
 // How a key field's values are ordered.
 enum class KeyKind {
   Number,  // unsigned little-endian number of 1, 2, 4 or 8 bytes
@@ -47,8 +52,9 @@ struct TableDef {
   std::vector<QueryInfoEntry> queryInfo;
   std::vector<KeyDef> keys;  // derived from fields and queryInfo
   std::uint32_t recordSize = 0;
+  std::uint32_t maxKeySize = 0;  // bytes of the widest key field
 
-  // Fills offsets, recordSize and keys from fields and queryInfo.
+  // Fills offsets, recordSize, keys and maxKeySize from fields and queryInfo.
   void derive();
   const KeyDef *findKey(std::uint32_t keyNumber) const;
   // Same fields, keys and sizes (names and texts aside).
@@ -58,21 +64,27 @@ struct TableDef {
 // The kind of a key field, told by its template's flags and size.
 KeyKind keyKindOf(std::uint32_t flags, std::uint32_t size);
 
-// A key value as the store orders it.
+// A key value as the store orders it. The bytes are borrowed: from a record
+// image, a caller's search value or a cursor's own storage.
 struct KeyValue {
   bool isNumber = false;
   std::uint64_t number = 0;
-  std::string bytes;
+  const unsigned char *bytes = nullptr;
+  std::size_t size = 0;
   // For a Bytes key searched by fewer bytes than the field holds: the records
   // whose key starts with `bytes`.
   bool isPrefix = false;
 };
 
 // The key value of a record image.
-KeyValue keyOfRecord(const TableDef &table, const KeyDef &key, const std::string &record);
+KeyValue keyOfRecord(const TableDef &table, const KeyDef &key, const unsigned char *image);
+// The key value of one field's bytes.
+KeyValue keyOfField(const FieldDef &field, KeyKind kind, const unsigned char *bytes);
 // The key value a caller searches for: `length` bytes at `value`.
 KeyValue keyOfSearch(const TableDef &table, const KeyDef &key, const void *value,
                      std::uint32_t length);
+// Whether a record's key satisfies a search: equal, or starting with a prefix.
+bool keyMatches(const KeyValue &record, const KeyValue &search);
 
 // Table names the store keeps for itself.
 bool isReservedTableName(const std::string &name);

@@ -1,0 +1,258 @@
+// The record operations: records move between the bound field storage and
+// the file; the cursor keeps its place and serves enumerations from rows
+// fetched a window at a time.
+#include <algorithm>
+#include <cstring>
+
+#include "platform/store/record_codec_internal.h"
+#include "platform/store/record_store.h"
+#include "platform/store/store_handle_internal.h"
+
+namespace platform {
+
+namespace {
+
+using store::Cursor;
+using store::FetchFrom;
+using store::Handle;
+using store::KeyDef;
+using store::KeyValue;
+using store::TableDef;
+
+// Gathers the bound fields into the stored form and the key values.
+std::size_t prepareWrite(Handle &h) {
+  const TableDef &def = h.table->def();
+  for (const store::ImageSegment &s : h.segments) {
+    std::memcpy(h.image.data() + s.offset, s.storage, s.size);
+  }
+  for (std::size_t i = 0; i < def.keys.size(); ++i) {
+    h.keys[i] = store::keyOfRecord(def, def.keys[i], h.image.data());
+  }
+  return store::encodeRecord(h.image.data(), h.image.size(), h.stored.data());
+}
+
+// The key of the record now in the bound storage.
+KeyValue boundKey(const Handle &h, const KeyDef &key) {
+  const TableDef &def = h.table->def();
+  return store::keyOfField(def.fields[key.field], key.kind, h.fieldStorage[key.field]);
+}
+
+// The key of a stored row without touching the bound storage.
+std::uint32_t storedKey(Handle &h, const KeyDef &key, std::size_t row, KeyValue *out) {
+  const TableDef &def = h.table->def();
+  const Cursor &c = h.cursor;
+  if (!store::decodeRecord(c.batch.stored(row), c.batch.storedSize(row), def.recordSize,
+                           h.image.data(), h.session->acceptsLegacyRecords())) {
+    h.session->noteDamage();
+    return QDB_E_DAMAGED;
+  }
+  *out = store::keyOfRecord(def, key, h.image.data());
+  return QDB_OK;
+}
+
+// Moves row `row` of the batch into the bound storage; a record that fails
+// its checksum never reaches it.
+std::uint32_t decodeRow(Handle &h, std::size_t row) {
+  const Cursor &c = h.cursor;
+  if (!store::decodeRecord(c.batch.stored(row), c.batch.storedSize(row),
+                           h.table->def().recordSize, h.segments.data(), h.segments.size(),
+                           h.session->acceptsLegacyRecords())) {
+    h.session->noteDamage();
+    return QDB_E_DAMAGED;
+  }
+  return QDB_OK;
+}
+
+// Makes row `row` of the batch current, positioned in the order of `key`.
+void makeCurrent(Cursor &c, std::size_t row, const KeyDef &key) {
+  c.valid = true;
+  c.currentDeleted = false;
+  c.pastEnd = false;
+  c.seq = c.batch.seq(row);
+  c.current = row;
+  c.next = row + 1;
+  c.keyNumber = key.keyNumber;
+}
+
+// Reads row `row` and makes it current in the order of `key`.
+std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key) {
+  std::uint32_t r = decodeRow(h, row);
+  if (r != QDB_OK) return r;
+  Cursor &c = h.cursor;
+  makeCurrent(c, row, key);
+  c.verifyKey = false;
+  c.key.assign(boundKey(h, key));
+  return QDB_OK;
+}
+
+// Replaces the batch with what a fetch put into the spare one, when it found
+// anything; the cursor is untouched when it did not.
+std::uint32_t takeFetched(Handle &h, std::uint32_t r) {
+  Cursor &c = h.cursor;
+  if (r != QDB_OK) return r;
+  if (c.spare.empty()) return QDB_E_NOTFOUND;
+  c.batch.swap(c.spare);
+  c.stamp = h.table->changes();
+  return QDB_OK;
+}
+
+std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint32_t exact,
+                   std::uint32_t keyLength, bool andRead) {
+  return store::withTable(id, [&](Handle &h, const TableDef &def) -> std::uint32_t {
+    if (!keyValue || keyLength == 0 || exact != 1) return QDB_E_BADARG;
+    const KeyDef *k = def.findKey(key);
+    if (!k) return QDB_E_BADKEY;
+    Cursor &c = h.cursor;
+    KeyValue search = store::keyOfSearch(def, *k, keyValue, keyLength);
+    // A find alone is a lookup; a find that reads starts an enumeration.
+    std::uint32_t limit = andRead ? Cursor::kFirstWindow : 1;
+    std::uint32_t r = takeFetched(
+        h, h.session->fetch(*h.table, *k, FetchFrom::Equal, search, 0, limit, &c.spare));
+    if (r != QDB_OK) return r;
+    c.window = Cursor::kFirstWindow;
+    if (andRead) {
+      if ((r = readRow(h, 0, *k)) != QDB_OK) return r;
+      if (!store::keyMatches(c.key.value(), search)) {
+        h.session->noteDamage();
+        return QDB_E_DAMAGED;
+      }
+      return QDB_OK;
+    }
+    makeCurrent(c, 0, *k);
+    if (search.isPrefix) {
+      // The place is the whole key of the record found.
+      KeyValue whole;
+      if ((r = storedKey(h, *k, 0, &whole)) != QDB_OK) return r;
+      c.key.assign(whole);
+      c.verifyKey = false;
+    } else {
+      c.key.assign(search);
+      c.verifyKey = true;
+    }
+    return QDB_OK;
+  });
+}
+
+}  // namespace
+
+std::uint32_t QDBRecordAdd(KEPDB *id) {
+  return store::withTable(id, [&](Handle &h, const TableDef &) -> std::uint32_t {
+    std::size_t size = prepareWrite(h);
+    std::int64_t seq = 0;
+    return h.session->insert(*h.table, h.stored.data(), size, h.keys.data(), &seq);
+  });
+}
+
+std::uint32_t QDBRecordUpdate(KEPDB *id) {
+  return store::withTable(id, [&](Handle &h, const TableDef &def) -> std::uint32_t {
+    Cursor &c = h.cursor;
+    if (!c.valid || c.currentDeleted) return QDB_E_NOCURRENT;
+    std::size_t size = prepareWrite(h);
+    std::uint32_t r = h.session->update(*h.table, c.seq, h.stored.data(), size, h.keys.data());
+    if (r != QDB_OK) return r;
+    // The record stays current, now at its new place.
+    c.batch.clear();
+    c.batch.add(c.seq, h.stored.data(), size);
+    c.current = 0;
+    c.next = 1;
+    c.stamp = h.table->changes();
+    c.verifyKey = false;
+    if (const KeyDef *k = def.findKey(c.keyNumber)) {
+      c.key.assign(store::keyOfRecord(def, *k, h.image.data()));
+    }
+    return QDB_OK;
+  });
+}
+
+std::uint32_t QDBRecordDelete(KEPDB *id) {
+  return store::withTable(id, [&](Handle &h, const TableDef &) -> std::uint32_t {
+    Cursor &c = h.cursor;
+    if (!c.valid || c.currentDeleted) return QDB_E_NOCURRENT;
+    bool fresh = c.stamp == h.table->changes();
+    std::uint32_t r = h.session->remove(*h.table, c.seq);
+    if (r != QDB_OK) return r;
+    // The cursor keeps its place. Only the current row went, so the rows
+    // fetched after it still hold.
+    c.currentDeleted = true;
+    if (fresh) c.stamp = h.table->changes();
+    return QDB_OK;
+  });
+}
+
+std::uint32_t QDBRecordRead(KEPDB *id) {
+  return store::withTable(id, [&](Handle &h, const TableDef &def) -> std::uint32_t {
+    Cursor &c = h.cursor;
+    if (!c.valid || c.currentDeleted) return QDB_E_NOCURRENT;
+    if (c.stamp != h.table->changes() || c.current == Cursor::kNone) {
+      std::uint32_t r = takeFetched(h, h.session->fetchRow(*h.table, c.seq, &c.spare));
+      if (r == QDB_E_NOTFOUND) return QDB_E_NOCURRENT;
+      if (r != QDB_OK) return r;
+      c.current = 0;
+      c.next = 1;
+    }
+    std::uint32_t r = decodeRow(h, c.current);
+    if (r != QDB_OK) return r;
+    // A record found by its key must hold that key.
+    if (c.verifyKey) {
+      const KeyDef *k = def.findKey(c.keyNumber);
+      if (k && !store::keyMatches(boundKey(h, *k), c.key.value())) {
+        h.session->noteDamage();
+        return QDB_E_DAMAGED;
+      }
+    }
+    return QDB_OK;
+  });
+}
+
+std::uint32_t QDBRecordFind(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint32_t exact,
+                            std::uint32_t keyLength) {
+  return find(id, key, keyValue, exact, keyLength, false);
+}
+
+std::uint32_t QDBRecordFindAndRead(KEPDB *id, std::uint32_t key, const void *keyValue,
+                                   std::uint32_t exact, std::uint32_t keyLength) {
+  return find(id, key, keyValue, exact, keyLength, true);
+}
+
+std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t direction) {
+  return store::withTable(id, [&](Handle &h, const TableDef &def) -> std::uint32_t {
+    const KeyDef *k = def.findKey(key);
+    if (!k) return QDB_E_BADKEY;
+    Cursor &c = h.cursor;
+    static const KeyValue none;
+    if (direction == kSkipFirst) {
+      std::uint32_t r = takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0,
+                                                        Cursor::kFirstWindow, &c.spare));
+      if (r != QDB_OK) return r;
+      c.window = Cursor::kFirstWindow;
+      return readRow(h, 0, *k);
+    }
+    if (direction != kSkipNext) return QDB_E_BADARG;
+    if (!c.valid) return QDB_E_NOCURRENT;
+    if (c.pastEnd) return QDB_E_NOTFOUND;
+    if (c.keyNumber != key) {
+      // Continue in another order: from the current record's place in it.
+      KeyValue other;
+      std::uint32_t r = storedKey(h, *k, c.current, &other);
+      if (r != QDB_OK) return r;
+      c.key.assign(other);
+      c.keyNumber = key;
+      c.next = c.batch.size();
+    }
+    if (c.next < c.batch.size() && c.stamp == h.table->changes()) return readRow(h, c.next, *k);
+    std::uint32_t r = takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::AfterRow,
+                                                      c.key.value(), c.seq, c.window, &c.spare));
+    if (r != QDB_OK) return r;
+    c.window = std::min(c.window * 2, Cursor::kMaxWindow);
+    return readRow(h, 0, *k);
+  });
+}
+
+std::uint32_t QDBRecordSkipToEnd(KEPDB *id) {
+  return store::withTable(id, [&](Handle &h, const TableDef &) -> std::uint32_t {
+    h.cursor.pastEnd = true;
+    return QDB_OK;
+  });
+}
+
+}  // namespace platform

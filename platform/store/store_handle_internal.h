@@ -1,0 +1,91 @@
+// A record store handle: its session on the file, the selected table with
+// the caller's bound field storage, the cursor, and the working storage that
+// lets record operations run without allocating.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "platform/store/record_codec_internal.h"
+#include "platform/store/record_store.h"
+#include "platform/store/row_batch_internal.h"
+#include "platform/store/store_backend_internal.h"
+
+namespace platform::store {
+
+// A key value the cursor owns, so that its place survives the record.
+class KeyBuffer {
+ public:
+  void reserve(std::size_t size) { bytes_.reserve(size); }
+  void assign(const KeyValue &v) {
+    value_ = v;
+    bytes_.assign(v.bytes, v.bytes + (v.isNumber ? 0 : v.size));
+    value_.bytes = bytes_.data();
+  }
+  const KeyValue &value() const { return value_; }
+
+ private:
+  KeyValue value_;
+  std::vector<unsigned char> bytes_;
+};
+
+// The current record and the rows fetched after it. Rows are served from the
+// batch while the table has not changed through this session; a change made
+// elsewhere shows once the batch is used up (at most kMaxWindow steps).
+struct Cursor {
+  static constexpr std::uint32_t kFirstWindow = 4;
+  static constexpr std::uint32_t kMaxWindow = 64;
+  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+  bool valid = false;           // a current record exists
+  bool currentDeleted = false;  // ... and this handle deleted it
+  bool pastEnd = false;         // "next" reports the end
+  bool verifyKey = false;       // found by a search: its image must match the key
+  std::int64_t seq = 0;
+  std::uint32_t keyNumber = 0;  // the order `key` is a place in
+  KeyBuffer key;
+  RowBatch batch, spare;
+  std::size_t current = kNone;  // the current record's row in `batch`
+  std::size_t next = 0;         // the next row to serve
+  std::uint64_t stamp = 0;      // the table's changes when `batch` was fetched
+  std::uint32_t window = kFirstWindow;
+};
+
+struct Handle {
+  std::shared_ptr<StoreSession> session;
+  std::shared_ptr<TableHandle> table;
+  // Where each field's bytes live, and the same as runs of the image.
+  std::vector<unsigned char *> fieldStorage;
+  std::vector<ImageSegment> segments;
+  std::vector<unsigned char> image;   // a record gathered for writing
+  std::vector<unsigned char> stored;  // its stored form
+  std::vector<KeyValue> keys;         // its key values
+  Cursor cursor;
+};
+
+// Runs an operation on a live handle; exceptions become results.
+std::uint32_t withHandle(KEPDB *id, std::uint32_t (*op)(Handle &, void *), void *context);
+
+template <typename Operation>
+std::uint32_t withHandle(KEPDB *id, Operation op) {
+  return withHandle(
+      id, [](Handle &h, void *c) -> std::uint32_t { return (*static_cast<Operation *>(c))(h); },
+      &op);
+}
+
+template <typename Operation>
+std::uint32_t withTable(KEPDB *id, Operation op) {
+  return withHandle(id, [&](Handle &h) -> std::uint32_t {
+    if (!h.table) return QDB_E_NOTABLE;
+    return op(h, h.table->def());
+  });
+}
+
+// Binds the table's fields to the caller's storage, checking that the
+// templates describe the stored layout; sizes the working storage.
+std::uint32_t bindTable(Handle &h, std::shared_ptr<TableHandle> table,
+                        const FieldTemplate *templates);
+
+}  // namespace platform::store
