@@ -1,0 +1,279 @@
+#include <cstring>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+#include "services/notify_services_table.h"
+#include "services/service_test_support.h"
+#include "support/test_environment.h"
+
+using alertdb_test::ChangeEventWatch;
+using alertdb_test::fillRandom;
+using alertdb_test::sameBytes;
+using alertdb_test::tableInfo;
+
+namespace {
+
+template <class Table>
+class ServiceTableTest : public alertdb_test::IsolatedTest {
+ protected:
+  using Record = typename Table::Record;
+
+  void SetUp() override {
+    IsolatedTest::SetUp();
+    CAlertNtfyServDB catalogue;
+    ASSERT_EQ(catalogue.DBCreate(), 0u);
+  }
+
+  // What a read gives back of a stored record: everything but the bytes
+  // that belong to no field.
+  static void clearUnbound(Record &record) {
+    if constexpr (std::is_same_v<Record, ALRTGENPORTSERVICEREC>) {
+      std::memset(record.Unbound, 0, sizeof record.Unbound);
+    }
+  }
+};
+
+using ServiceTables =
+    ::testing::Types<CAlertMHSNtfyServDB, CAlertSNMPNtfyServDB, CAlertMCINtfyServDB,
+                     CAlertCOMPUSNtfyServDB, CAlertSMTPNtfyServDB, CAlertMAPINtfyServDB,
+                     CAlertCCMAILNtfyServDB, CAlertWAVENtfyServDB, CAlertTTSNtfyServDB,
+                     CAlertPHONENtfyServDB, CAlertAPAGENtfyServDB, CAlertNPAGENtfyServDB,
+                     CAlertGENPORTNtfyServDB, CAlertBROADCASTNtfyServDB>;
+TYPED_TEST_SUITE(ServiceTableTest, ServiceTables);
+
+TYPED_TEST(ServiceTableTest, TypedAddAndRetrieveGiveBackEveryByte) {
+  using Record = typename TestFixture::Record;
+  auto spec = std::make_unique<Record>();
+  fillRandom(*spec, TypeParam::kServiceType);
+  auto expected = std::make_unique<Record>(*spec);
+  TestFixture::clearUnbound(*expected);
+  auto service = std::make_unique<ALRTNTFYSERV>();
+  fillRandom(*service, 100 + TypeParam::kServiceType);
+  auto expectedService = std::make_unique<ALRTNTFYSERV>(*service);
+
+  _GUID serviceId{}, specId{};
+  {
+    CAlertNtfyServDB catalogue;
+    ASSERT_EQ(OpenOrCreate(catalogue), 0u);
+    ASSERT_EQ(catalogue.DBAlertRecAdd(service.get(), &serviceId, spec.get(), &specId), 0u);
+  }
+  EXPECT_TRUE(sameBytes(specId, expected->KEPOID)) << "a set ID is kept";
+  EXPECT_TRUE(sameBytes(serviceId, expectedService->KEPOID));
+  expectedService->ServiceType = TypeParam::kServiceType;
+  expectedService->ServiceSpecific_KEPOID = specId;
+  EXPECT_TRUE(sameBytes(*service, *expectedService));
+
+  // Fresh objects, so that every byte comes from the file.
+  TypeParam table;
+  ASSERT_EQ(table.DBOpen(), 0u);
+  auto read = std::make_unique<Record>();
+  ASSERT_EQ(table.DBAlertRecRetrieve(&specId, read.get()), 0u);
+  EXPECT_TRUE(sameBytes(*read, *expected));
+  CAlertNtfyServDB catalogue;
+  ASSERT_EQ(catalogue.DBOpen(), 0u);
+  auto readService = std::make_unique<ALRTNTFYSERV>();
+  ASSERT_EQ(catalogue.DBAlertRecRetrieve(&serviceId, readService.get()), 0u);
+  EXPECT_TRUE(sameBytes(*readService, *expectedService));
+}
+
+TYPED_TEST(ServiceTableTest, EveryChangeIsSignalledButNoReadAndNoRefusal) {
+  using Record = typename TestFixture::Record;
+  TypeParam table;
+  ASSERT_EQ(OpenOrCreate(table), 0u);
+  auto record = std::make_unique<Record>();
+  fillRandom(*record, 7);
+  record->KEPOID = {};
+  _GUID id{};
+  ChangeEventWatch watch;
+  watch.reset();
+  ASSERT_EQ(table.DBAlertRecAdd(record.get(), &id), 0u);
+  EXPECT_TRUE(watch.signalled()) << "add";
+
+  watch.reset();
+  auto read = std::make_unique<Record>();
+  ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
+  EXPECT_EQ(table.DBAlertRecFind(&id), 0u);
+  auto scratch = std::make_unique<Record>();
+  EXPECT_EQ(
+      table.DBAlertRecFindFirst(TypeParam::kDefinition.table.idKey, 0, nullptr, scratch.get()), 0u);
+  EXPECT_EQ(table.DBAlertRecFindNext(scratch.get()), ALRT_E_NOTFOUND);
+  // Read back as stored, the record is what the file holds: nothing to write.
+  EXPECT_EQ(table.DBAlertRecUpdate(read.get()), 0u);
+  EXPECT_FALSE(watch.signalled()) << "reads and an update that changes nothing";
+
+  ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
+  reinterpret_cast<unsigned char *>(read.get())[sizeof(Record) - 1] ^= 0x5A;
+  auto changed = std::make_unique<Record>(*read);
+  EXPECT_EQ(table.DBAlertRecUpdate(read.get()), 0u);
+  EXPECT_TRUE(watch.signalled()) << "update";
+  ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
+  EXPECT_TRUE(sameBytes(*read, *changed));
+
+  watch.reset();
+  _GUID unknown = alertdb_test::makeId(0xAB);
+  std::uint32_t missing = table.DBAlertRecDelete(&unknown);
+  EXPECT_NE(missing, 0u);
+  EXPECT_LT(missing, 0x10000u) << "the record store's own result";
+  changed->KEPOID = unknown;
+  EXPECT_EQ(table.DBAlertRecUpdate(changed.get()), ALRT_E_NOTFOUND);
+  EXPECT_EQ(table.DBAlertRecAdd(nullptr, &id), ALRT_E_INVALIDPARAM);
+  EXPECT_FALSE(watch.signalled()) << "refusals";
+
+  EXPECT_EQ(table.DBAlertRecDelete(&id), 0u);
+  EXPECT_TRUE(watch.signalled()) << "delete";
+  EXPECT_EQ(table.DBAlertRecRetrieve(&id, read.get()), ALRT_E_NOTFOUND);
+}
+
+TYPED_TEST(ServiceTableTest, SchemaIsTheSameInAnyFileAndCoversTheRecord) {
+  const char *name = TypeParam::kDefinition.table.tableName;
+  TypeParam named("Other.dat");
+  ASSERT_EQ(named.DBCreate(), 0u);
+  TypeParam byDefault;
+  ASSERT_EQ(OpenOrCreate(byDefault), 0u);
+  platform::StoreTableInfo other = tableInfo(this->dataPath("Other.dat"), name);
+  platform::StoreTableInfo own = tableInfo(this->dataPath("AlServdb.dat"), name);
+  ASSERT_EQ(own.fields.size(), TypeParam::kDefinition.table.fieldCount);
+  ASSERT_EQ(other.fields.size(), own.fields.size());
+  EXPECT_EQ(other.title, own.title);
+  EXPECT_NE(own.title.find(" Notification Services"), std::string::npos) << own.title;
+  std::size_t recordBytes = 0;
+  for (std::size_t i = 0; i < own.fields.size(); ++i) {
+    SCOPED_TRACE(own.fields[i].name);
+    EXPECT_EQ(other.fields[i].name, own.fields[i].name);
+    EXPECT_EQ(other.fields[i].keyNumber, own.fields[i].keyNumber);
+    EXPECT_EQ(other.fields[i].attribute, own.fields[i].attribute);
+    EXPECT_EQ(other.fields[i].flags, own.fields[i].flags);
+    EXPECT_EQ(other.fields[i].description, own.fields[i].description);
+    EXPECT_FALSE(own.fields[i].description.empty());
+    recordBytes += own.fields[i].size;
+  }
+  EXPECT_EQ(own.fields.front().name, "KEPOID");
+  EXPECT_EQ(own.fields.back().size, 12u) << "the replication block ends every table";
+  recordBytes -= 12;
+  if (std::is_same_v<TypeParam, CAlertGENPORTNtfyServDB>) recordBytes += 4;
+  EXPECT_EQ(recordBytes, sizeof(typename TypeParam::Record));
+}
+
+class ServiceKindTest : public alertdb_test::IsolatedTest {};
+
+TEST_F(ServiceKindTest, SnmpFieldsKeepTheirStoredNamesAndTheRecordIsUnchanged) {
+  CAlertSNMPNtfyServDB table;
+  ASSERT_EQ(table.DBCreate(), 0u);
+  platform::StoreTableInfo info = tableInfo(dataPath("AlServdb.dat"), "SNMP_Service");
+  const char *names[] = {"KEPOID",  "Dir",      "Login",     "Password",        "Default_Message",
+                         "Subject", "Priority", "ParamList", "SubjectParamList"};
+  ASSERT_EQ(info.fields.size(), 9u);
+  for (std::size_t i = 0; i < 9; ++i) EXPECT_EQ(info.fields[i].name, names[i]);
+  EXPECT_EQ(info.fields[3].size, 1025u) << "the default message, under \"Password\"";
+
+  // No password step: the caller's record is stored and left as it was.
+  ALRTSNMPSERVICEREC record{}, before{};
+  std::strcpy(record.Comment, "trap sink");
+  std::strcpy(record.Community, "public");
+  std::strcpy(record.Default_Message, "plain text stays plain");
+  before = record;
+  _GUID id{};
+  ASSERT_EQ(table.DBAlertRecAdd(&record, &id), 0u);
+  before.KEPOID = id;
+  EXPECT_TRUE(sameBytes(record, before));
+}
+
+TEST_F(ServiceKindTest, BroadcastAndPagerServicesAreFoundByTheirKeys) {
+  CAlertBROADCASTNtfyServDB broadcast;
+  ASSERT_EQ(broadcast.DBCreate(), 0u);
+  const char *servers[] = {"SRV-C", "SRV-A", "SRV-B"};
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    ALRTBROADCASTSERVICEREC r{};
+    r.BroadcastAll = i == 1 ? 1 : 0;
+    std::strcpy(r.ServerName, servers[i]);
+    std::snprintf(r.UserName, sizeof r.UserName, "user%u", i);
+    _GUID id{};
+    ASSERT_EQ(broadcast.DBAlertRecAdd(&r, &id), 0u);
+  }
+  ALRTBROADCASTSERVICEREC found{};
+  char server[49] = "SRV-A";
+  ASSERT_EQ(broadcast.DBAlertRecFindFirst(CAlertBROADCASTNtfyServDB::kServerNameKey, 6,
+                                          reinterpret_cast<unsigned char *>(server), &found),
+            0u);
+  EXPECT_STREQ(found.ServerName, "SRV-A");
+  EXPECT_EQ(found.BroadcastAll, 1u);
+  EXPECT_STREQ(found.UserName, "user1");
+  ASSERT_EQ(broadcast.DBAlertRecFindNext(&found), 0u);
+  EXPECT_STREQ(found.ServerName, "SRV-B") << "in server name order";
+  char user[65] = "user2";
+  ASSERT_EQ(broadcast.DBAlertRecFindFirst(CAlertBROADCASTNtfyServDB::kUserNameKey, 6,
+                                          reinterpret_cast<unsigned char *>(user), &found),
+            0u);
+  EXPECT_STREQ(found.ServerName, "SRV-B");
+  std::uint32_t all = 1;
+  ASSERT_EQ(broadcast.DBAlertRecFindFirst(CAlertBROADCASTNtfyServDB::kBroadcastAllKey, 4,
+                                          reinterpret_cast<unsigned char *>(&all), &found),
+            0u);
+  EXPECT_STREQ(found.ServerName, "SRV-A");
+
+  CAlertAPAGENtfyServDB apage;
+  CAlertNPAGENtfyServDB npage;
+  ASSERT_EQ(OpenOrCreate(apage), 0u);
+  ASSERT_EQ(OpenOrCreate(npage), 0u);
+  ALRTAPAGESERVICEREC a{};
+  ALRTNPAGESERVICEREC n{};
+  std::strcpy(a.Modem_name, "COM2 modem");
+  std::strcpy(a.ServiceProvider, "PageCo");
+  std::strcpy(n.Modem_name, "COM3 modem");
+  n.Delay = 30;
+  _GUID id{};
+  ASSERT_EQ(apage.DBAlertRecAdd(&a, &id), 0u);
+  ASSERT_EQ(npage.DBAlertRecAdd(&n, &id), 0u);
+  char modem[65] = "COM2 modem";
+  ALRTAPAGESERVICEREC foundA{};
+  ASSERT_EQ(apage.DBAlertRecFindFirst(CAlertAPAGENtfyServDB::kModemNameKey, 11,
+                                      reinterpret_cast<unsigned char *>(modem), &foundA),
+            0u);
+  EXPECT_STREQ(foundA.ServiceProvider, "PageCo");
+  std::strcpy(modem, "COM3 modem");
+  ALRTNPAGESERVICEREC foundN{};
+  ASSERT_EQ(npage.DBAlertRecFindFirst(CAlertNPAGENtfyServDB::kModemNameKey, 11,
+                                      reinterpret_cast<unsigned char *>(modem), &foundN),
+            0u);
+  EXPECT_EQ(foundN.Delay, 30u);
+}
+
+// The per-user table slot, reached the way the class itself reaches it.
+template <class Table>
+class SlotProbe : public Table {
+ public:
+  std::uint32_t init() { return this->InitUsrSpecifInfo(); }
+  const void *slot() const { return this->m_pUserTable; }
+};
+
+TEST_F(ServiceKindTest, PerUserSlotOpensOnlyAnExistingUserFileAndIsNotShared) {
+  SlotProbe<CAlertMHSNtfyServDB> mhs;
+  ASSERT_EQ(mhs.DBCreate(), 0u);
+  EXPECT_EQ(mhs.init(), ALRT_E_OPENFAILED) << "no user data file to open";
+  EXPECT_EQ(mhs.slot(), nullptr);
+  EXPECT_FALSE(fileExists(dataPath("kepuser.dat")));
+
+  CAlertUSR_SMTPDB other;
+  ASSERT_EQ(other.DBCreate(), 0u);  // the user file, without the MHS table
+  EXPECT_EQ(mhs.init(), 0u);
+  const void *slot = mhs.slot();
+  EXPECT_NE(slot, nullptr);
+  EXPECT_TRUE(alertdb_test::holdsTable(dataPath("kepuser.dat"), "USR_MHS_Service"));
+  EXPECT_EQ(mhs.init(), 0u);
+  EXPECT_EQ(mhs.slot(), slot) << "opened once";
+
+  SlotProbe<CAlertMHSNtfyServDB> copy(mhs);
+  EXPECT_EQ(copy.slot(), nullptr);
+  ASSERT_EQ(copy.DBOpen(), 0u);
+  EXPECT_EQ(copy.init(), 0u);
+  EXPECT_NE(copy.slot(), slot);
+  copy = mhs;
+  EXPECT_EQ(copy.slot(), nullptr) << "assignment releases the copy's own";
+
+  SlotProbe<CAlertNPAGENtfyServDB> npage;
+  EXPECT_EQ(npage.init(), 0u);
+  EXPECT_TRUE(alertdb_test::holdsTable(dataPath("kepuser.dat"), "USR_NPAGE_Service"));
+}
+
+}  // namespace

@@ -1,0 +1,70 @@
+// Helpers shared by the service and per-user table tests.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "framework/link_table_probe.h"
+#include "framework/open_or_create.h"
+#include "platform/store/record_store.h"
+
+namespace alertdb_test {
+
+// Every byte of the record random, bytes after text terminators included.
+template <class REC>
+void fillRandom(REC &record, std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  auto *bytes = reinterpret_cast<unsigned char *>(&record);
+  for (std::size_t i = 0; i < sizeof record; ++i) bytes[i] = static_cast<unsigned char>(random());
+}
+
+template <class REC>
+bool sameBytes(const REC &a, const REC &b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// The tables a data file holds, read through a handle of its own.
+inline std::vector<std::string> tablesOf(const std::string &path) {
+  std::vector<std::string> names;
+  KEPDB *handle = platform::QDBInit(0, path.c_str(), platform::kOpenExisting, 1);
+  if (!handle) return names;
+  platform::QDBTableNames(handle, &names);
+  platform::QDBDone(handle);
+  return names;
+}
+
+inline bool holdsTable(const std::string &path, const std::string &table) {
+  for (const std::string &name : tablesOf(path)) {
+    if (name == table) return true;
+  }
+  return false;
+}
+
+// What the file's catalog says about a table.
+inline platform::StoreTableInfo tableInfo(const std::string &path, const char *table) {
+  platform::StoreTableInfo info;
+  KEPDB *handle = platform::QDBInit(0, path.c_str(), platform::kOpenExisting, 1);
+  if (!handle) return info;
+  platform::QDBTableInfo(handle, table, &info);
+  platform::QDBDone(handle);
+  return info;
+}
+
+// The number of rows an enumeration in ID order delivers.
+template <class Table>
+int rowCount(Table &table) {
+  auto record = std::make_unique<typename Table::Record>();
+  int rows = 0;
+  std::uint32_t key = Table::kDefinition.table.idKey;
+  for (std::uint32_t r = table.DBAlertRecFindFirst(key, 0, nullptr, record.get()); r == 0;
+       r = table.DBAlertRecFindNext(record.get())) {
+    ++rows;
+  }
+  return rows;
+}
+
+}  // namespace alertdb_test
