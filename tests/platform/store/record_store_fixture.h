@@ -1,6 +1,7 @@
 // A small table used to exercise the record store through its public calls.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -8,6 +9,7 @@
 
 #include "platform/memory_blocks.h"
 #include "platform/store/record_store.h"
+#include "support/test_environment.h"
 
 namespace alertdb_test {
 
@@ -114,6 +116,51 @@ class SampleTable {
 
  private:
   const char *name_;
+};
+
+// Each test with its own data directory; handles it opened are closed after it.
+class RecordStoreTest : public IsolatedTest {
+ protected:
+  void TearDown() override {
+    for (KEPDB *h : handles_) platform::QDBDone(h);
+    IsolatedTest::TearDown();
+  }
+
+  KEPDB *open(const std::string &name, std::uint32_t mode) {
+    KEPDB *h = platform::QDBInit(0, dataPath(name).c_str(), mode, 1);
+    if (h) handles_.push_back(h);
+    return h;
+  }
+  void close(KEPDB *h) {
+    platform::QDBDone(h);
+    handles_.erase(std::remove(handles_.begin(), handles_.end(), h), handles_.end());
+  }
+
+  // A new file with the sample table, the handle selected on it.
+  KEPDB *createSample(SampleTable &table, const std::string &name = "Store.dat") {
+    KEPDB *h = open(name, platform::kOpenCreate);
+    EXPECT_NE(h, nullptr);
+    EXPECT_EQ(table.create(h), 0u);
+    return h;
+  }
+
+  std::uint32_t add(SampleTable &t, KEPDB *h, std::uint8_t idByte, const char *name,
+                    std::uint32_t number) {
+    t.fill(idByte, name, number);
+    return platform::QDBRecordAdd(h);
+  }
+
+  // The names of every record in the order of `key`.
+  std::vector<std::string> namesInOrder(SampleTable &t, KEPDB *h, std::uint32_t key) {
+    std::vector<std::string> names;
+    for (std::uint32_t r = platform::QDBRecordSkipAndRead(h, key, platform::kSkipFirst); r == 0;
+         r = platform::QDBRecordSkipAndRead(h, key, platform::kSkipNext)) {
+      names.push_back(t.record.name);
+    }
+    return names;
+  }
+
+  std::vector<KEPDB *> handles_;
 };
 
 }  // namespace alertdb_test

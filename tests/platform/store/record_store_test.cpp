@@ -19,6 +19,7 @@
 
 using namespace platform;
 using alertdb_test::ChildProcess;
+using alertdb_test::RecordStoreTest;
 using alertdb_test::kIdKey;
 using alertdb_test::kNameKey;
 using alertdb_test::kNumberKey;
@@ -28,49 +29,6 @@ using alertdb_test::SampleTable;
 
 namespace {
 
-class RecordStoreTest : public alertdb_test::IsolatedTest {
- protected:
-  void TearDown() override {
-    for (KEPDB *h : handles_) QDBDone(h);
-    IsolatedTest::TearDown();
-  }
-
-  KEPDB *open(const std::string &name, std::uint32_t mode) {
-    KEPDB *h = QDBInit(0, dataPath(name).c_str(), mode, 1);
-    if (h) handles_.push_back(h);
-    return h;
-  }
-  void close(KEPDB *h) {
-    QDBDone(h);
-    handles_.erase(std::remove(handles_.begin(), handles_.end(), h), handles_.end());
-  }
-
-  // A new file with the sample table, the handle selected on it.
-  KEPDB *createSample(SampleTable &table, const std::string &name = "Store.dat") {
-    KEPDB *h = open(name, kOpenCreate);
-    EXPECT_NE(h, nullptr);
-    EXPECT_EQ(table.create(h), 0u);
-    return h;
-  }
-
-  std::uint32_t add(SampleTable &t, KEPDB *h, std::uint8_t idByte, const char *name,
-                    std::uint32_t number) {
-    t.fill(idByte, name, number);
-    return QDBRecordAdd(h);
-  }
-
-  // The names of every record in the order of `key`.
-  std::vector<std::string> namesInOrder(SampleTable &t, KEPDB *h, std::uint32_t key) {
-    std::vector<std::string> names;
-    for (std::uint32_t r = QDBRecordSkipAndRead(h, key, kSkipFirst); r == 0;
-         r = QDBRecordSkipAndRead(h, key, kSkipNext)) {
-      names.push_back(t.record.name);
-    }
-    return names;
-  }
-
-  std::vector<KEPDB *> handles_;
-};
 
 
 TEST_F(RecordStoreTest, OpenModesOnMissingAndExistingFiles) {

@@ -1,0 +1,104 @@
+// Once a table is open, record operations work in storage the table and the
+// engine already hold: a steady stream of them allocates nothing.
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "events/event_resp_table.h"
+#include "framework/file_locks.h"
+#include "support/test_environment.h"
+
+namespace {
+
+thread_local bool t_counting = false;
+std::atomic<long> g_allocations{0};
+
+}  // namespace
+
+// Counts the allocations of the thread that asks; everything else passes.
+void *operator new(std::size_t size) {
+  if (t_counting) ++g_allocations;
+  if (void *p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void *p) noexcept { std::free(p); }
+void operator delete(void *p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+class LinkTable : public CAlertEVENT_RESPDB {
+ public:
+  KEPDB *handle() const { return m_hTable; }
+};
+
+class AllocationTest : public alertdb_test::IsolatedTest {
+ protected:
+  template <typename Work>
+  long allocationsOf(Work work) {
+    g_allocations = 0;
+    t_counting = true;
+    work();
+    t_counting = false;
+    return g_allocations.load();
+  }
+
+  static ALRTEVENT_RESPREC link(std::uint32_t n) {
+    ALRTEVENT_RESPREC r{};
+    r.KEPOID.Data1 = n + 1;
+    r.EventClassOID.Data1 = n % 7;
+    r.ResponseOID.Data1 = n;
+    return r;
+  }
+};
+
+TEST_F(AllocationTest, SteadyRecordOperationsAllocateNothing) {
+  LinkTable table;
+  ASSERT_EQ(table.DBCreate(), 0u);
+  _GUID id;
+  auto addBatch = [&](std::uint32_t first, std::uint32_t count) {
+    DBFileLock(table.handle());
+    for (std::uint32_t n = first; n < first + count; ++n) {
+      ALRTEVENT_RESPREC r = link(n);
+      ASSERT_EQ(table.CAlertDBTable::DBAlertRecAdd(&r, &id), 0u);
+    }
+    DBFileUnlock(table.handle());
+  };
+  auto enumerate = [&](std::uint32_t key) {
+    ALRTEVENT_RESPREC r{};
+    std::uint32_t count = 0;
+    for (std::uint32_t s = table.DBAlertRecFindFirst(key, 0, nullptr, &r); s == 0;
+         s = table.DBAlertRecFindNext(&r)) {
+      ++count;
+    }
+    return count;
+  };
+  auto retrieveAll = [&](std::uint32_t count) {
+    for (std::uint32_t n = 0; n < count; ++n) {
+      ALRTEVENT_RESPREC r{};
+      _GUID want{};
+      want.Data1 = n + 1;
+      ASSERT_EQ(table.DBAlertRecRetrieve(&want, &r), 0u);
+    }
+  };
+  // Warm up: the statements are prepared and the working storage grown.
+  addBatch(0, 500);
+  ASSERT_EQ(enumerate(CAlertEVENT_RESPDB::kIdKey), 500u);
+  ASSERT_EQ(enumerate(CAlertEVENT_RESPDB::kEventClassKey), 500u);
+  retrieveAll(500);
+
+  EXPECT_EQ(allocationsOf([&] { addBatch(500, 500); }), 0);
+  std::uint32_t seen = 0;
+  EXPECT_EQ(allocationsOf([&] { seen = enumerate(CAlertEVENT_RESPDB::kIdKey); }), 0);
+  EXPECT_EQ(seen, 1000u);
+  EXPECT_EQ(allocationsOf([&] { seen = enumerate(CAlertEVENT_RESPDB::kEventClassKey); }), 0);
+  EXPECT_EQ(seen, 1000u);
+  EXPECT_EQ(allocationsOf([&] { retrieveAll(1000); }), 0);
+
+  // The count sees the library's own allocations: opening a table makes some.
+  LinkTable other;
+  EXPECT_GT(allocationsOf([&] { EXPECT_EQ(other.DBOpen(), 0u); }), 0);
+}
+
+}  // namespace

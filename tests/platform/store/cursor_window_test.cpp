@@ -1,0 +1,210 @@
+// The cursor serves enumerations from rows fetched a window at a time: it
+// must keep its place through deletes and adds, see other processes' commits
+// within the documented bound, and hold no read transaction between calls.
+#include <sqlite3.h>
+
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/store/record_store.h"
+#include "platform/store/record_store_fixture.h"
+#include "support/child_process.h"
+
+using namespace platform;
+using alertdb_test::ChildProcess;
+using alertdb_test::kIdKey;
+using alertdb_test::kNumberKey;
+using alertdb_test::kSmallKey;
+using alertdb_test::RecordStoreTest;
+using alertdb_test::SampleTable;
+
+namespace {
+
+// The most steps a change of another process can stay unseen.
+constexpr std::uint32_t kVisibilityBound = 64;
+
+class CursorWindowTest : public RecordStoreTest {
+ protected:
+  // Records 0..count-1: name "r<n>", number n, small key n / groupSize.
+  KEPDB *filled(SampleTable &t, std::uint32_t count, std::uint32_t groupSize = 1,
+               const std::string &name = "Store.dat") {
+    KEPDB *h = createSample(t, name);
+    EXPECT_EQ(QDBFileLock(h), 0u);
+    for (std::uint32_t n = 0; n < count; ++n) {
+      t.fill(0, ("r" + std::to_string(n)).c_str(), n);
+      std::memcpy(&t.record.id, &n, sizeof n);
+      t.record.id.Data4[0] = 0xAA;
+      t.record.small = static_cast<std::uint16_t>(n / groupSize);
+      EXPECT_EQ(QDBRecordAdd(h), 0u);
+    }
+    EXPECT_EQ(QDBFileUnlock(h), 0u);
+    return h;
+  }
+};
+
+TEST_F(CursorWindowTest, DeletingWhileEnumeratingVisitsEveryRecordOnceAcrossWindows) {
+  // Unique and non-unique orders; groups of equal keys larger than a window.
+  for (std::uint32_t key : {kNumberKey, kSmallKey}) {
+    SCOPED_TRACE(key);
+    SampleTable t;
+    KEPDB *h = filled(t, 300, 100, "Store" + std::to_string(key) + ".dat");
+    std::vector<std::uint32_t> seen;
+    for (std::uint32_t r = QDBRecordSkipAndRead(h, key, kSkipFirst); r == 0;
+         r = QDBRecordSkipAndRead(h, key, kSkipNext)) {
+      seen.push_back(t.record.number);
+      // Delete two of every three, so that deletes fall on and beside window ends.
+      if (t.record.number % 3 != 0) ASSERT_EQ(QDBRecordDelete(h), 0u);
+    }
+    ASSERT_EQ(seen.size(), 300u);
+    for (std::uint32_t n = 0; n < 300; ++n) EXPECT_EQ(seen[n], n);
+    EXPECT_EQ(namesInOrder(t, h, key).size(), 100u);
+  }
+}
+
+TEST_F(CursorWindowTest, AnotherHandleDeletingAheadIsNeverServedStale) {
+  SampleTable walker, other;
+  KEPDB *h = filled(walker, 200);
+  KEPDB *h2 = open("Store.dat", kOpenExisting);
+  ASSERT_EQ(other.select(h2), 0u);
+  // Through a second handle of the same thread, delete records just ahead of
+  // the cursor: rows it fetched already must not come back.
+  std::vector<std::uint32_t> seen;
+  for (std::uint32_t r = QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst); r == 0;
+       r = QDBRecordSkipAndRead(h, kNumberKey, kSkipNext)) {
+    std::uint32_t n = walker.record.number;
+    seen.push_back(n);
+    if (n % 10 == 0 && n + 1 < 200) {
+      std::uint32_t ahead = n + 1;
+      _GUID id{};
+      std::memcpy(&id, &ahead, sizeof ahead);
+      id.Data4[0] = 0xAA;
+      ASSERT_EQ(QDBRecordFind(h2, kIdKey, &id, 1, 16), 0u);
+      ASSERT_EQ(QDBRecordDelete(h2), 0u);
+    }
+  }
+  EXPECT_EQ(seen.size(), 180u);
+  for (std::uint32_t n : seen) EXPECT_FALSE(n % 10 == 1) << n;
+}
+
+TEST_F(CursorWindowTest, AddsDuringAnEnumerationAreReachedAheadAndNeverMoveTheCursor) {
+  SampleTable t;
+  KEPDB *h = filled(t, 150);
+  std::vector<std::uint32_t> seen;
+  for (std::uint32_t r = QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst); r == 0;
+       r = QDBRecordSkipAndRead(h, kNumberKey, kSkipNext)) {
+    std::uint32_t n = t.record.number;
+    seen.push_back(n);
+    if (n < 150 && n % 25 == 5) {
+      // One behind the cursor (never reached) and one far ahead (reached).
+      t.fill(0, "behind", n - 1);
+      t.record.id.Data1 = 0xB0000000u + n;
+      ASSERT_EQ(QDBRecordAdd(h), 0u);
+      t.fill(0, "ahead", 1000 + n);
+      t.record.id.Data1 = 0xC0000000u + n;
+      ASSERT_EQ(QDBRecordAdd(h), 0u);
+    }
+  }
+  std::vector<std::uint32_t> expected;
+  for (std::uint32_t n = 0; n < 150; ++n) expected.push_back(n);
+  for (std::uint32_t n = 5; n < 150; n += 25) expected.push_back(1000 + n);
+  EXPECT_EQ(seen, expected);
+}
+
+TEST_F(CursorWindowTest, AnotherProcessCommitIsSeenWithinTheBound) {
+  SampleTable t;
+  KEPDB *h = filled(t, 400);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
+  for (int i = 0; i < 20; ++i) ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
+  std::uint32_t at = t.record.number;
+  // Another process adds a record after each of the next 128 records (equal
+  // numbers sort after the record already there).
+  ChildProcess child("store_child", {"add", dataPath("Store.dat"), std::to_string(at + 1),
+                                     std::to_string(2 * kVisibilityBound)});
+  for (std::uint32_t i = 0; i < 2 * kVisibilityBound; ++i) {
+    ASSERT_EQ(child.readLine().rfind("added", 0), 0u);
+  }
+  ASSERT_EQ(child.wait(), 0);
+  std::set<std::uint32_t> childSeen;
+  std::uint32_t steps = 0;
+  while (QDBRecordSkipAndRead(h, kNumberKey, kSkipNext) == 0) {
+    ++steps;
+    if (std::string(t.record.name).rfind("child", 0) == 0) childSeen.insert(t.record.number);
+  }
+  EXPECT_EQ(steps, 400u - at - 1 + childSeen.size());
+  // Rows fetched before the commit may hide the ones beside them; none past
+  // the bound is missed.
+  for (std::uint32_t n = at + kVisibilityBound; n <= at + 2 * kVisibilityBound; ++n) {
+    EXPECT_TRUE(childSeen.count(n)) << n;
+  }
+}
+
+TEST_F(CursorWindowTest, AnIdleEnumerationHoldsNothingThatWritersOrCheckpointsWaitFor) {
+  SampleTable t;
+  KEPDB *h = filled(t, 200);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
+  // While the enumeration sits between calls, another process writes, and a
+  // full checkpoint of the write-ahead log completes: no reader holds it back.
+  ChildProcess child("store_child", {"add", dataPath("Store.dat"), "5000", "50"});
+  for (int i = 0; i < 50; ++i) ASSERT_EQ(child.readLine().rfind("added", 0), 0u);
+  ASSERT_EQ(child.wait(), 0);
+  sqlite3 *db = nullptr;
+  ASSERT_EQ(sqlite3_open(dataPath("Store.dat").c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  int logFrames = -1, checkpointed = -1;
+  EXPECT_EQ(sqlite3_wal_checkpoint_v2(db, nullptr, SQLITE_CHECKPOINT_TRUNCATE, &logFrames,
+                                      &checkpointed),
+            SQLITE_OK);
+  EXPECT_EQ(logFrames, 0) << "the log was truncated, so no read transaction was open";
+  sqlite3_close(db);
+  std::uint32_t rest = 0;
+  while (QDBRecordSkipAndRead(h, kNumberKey, kSkipNext) == 0) ++rest;
+  EXPECT_EQ(rest, 198u + 50u);
+}
+
+TEST_F(CursorWindowTest, SkipToEndLeavesNextAtTheEndUntilTheNextFind) {
+  SampleTable t;
+  KEPDB *h = filled(t, 10);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
+  ASSERT_EQ(QDBRecordSkipToEnd(h), 0u);
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), QDB_E_NOTFOUND);
+  t.fill(0, "later", 99);
+  ASSERT_EQ(QDBRecordAdd(h), 0u);
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), QDB_E_NOTFOUND);
+  // The current record stays current.
+  EXPECT_EQ(QDBRecordRead(h), 0u);
+  EXPECT_EQ(t.record.number, 0u);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
+  EXPECT_EQ(QDBRecordSkipToEnd(nullptr), QDB_E_BADHANDLE);
+}
+
+TEST_F(CursorWindowTest, UpdatesReadBackFreshAndMoveTheCursorToTheNewKey) {
+  SampleTable t;
+  KEPDB *h = filled(t, 100);
+  // An update through another handle is read back fresh by a find and read.
+  KEPDB *h2 = open("Store.dat", kOpenExisting);
+  SampleTable other;
+  ASSERT_EQ(other.select(h2), 0u);
+  std::uint32_t five = 5;
+  _GUID id{};
+  std::memcpy(&id, &five, sizeof five);
+  id.Data4[0] = 0xAA;
+  ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
+  ASSERT_EQ(QDBRecordFindAndRead(h2, kIdKey, &id, 1, 16), 0u);
+  std::strcpy(other.record.comment, "changed");
+  ASSERT_EQ(QDBRecordUpdate(h2), 0u);
+  ASSERT_EQ(QDBRecordRead(h), 0u);
+  EXPECT_STREQ(t.record.comment, "changed");
+  // Moving the current record to the end of the number order: next is the end.
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
+  t.record.number = 500;
+  ASSERT_EQ(QDBRecordUpdate(h), 0u);
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), QDB_E_NOTFOUND);
+}
+
+}  // namespace

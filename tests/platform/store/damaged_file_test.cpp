@@ -1,0 +1,260 @@
+// Damaged files are refused by every open mode and left byte for byte as
+// they were; damaged records are never handed back as good; the recovery
+// open repairs only what it can without losing or inventing a record.
+#include <sqlite3.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "events/event_resp_table.h"
+#include "platform/store/record_store.h"
+#include "platform/store/record_store_fixture.h"
+
+using namespace platform;
+using alertdb_test::kIdKey;
+using alertdb_test::kNumberKey;
+using alertdb_test::RecordStoreTest;
+using alertdb_test::SampleTable;
+
+namespace {
+
+constexpr std::uint32_t kModes[] = {kOpenExisting, kOpenRecover, kOpenCreate};
+constexpr unsigned char kChecksumMark = 0xC5;
+
+class DamagedFileTest : public RecordStoreTest {
+ protected:
+  // A closed store of 100 sample records; record 42 carries a comment found
+  // nowhere else in the file.
+  void makeStore(const std::string &name = "Store.dat") {
+    SampleTable t;
+    KEPDB *h = createSample(t, name);
+    for (std::uint32_t n = 0; n < 100; ++n) {
+      t.fill(0, ("r" + std::to_string(n)).c_str(), n);
+      t.record.id.Data1 = n + 1;
+      if (n == 42) std::strcpy(t.record.comment, "NEEDLE-COMMENT");
+      ASSERT_EQ(QDBRecordAdd(h), 0u);
+    }
+    close(h);
+  }
+
+  void sql(const std::string &name, const std::string &statements) {
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(dataPath(name).c_str(), &db), SQLITE_OK);
+    char *error = nullptr;
+    EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, &error), SQLITE_OK)
+        << (error ? error : "");
+    sqlite3_free(error);
+    sqlite3_close(db);
+  }
+
+  // Every open mode refuses the file and leaves it as it was.
+  void expectRefusedUnchanged(const std::string &name) {
+    std::string before = readFile(dataPath(name));
+    for (std::uint32_t mode : kModes) {
+      KEPDB *h = open(name, mode);
+      EXPECT_EQ(h, nullptr) << "mode " << mode;
+      if (h) close(h);
+    }
+    EXPECT_EQ(readFile(dataPath(name)), before) << "the refused file changed";
+  }
+
+  static _GUID idOf(std::uint32_t n) {
+    _GUID id{};
+    id.Data1 = n + 1;
+    return id;
+  }
+};
+
+TEST_F(DamagedFileTest, TruncatedFilesAreRefusedByEveryModeAndLeftAlone) {
+  makeStore();
+  std::string whole = readFile(dataPath("Store.dat"));
+  for (std::size_t cut : {std::size_t{100}, std::size_t{4096}, whole.size() / 2}) {
+    SCOPED_TRACE(cut);
+    writeFile(dataPath("Cut.dat"), whole.substr(0, whole.size() - cut));
+    expectRefusedUnchanged("Cut.dat");
+  }
+}
+
+TEST_F(DamagedFileTest, ForeignDatabasesAndStoresWithoutTheirCatalogAreRefused) {
+  // Someone else's database that carries the store's application ID, at
+  // every format number the store knows.
+  for (int format : {0, 1, 2}) {
+    std::string name = "Foreign" + std::to_string(format) + ".dat";
+    sql(name, "PRAGMA application_id=1095517250; PRAGMA journal_mode=WAL; PRAGMA user_version=" +
+                  std::to_string(format) + "; CREATE TABLE things(a, b); INSERT INTO things "
+                  "VALUES(1, 2);");
+    expectRefusedUnchanged(name);
+  }
+  // A store that lost part of its catalog.
+  for (const char *table : {"alertdb_fields", "alertdb_tables", "alertdb_query_info"}) {
+    std::string name = std::string("NoCatalog-") + table + ".dat";
+    makeStore(name);
+    sql(name, std::string("DROP TABLE ") + table);
+    expectRefusedUnchanged(name);
+  }
+}
+
+TEST_F(DamagedFileTest, AFlippedByteInARecordIsNeverReadAsGood) {
+  makeStore();
+  std::string bytes = readFile(dataPath("Store.dat"));
+  std::size_t at = bytes.find("NEEDLE-COMMENT");
+  ASSERT_NE(at, std::string::npos);
+  ASSERT_EQ(bytes.find("NEEDLE-COMMENT", at + 1), std::string::npos);
+  bytes[at + 3] ^= 0x20;
+  writeFile(dataPath("Store.dat"), bytes);
+
+  // The normal open does not read the whole file; reads find the damage.
+  SampleTable t;
+  KEPDB *h = open("Store.dat", kOpenExisting);
+  ASSERT_NE(h, nullptr);
+  ASSERT_EQ(t.select(h), 0u);
+  _GUID id = idOf(42);
+  ASSERT_EQ(QDBRecordFind(h, kIdKey, &id, 1, 16), 0u);
+  std::memset(&t.record, 0x5A, sizeof t.record);
+  EXPECT_EQ(QDBRecordRead(h), QDB_E_DAMAGED);
+  EXPECT_EQ(t.record.number, 0x5A5A5A5Au) << "nothing of the damaged record reached the fields";
+  EXPECT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), QDB_E_DAMAGED);
+  // An enumeration delivers the good records before it and stops there.
+  std::vector<std::uint32_t> seen;
+  std::uint32_t r = QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst);
+  for (; r == 0; r = QDBRecordSkipAndRead(h, kNumberKey, kSkipNext)) {
+    seen.push_back(t.record.number);
+  }
+  EXPECT_EQ(r, QDB_E_DAMAGED);
+  ASSERT_EQ(seen.size(), 42u);
+  for (std::uint32_t n = 0; n < 42; ++n) EXPECT_EQ(seen[n], n);
+  // Other records stay readable.
+  id = idOf(43);
+  EXPECT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
+  EXPECT_EQ(t.record.number, 43u);
+  close(h);
+  EXPECT_EQ(readFile(dataPath("Store.dat")), bytes) << "reading the damage wrote nothing back";
+  // The recovery open checks every record, so it refuses the file.
+  EXPECT_EQ(open("Store.dat", kOpenRecover), nullptr);
+  EXPECT_EQ(readFile(dataPath("Store.dat")), bytes);
+}
+
+TEST_F(DamagedFileTest, TablesReportADamagedRecordAsAReadFailureOrTheEnd) {
+  CAlertEVENT_RESPDB links;
+  ASSERT_EQ(links.DBCreate(), 0u);
+  ALRTEVENT_RESPREC link{};
+  std::memcpy(&link.EventClassOID, "NEEDLE-EVENT-CLS", 16);
+  std::memset(&link.ResponseOID, 7, 16);
+  _GUID id;
+  ASSERT_EQ(links.DBAlertRecAdd(&link, &id), 0u);
+  links.~CAlertEVENT_RESPDB();
+  new (&links) CAlertEVENT_RESPDB();
+  std::string path = dataPath("AlEvntdb.dat");
+  std::string bytes = readFile(path);
+  std::size_t at = bytes.find("NEEDLE-EVENT-CLS");
+  ASSERT_NE(at, std::string::npos);
+  // The same bytes sit in the record, then in its key column and index.
+  bytes[at + 1] ^= 0x01;
+  writeFile(path, bytes);
+  ASSERT_EQ(links.DBOpen(), 0u);
+  ALRTEVENT_RESPREC out{};
+  EXPECT_EQ(links.DBAlertRecRetrieve(&id, &out), ALRT_E_READFAILED);
+  std::memset(&out, 0x5A, sizeof out);
+  ALRTEVENT_RESPREC untouched = out;
+  EXPECT_EQ(links.DBAlertRecFindFirst(CAlertEVENT_RESPDB::kIdKey, 0, nullptr, &out),
+            ALRT_E_NOTFOUND);
+  EXPECT_EQ(links.DBAlertRecFindFirst(CAlertEVENT_RESPDB::kResponseKey, 16,
+                                      reinterpret_cast<unsigned char *>(&link.ResponseOID), &out),
+            ALRT_E_NOTFOUND);
+  EXPECT_EQ(std::memcmp(&out, &untouched, sizeof out), 0) << "the caller's record is untouched";
+}
+
+TEST_F(DamagedFileTest, KeyColumnsThatDisagreeWithTheRecordFailTheFullCheck) {
+  makeStore();
+  sql("Store.dat", "UPDATE Sample_Table SET k3=999 WHERE k3=7");
+  // The cheap open cannot see it; the recovery open's full check does.
+  KEPDB *h = open("Store.dat", kOpenExisting);
+  EXPECT_NE(h, nullptr);
+  if (h) close(h);
+  std::string before = readFile(dataPath("Store.dat"));
+  EXPECT_EQ(open("Store.dat", kOpenRecover), nullptr);
+  EXPECT_EQ(readFile(dataPath("Store.dat")), before);
+}
+
+TEST_F(DamagedFileTest, OlderFilesReadAsBeforeAndGainChecksumsWhenWrittenOrRecovered) {
+  makeStore();
+  // The form records had before they carried checksums: the same bytes
+  // without the checksum and its mark.
+  sql("Store.dat",
+      "UPDATE Sample_Table SET record=substr(record, 1, length(record) - 9);"
+      "PRAGMA user_version=1;");
+  SampleTable t;
+  KEPDB *h = open("Store.dat", kOpenExisting);
+  ASSERT_NE(h, nullptr) << "an older file opens normally";
+  ASSERT_EQ(t.select(h), 0u);
+  EXPECT_EQ(namesInOrder(t, h, kNumberKey).size(), 100u);
+  _GUID id = idOf(42);
+  ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
+  EXPECT_STREQ(t.record.comment, "NEEDLE-COMMENT");
+  std::strcpy(t.record.comment, "rewritten");
+  ASSERT_EQ(QDBRecordUpdate(h), 0u);
+  close(h);
+
+  auto lastBytes = [&](std::vector<int> *marks, std::int64_t *format) {
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(dataPath("Store.dat").c_str(), &db), SQLITE_OK);
+    sqlite3_stmt *s = nullptr;
+    sqlite3_prepare_v2(db, "SELECT record FROM Sample_Table ORDER BY k3", -1, &s, nullptr);
+    while (sqlite3_step(s) == SQLITE_ROW) {
+      auto *p = static_cast<const unsigned char *>(sqlite3_column_blob(s, 0));
+      marks->push_back(p[sqlite3_column_bytes(s, 0) - 1]);
+    }
+    sqlite3_finalize(s);
+    sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &s, nullptr);
+    sqlite3_step(s);
+    *format = sqlite3_column_int64(s, 0);
+    sqlite3_finalize(s);
+    sqlite3_close(db);
+  };
+  std::vector<int> marks;
+  std::int64_t format = 0;
+  lastBytes(&marks, &format);
+  ASSERT_EQ(marks.size(), 100u);
+  EXPECT_EQ(marks[42], kChecksumMark) << "the record written again carries a checksum";
+  EXPECT_NE(marks[41], kChecksumMark);
+  EXPECT_EQ(format, 1);
+
+  // The recovery open gives every record its checksum and records the format.
+  h = open("Store.dat", kOpenRecover);
+  ASSERT_NE(h, nullptr);
+  close(h);
+  marks.clear();
+  lastBytes(&marks, &format);
+  for (int mark : marks) EXPECT_EQ(mark, kChecksumMark);
+  EXPECT_EQ(format, 2);
+  h = open("Store.dat", kOpenExisting);
+  ASSERT_NE(h, nullptr);
+  ASSERT_EQ(t.select(h), 0u);
+  std::vector<std::string> names = namesInOrder(t, h, kNumberKey);
+  ASSERT_EQ(names.size(), 100u);
+  EXPECT_EQ(names[99], "r99");
+
+  // In a file of the current format, a record without a checksum is damage.
+  close(h);
+  sql("Store.dat",
+      "UPDATE Sample_Table SET record=substr(record, 1, length(record) - 9) WHERE k3=5");
+  h = open("Store.dat", kOpenExisting);
+  ASSERT_NE(h, nullptr);
+  ASSERT_EQ(t.select(h), 0u);
+  id = idOf(5);
+  EXPECT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), QDB_E_DAMAGED);
+}
+
+TEST_F(DamagedFileTest, RecoveryRebuildsLostQueryTypeTablesOnlyAfterTheFullCheck) {
+  makeStore();
+  sql("Store.dat", "DROP TABLE alertdb_query_type_values");
+  EXPECT_EQ(open("Store.dat", kOpenExisting), nullptr);
+  KEPDB *h = open("Store.dat", kOpenRecover);
+  ASSERT_NE(h, nullptr);
+  close(h);
+  h = open("Store.dat", kOpenExisting);
+  EXPECT_NE(h, nullptr) << "repaired for good";
+}
+
+}  // namespace
