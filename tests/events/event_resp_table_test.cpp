@@ -38,6 +38,12 @@ TEST_F(EventRespTableTest, EachPairIsStoredOnce) {
   EXPECT_EQ(link(1, 10), 0u);
   EXPECT_EQ(link(2, 9), 0u);
   EXPECT_EQ(link(2, 9), ALRT_E_LINKEXISTS);
+  // The duplicate check leaves the enumeration where a walk through every
+  // link in response order ends: past the last, links of later responses
+  // included.
+  EXPECT_EQ(link(3, 1), 0u);
+  ALRTEVENT_RESPREC next{};
+  EXPECT_EQ(table->DBAlertRecFindNext(&next), ALRT_E_NOTFOUND);
   _GUID id{};
   EXPECT_EQ(table->DBAlertRecAdd(nullptr, &id), ALRT_E_INVALIDPARAM);
 }
