@@ -112,7 +112,7 @@ TEST_F(UserAddressTest, NumericPagerFieldsLandInTheirOwnMembers) {
   ASSERT_EQ(reader.DBAlertRecRetrieve(&id, &read), 0u);
   EXPECT_STREQ(read.NPAGE_Phone, "555-0100");
   EXPECT_STREQ(read.UserName, "Dana Scully");
-  EXPECT_EQ(read.Delay, 45u);
+  EXPECT_EQ(std::uint32_t{read.Delay}, 45u);
 
   // The schema lists the user name first, and its key finds the record.
   platform::StoreTableInfo info = tableInfo(dataPath("kepuser.dat"), "USR_NPAGE_Service");

@@ -63,7 +63,7 @@ TEST_F(NotifyServicesTest, TypedAddWritesTheSpecificRowThenTheCatalogueRow) {
   watch.reset();
   ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &spec, &specOid), 0u);
   EXPECT_TRUE(watch.signalled());
-  EXPECT_EQ(rec.ServiceType, 1u);
+  EXPECT_EQ(std::uint32_t{rec.ServiceType}, 1u);
   EXPECT_FALSE(sameBytes(oid, alertdb_test::kZeroId));
   EXPECT_FALSE(sameBytes(specOid, alertdb_test::kZeroId));
   EXPECT_FALSE(sameBytes(oid, specOid));
@@ -94,7 +94,7 @@ TEST_F(NotifyServicesTest, TypedAddRefusesMissingArgumentsWithoutAnyTrace) {
       ALRT_E_INVALIDPARAM);
   EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &spec, nullptr), ALRT_E_INVALIDPARAM);
   EXPECT_EQ(catalogue->DBAlertRecAdd(nullptr, &oid), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(rec.ServiceType, 0u) << "the caller's record is left alone";
+  EXPECT_EQ(std::uint32_t{rec.ServiceType}, 0u) << "the caller's record is left alone";
   EXPECT_FALSE(watch.signalled());
   EXPECT_EQ(catalogueRows(), 0);
   EXPECT_FALSE(holdsTable(dataPath("AlServdb.dat"), "APAGE_Service")) << "nothing opened";
@@ -214,7 +214,7 @@ TEST_F(NotifyServicesTest, EnumerationMeetsEveryTypeAndOpensEachKindsTable) {
   for (; r != ALRT_E_NOTFOUND; r = reader.DBAlertRecFindNext(&row)) {
     std::uint32_t type = typeOfRow[row.KEPOID.Data4[0]];
     SCOPED_TRACE(type);
-    ASSERT_EQ(row.ServiceType, type) << "the row is delivered either way";
+    ASSERT_EQ(std::uint32_t{row.ServiceType}, type) << "the row is delivered either way";
     EXPECT_EQ(std::string(row.Service_Name), "type " + std::to_string(type));
     EXPECT_EQ(r, type == 0 || type == 17 ? ALRT_E_BADSERVICETYPE : 0u);
     ++rows;
@@ -225,16 +225,16 @@ TEST_F(NotifyServicesTest, EnumerationMeetsEveryTypeAndOpensEachKindsTable) {
   // Single reads report the same.
   _GUID seventeen = makeId(0xF0 - 17), npage = makeId(0xF0 - 12);
   EXPECT_EQ(reader.DBAlertRecRetrieve(&seventeen, &row), ALRT_E_BADSERVICETYPE);
-  EXPECT_EQ(row.ServiceType, 17u);
+  EXPECT_EQ(std::uint32_t{row.ServiceType}, 17u);
   row = {};
   EXPECT_EQ(reader.DBAlertRecRetrieve(&npage, &row), 0u);
-  EXPECT_EQ(row.ServiceType, 12u);
+  EXPECT_EQ(std::uint32_t{row.ServiceType}, 12u);
   unsigned char key[16];
   std::memcpy(key, &seventeen, 16);
   EXPECT_EQ(reader.DBAlertRecFindFirst(CAlertNtfyServDB::kIdKey, 16, key, &row),
             ALRT_E_BADSERVICETYPE);
   EXPECT_EQ(reader.DBAlertRecFindNext(&row), 0u) << "the walk goes on after it";
-  EXPECT_EQ(row.ServiceType, 16u);
+  EXPECT_EQ(std::uint32_t{row.ServiceType}, 16u);
 }
 
 TEST_F(NotifyServicesTest, FirstReadOfAKindCreatesItsTable) {
@@ -278,7 +278,7 @@ TEST_F(NotifyServicesTest, UpdateAndDeleteTouchOnlyTheCatalogueRow) {
   read.ServiceType = 0;
   EXPECT_EQ(catalogue->DBAlertRecUpdate(&read), ALRT_E_BADSERVICETYPE);
   ASSERT_EQ(catalogue->DBAlertRecRetrieve(&oid, &check), 0u);
-  EXPECT_EQ(check.ServiceType, 16u) << "a refused update writes nothing";
+  EXPECT_EQ(std::uint32_t{check.ServiceType}, 16u) << "a refused update writes nothing";
 
   watch.reset();
   _GUID unknown = makeId(0x45);
@@ -306,7 +306,7 @@ TEST_F(NotifyServicesTest, CopiesOpenTheirOwnSpecificTables) {
     ASSERT_EQ(copy.DBOpen(), 0u);
     ALRTNTFYSERV read{};
     EXPECT_EQ(copy.DBAlertRecRetrieve(&oid, &read), 0u);
-    EXPECT_EQ(read.ServiceType, 9u);
+    EXPECT_EQ(std::uint32_t{read.ServiceType}, 9u);
     CAlertNtfyServDB assigned("Other.dat");
     assigned = copy;
     ASSERT_EQ(assigned.DBOpen(), 0u);

@@ -197,7 +197,7 @@ TEST_F(ServiceKindTest, BroadcastAndPagerServicesAreFoundByTheirKeys) {
                                           reinterpret_cast<unsigned char *>(server), &found),
             0u);
   EXPECT_STREQ(found.ServerName, "SRV-A");
-  EXPECT_EQ(found.BroadcastAll, 1u);
+  EXPECT_EQ(std::uint32_t{found.BroadcastAll}, 1u);
   EXPECT_STREQ(found.UserName, "user1");
   ASSERT_EQ(broadcast.DBAlertRecFindNext(&found), 0u);
   EXPECT_STREQ(found.ServerName, "SRV-B") << "in server name order";
@@ -236,7 +236,7 @@ TEST_F(ServiceKindTest, BroadcastAndPagerServicesAreFoundByTheirKeys) {
   ASSERT_EQ(npage.DBAlertRecFindFirst(CAlertNPAGENtfyServDB::kModemNameKey, 11,
                                       reinterpret_cast<unsigned char *>(modem), &foundN),
             0u);
-  EXPECT_EQ(foundN.Delay, 30u);
+  EXPECT_EQ(std::uint32_t{foundN.Delay}, 30u);
 }
 
 // The per-user table slot, reached the way the class itself reaches it.
