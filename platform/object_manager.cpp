@@ -115,9 +115,9 @@ class InstanceStore {
   bool open() {
     char dir[260];
     if (KepOMGetDataDir(dir, sizeof dir) != 0) return false;
-    std::string path = std::string(dir) + "/" + kStoreFile;
-    if (handle_ && path == path_) return true;
+    if (handle_ && dir_ == dir) return true;
     close();
+    std::string path = std::string(dir) + "/" + kStoreFile;
     KEPDB *h = QDBInit(0, path.c_str(), kOpenCreate, 1);
     if (!h) return false;
     if (SchmSetCurrentTbl(h, kInstanceTable, templates_) != 0 && createTable(h) != 0) {
@@ -125,7 +125,7 @@ class InstanceStore {
       return false;
     }
     handle_ = h;
-    path_ = path;
+    dir_ = dir;
     return true;
   }
 
@@ -181,9 +181,18 @@ class InstanceStore {
     applying_ = false;
   }
 
+  // The domain: the first instance of its class, or a new one.
+  std::uint32_t domain(_GUID *id) {
+    if (!open()) return kFailed;
+    if (!domainKnown_ && singleton(kDomainClass, &domain_) == kOk) domainKnown_ = true;
+    if (!domainKnown_) return kFailed;
+    *id = domain_;
+    return kOk;
+  }
+
+ private:
   // The first instance of a class, or a new one.
   std::uint32_t singleton(const _GUID &classId, _GUID *id) {
-    if (!open()) return kFailed;
     if (QDBRecordFindAndRead(handle_, kInstanceClassKey, &classId, 1, 16) == 0) {
       *id = record_.objectId;
       return kOk;
@@ -200,7 +209,6 @@ class InstanceStore {
     return r == kOk ? kFailed : r;
   }
 
- private:
   enum class Change { Add, Update, Delete };
   struct PendingChange {
     Change kind;
@@ -292,13 +300,18 @@ class InstanceStore {
   void close() {
     if (handle_) QDBDone(handle_);
     handle_ = nullptr;
-    path_.clear();
+    dir_.clear();
+    domainKnown_ = false;
   }
 
   InstanceRecord record_;
   FieldTemplate templates_[3];
   KEPDB *handle_ = nullptr;
-  std::string path_;
+  std::string dir_;
+  // The domain never changes once made: asked for with every add of some
+  // tables, it is looked up once per data directory.
+  bool domainKnown_ = false;
+  _GUID domain_{};
   std::vector<PendingChange> pending_;
   std::unordered_map<std::string, std::size_t> latest_;
   bool applying_ = false;
@@ -358,7 +371,7 @@ std::uint32_t KepOMGetDataDir(char *buffer, std::uint32_t size) {
 std::uint32_t KepOMGetDomainID(_GUID *domainId) {
   if (!domainId) return kInvalidArg;
   if (auto f = installed(&KepOMProvider::GetDomainID)) return f(domainId);
-  return guarded([&] { return instances().singleton(kDomainClass, domainId); });
+  return guarded([&] { return instances().domain(domainId); });
 }
 
 std::uint32_t KepOMOpen(KepOMConnection **connection) {

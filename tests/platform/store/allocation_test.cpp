@@ -17,14 +17,33 @@ std::atomic<long> g_allocations{0};
 
 }  // namespace
 
-// Counts the allocations of the thread that asks; everything else passes.
-void *operator new(std::size_t size) {
+namespace {
+
+void *counted(std::size_t size) noexcept {
   if (t_counting) ++g_allocations;
-  if (void *p = std::malloc(size ? size : 1)) return p;
+  return std::malloc(size ? size : 1);
+}
+
+}  // namespace
+
+// Counts the allocations of the thread that asks; every form of new and
+// delete goes through malloc and free, so that they always pair.
+void *operator new(std::size_t size) {
+  if (void *p = counted(size)) return p;
   throw std::bad_alloc();
 }
+void *operator new[](std::size_t size) {
+  if (void *p = counted(size)) return p;
+  throw std::bad_alloc();
+}
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept { return counted(size); }
+void *operator new[](std::size_t size, const std::nothrow_t &) noexcept { return counted(size); }
 void operator delete(void *p) noexcept { std::free(p); }
+void operator delete[](void *p) noexcept { std::free(p); }
 void operator delete(void *p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void *p, std::size_t) noexcept { std::free(p); }
+void operator delete(void *p, const std::nothrow_t &) noexcept { std::free(p); }
+void operator delete[](void *p, const std::nothrow_t &) noexcept { std::free(p); }
 
 namespace {
 

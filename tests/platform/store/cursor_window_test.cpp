@@ -54,9 +54,11 @@ TEST_F(CursorWindowTest, DeletingWhileEnumeratingVisitsEveryRecordOnceAcrossWind
     std::vector<std::uint32_t> seen;
     for (std::uint32_t r = QDBRecordSkipAndRead(h, key, kSkipFirst); r == 0;
          r = QDBRecordSkipAndRead(h, key, kSkipNext)) {
-      seen.push_back(t.record.number);
+      seen.push_back(std::uint32_t{t.record.number});
       // Delete two of every three, so that deletes fall on and beside window ends.
-      if (t.record.number % 3 != 0) ASSERT_EQ(QDBRecordDelete(h), 0u);
+      if (t.record.number % 3 != 0) {
+        ASSERT_EQ(QDBRecordDelete(h), 0u);
+      }
     }
     ASSERT_EQ(seen.size(), 300u);
     for (std::uint32_t n = 0; n < 300; ++n) EXPECT_EQ(seen[n], n);
@@ -131,7 +133,7 @@ TEST_F(CursorWindowTest, AnotherProcessCommitIsSeenWithinTheBound) {
   std::uint32_t steps = 0;
   while (QDBRecordSkipAndRead(h, kNumberKey, kSkipNext) == 0) {
     ++steps;
-    if (std::string(t.record.name).rfind("child", 0) == 0) childSeen.insert(t.record.number);
+    if (std::string(t.record.name).rfind("child", 0) == 0) childSeen.insert(std::uint32_t{t.record.number});
   }
   EXPECT_EQ(steps, 400u - at - 1 + childSeen.size());
   // Rows fetched before the commit may hide the ones beside them; none past
@@ -177,7 +179,7 @@ TEST_F(CursorWindowTest, SkipToEndLeavesNextAtTheEndUntilTheNextFind) {
   EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), QDB_E_NOTFOUND);
   // The current record stays current.
   EXPECT_EQ(QDBRecordRead(h), 0u);
-  EXPECT_EQ(t.record.number, 0u);
+  EXPECT_EQ(std::uint32_t{t.record.number}, 0u);
   ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
   EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
   EXPECT_EQ(QDBRecordSkipToEnd(nullptr), QDB_E_BADHANDLE);

@@ -113,13 +113,13 @@ TEST_F(DamagedFileTest, AFlippedByteInARecordIsNeverReadAsGood) {
   ASSERT_EQ(QDBRecordFind(h, kIdKey, &id, 1, 16), 0u);
   std::memset(&t.record, 0x5A, sizeof t.record);
   EXPECT_EQ(QDBRecordRead(h), QDB_E_DAMAGED);
-  EXPECT_EQ(t.record.number, 0x5A5A5A5Au) << "nothing of the damaged record reached the fields";
+  EXPECT_EQ(std::uint32_t{t.record.number}, 0x5A5A5A5Au) << "nothing of the damaged record reached the fields";
   EXPECT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), QDB_E_DAMAGED);
   // An enumeration delivers the good records before it and stops there.
   std::vector<std::uint32_t> seen;
   std::uint32_t r = QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst);
   for (; r == 0; r = QDBRecordSkipAndRead(h, kNumberKey, kSkipNext)) {
-    seen.push_back(t.record.number);
+    seen.push_back(std::uint32_t{t.record.number});
   }
   EXPECT_EQ(r, QDB_E_DAMAGED);
   ASSERT_EQ(seen.size(), 42u);
@@ -127,7 +127,7 @@ TEST_F(DamagedFileTest, AFlippedByteInARecordIsNeverReadAsGood) {
   // Other records stay readable.
   id = idOf(43);
   EXPECT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
-  EXPECT_EQ(t.record.number, 43u);
+  EXPECT_EQ(std::uint32_t{t.record.number}, 43u);
   close(h);
   EXPECT_EQ(readFile(dataPath("Store.dat")), bytes) << "reading the damage wrote nothing back";
   // The recovery open checks every record, so it refuses the file.
