@@ -27,7 +27,10 @@ void *counted(std::size_t size) noexcept {
 }  // namespace
 
 // Counts the allocations of the thread that asks; every form of new and
-// delete goes through malloc and free, so that they always pair.
+// delete goes through malloc and free, so that they always pair (which the
+// compiler cannot tell of replacement functions).
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void *operator new(std::size_t size) {
   if (void *p = counted(size)) return p;
   throw std::bad_alloc();
@@ -44,6 +47,7 @@ void operator delete(void *p, std::size_t) noexcept { std::free(p); }
 void operator delete[](void *p, std::size_t) noexcept { std::free(p); }
 void operator delete(void *p, const std::nothrow_t &) noexcept { std::free(p); }
 void operator delete[](void *p, const std::nothrow_t &) noexcept { std::free(p); }
+#pragma GCC diagnostic pop
 
 namespace {
 
