@@ -5,6 +5,7 @@
 // `static const AlertKindDefinition kDefinition`.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "framework/alert_db_table.h"
@@ -19,6 +20,21 @@ struct AlertKindDefinition {
   // The per-user address tables add without signalling the change.
   bool addSignals;
 };
+
+// The definition of a table whose last template is "Replication" and whose
+// object-ID key is that of its first template, "KEPOID".
+template <std::size_t N>
+constexpr AlertKindDefinition KindDefinition(
+    const char *tableName, const platform::FieldTemplate (&templates)[N],
+    const char *const (&fieldNames)[N], std::uint32_t titleStringId,
+    const platform::QueryInfoEntry *queryInfo, std::uint32_t queryInfoCount,
+    const char *defaultFileName, bool addSignals, const std::uint32_t *recordOffsets = nullptr) {
+  return {{tableName, templates, N, queryInfo, queryInfoCount, fieldNames, titleStringId,
+           titleStringId + 1, templates[0].keyNumber, defaultFileName},
+          N - 1,
+          recordOffsets,
+          addSignals};
+}
 
 template <class Derived, class REC>
 class ALERTDB_API CAlertKindTable : public CAlertDBTable<REC> {

@@ -33,24 +33,25 @@ constexpr MailTemplates kSmtp = mailTemplates(40);
 constexpr MailTemplates kMapi = mailTemplates(46);
 constexpr MailTemplates kCcmail = mailTemplates(52);
 
-const char *const kMhsNames[] = {"KEPOID",      "USR_OID", "UserName",
-                                 "MHSMailAddr", "Enable",  "Replication"};
-const char *const kCompuNames[] = {"KEPOID",        "USR_OID", "UserName",
-                                   "COMPUMailAddr", "Enable",  "Replication"};
-const char *const kSmtpNames[] = {"KEPOID",       "USR_OID", "UserName",
-                                  "SMTPMailAddr", "Enable",  "Replication"};
-const char *const kMapiNames[] = {"KEPOID",       "USR_OID", "UserName",
-                                  "MAPIMailAddr", "Enable",  "Replication"};
-const char *const kCcmailNames[] = {"KEPOID",         "USR_OID", "UserName",
-                                    "CCMAILMailAddr", "Enable",  "Replication"};
+constexpr const char *kMhsNames[] = {"KEPOID",      "USR_OID", "UserName",
+                                     "MHSMailAddr", "Enable",  "Replication"};
+constexpr const char *kCompuNames[] = {"KEPOID",        "USR_OID", "UserName",
+                                       "COMPUMailAddr", "Enable",  "Replication"};
+constexpr const char *kSmtpNames[] = {"KEPOID",       "USR_OID", "UserName",
+                                      "SMTPMailAddr", "Enable",  "Replication"};
+constexpr const char *kMapiNames[] = {"KEPOID",       "USR_OID", "UserName",
+                                      "MAPIMailAddr", "Enable",  "Replication"};
+constexpr const char *kCcmailNames[] = {"KEPOID",         "USR_OID", "UserName",
+                                        "CCMAILMailAddr", "Enable",  "Replication"};
 
 constexpr platform::FieldTemplate kSnmp[] = {
     AlertField(20, 16, 16, 0x311), AlertField(21, 16, 16, 0x311), AlertField(22, 10, 65, 0x1),
     AlertField(23, 16, 65, 0x1),   AlertField(24, 16, 29, 0x1),   AlertField(0, 16, 2049, 0x1),
     AlertField(26, 16, 4, 0x7),    AlertField(0, 16, 65, 0x1),    replication(27),
 };
-const char *const kSnmpNames[] = {"KEPOID",  "USR_OID", "UserName", "Machine_Name", "Machine_Addr",
-                                  "Comment", "Enable",  "Comunity", "Replication"};
+constexpr const char *kSnmpNames[] = {"KEPOID",       "USR_OID",      "UserName",
+                                      "Machine_Name", "Machine_Addr", "Comment",
+                                      "Enable",       "Comunity",     "Replication"};
 
 constexpr platform::FieldTemplate kMci[] = {
     AlertField(28, 16, 16, 0x311), AlertField(29, 16, 16, 0x311),
@@ -58,8 +59,8 @@ constexpr platform::FieldTemplate kMci[] = {
     AlertField(32, 16, 4, 0x7),    AlertField(0, 16, 4, 0x7),
     AlertField(0, 16, 65, 0x1),    replication(33),
 };
-const char *const kMciNames[] = {"KEPOID", "USR_OID", "UserName", "MCIMailAddr",
-                                 "Enable", "EMS",     "EMSAddr",  "Replication"};
+constexpr const char *kMciNames[] = {"KEPOID", "USR_OID", "UserName", "MCIMailAddr",
+                                     "Enable", "EMS",     "EMSAddr",  "Replication"};
 
 constexpr platform::FieldTemplate kApage[] = {
     AlertField(58, 16, 16, 0x311),
@@ -70,8 +71,8 @@ constexpr platform::FieldTemplate kApage[] = {
     AlertField(64, 16, 4, 0x7),
     replication(65),
 };
-const char *const kApageNames[] = {"KEPOID", "SelServiceOID", "USR_OID",    "UserName",
-                                   "Pin",    "Enable",        "Replication"};
+constexpr const char *kApageNames[] = {"KEPOID", "SelServiceOID", "USR_OID",    "UserName",
+                                       "Pin",    "Enable",        "Replication"};
 
 // Schema order; each template is bound where its member lies in the record.
 constexpr platform::FieldTemplate kNpage[] = {
@@ -83,52 +84,46 @@ constexpr platform::FieldTemplate kNpage[] = {
     AlertField(0, 3, 4, 0x7),
     replication(71),
 };
-const char *const kNpageNames[] = {"KEPOID", "USR_OID", "UserName",   "NPAGE_Phone",
-                                   "Enable", "Delay",   "Replication"};
+constexpr const char *kNpageNames[] = {"KEPOID", "USR_OID", "UserName",   "NPAGE_Phone",
+                                       "Enable", "Delay",   "Replication"};
 constexpr std::uint32_t kNpageOffsets[] = {
     offsetof(ALRTUSR_NPAGESERVICEREC, KEPOID),   offsetof(ALRTUSR_NPAGESERVICEREC, USR_OID),
     offsetof(ALRTUSR_NPAGESERVICEREC, UserName), offsetof(ALRTUSR_NPAGESERVICEREC, NPAGE_Phone),
     offsetof(ALRTUSR_NPAGESERVICEREC, Enable),   offsetof(ALRTUSR_NPAGESERVICEREC, Delay),
 };
 
+// The file, the list and the rule that an add is not signalled are common
+// to all nine.
 template <std::size_t N>
-constexpr std::uint32_t count(const platform::FieldTemplate (&)[N]) {
-  return N;
-}
-
-// A user table definition: the file, the list and the rule that an add is
-// not signalled are common to all nine.
-constexpr AlertKindDefinition userTable(const char *name, const platform::FieldTemplate *templates,
-                                        std::uint32_t fieldCount, const char *const *fieldNames,
-                                        std::uint32_t titleId,
-                                        const std::uint32_t *recordOffsets = nullptr) {
-  return {{name, templates, fieldCount, kUserQueryInfo, kUserQueryInfoCount, fieldNames, titleId,
-           titleId + 1, templates[0].keyNumber, kUserDataFile},
-          fieldCount - 1,
-          recordOffsets,
-          false};
+constexpr AlertKindDefinition UserDefinition(const char *tableName,
+                                             const platform::FieldTemplate (&templates)[N],
+                                             const char *const (&fieldNames)[N],
+                                             std::uint32_t titleStringId,
+                                             const std::uint32_t *recordOffsets = nullptr) {
+  return KindDefinition(tableName, templates, fieldNames, titleStringId, kUserQueryInfo,
+                        kUserQueryInfoCount, kUserDataFile, false, recordOffsets);
 }
 
 }  // namespace
 
 constinit const AlertKindDefinition CAlertUSR_MHSDB::kDefinition =
-    userTable("USR_MHS_Service", kMhs.templates, 6, kMhsNames, 420);
+    UserDefinition("USR_MHS_Service", kMhs.templates, kMhsNames, 420);
 constinit const AlertKindDefinition CAlertUSR_SNMPDB::kDefinition =
-    userTable("USR_SNMP_Service", kSnmp, count(kSnmp), kSnmpNames, 430);
+    UserDefinition("USR_SNMP_Service", kSnmp, kSnmpNames, 430);
 constinit const AlertKindDefinition CAlertUSR_MCIDB::kDefinition =
-    userTable("USR_MCI_Service", kMci, count(kMci), kMciNames, 440);
+    UserDefinition("USR_MCI_Service", kMci, kMciNames, 440);
 constinit const AlertKindDefinition CAlertUSR_COMPUDB::kDefinition =
-    userTable("USR_COMPU_Service", kCompu.templates, 6, kCompuNames, 470);
+    UserDefinition("USR_COMPU_Service", kCompu.templates, kCompuNames, 470);
 constinit const AlertKindDefinition CAlertUSR_SMTPDB::kDefinition =
-    userTable("USR_SMTP_Service", kSmtp.templates, 6, kSmtpNames, 480);
+    UserDefinition("USR_SMTP_Service", kSmtp.templates, kSmtpNames, 480);
 constinit const AlertKindDefinition CAlertUSR_MAPIDB::kDefinition =
-    userTable("USR_MAPI_Service", kMapi.templates, 6, kMapiNames, 490);
+    UserDefinition("USR_MAPI_Service", kMapi.templates, kMapiNames, 490);
 constinit const AlertKindDefinition CAlertUSR_CCMAILDB::kDefinition =
-    userTable("USR_CCMAIL_Service", kCcmail.templates, 6, kCcmailNames, 500);
+    UserDefinition("USR_CCMAIL_Service", kCcmail.templates, kCcmailNames, 500);
 constinit const AlertKindDefinition CAlertUSR_APAGEDB::kDefinition =
-    userTable("USR_APAGE_Service", kApage, count(kApage), kApageNames, 510);
+    UserDefinition("USR_APAGE_Service", kApage, kApageNames, 510);
 constinit const AlertKindDefinition CAlertUSR_NPAGEDB::kDefinition =
-    userTable("USR_NPAGE_Service", kNpage, count(kNpage), kNpageNames, 530, kNpageOffsets);
+    UserDefinition("USR_NPAGE_Service", kNpage, kNpageNames, 530, kNpageOffsets);
 
 template class CAlertDBTable<ALRTUSR_MHSSERVICEREC>;
 template class CAlertDBTable<ALRTUSR_SNMPSERVICEREC>;

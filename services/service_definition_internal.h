@@ -17,11 +17,8 @@ constexpr AlertKindDefinition ServiceDefinition(const char *tableName,
                                                 const char *const (&fieldNames)[N],
                                                 std::uint32_t titleStringId,
                                                 const std::uint32_t *recordOffsets = nullptr) {
-  return {{tableName, templates, N, kServiceQueryInfo, kServiceQueryInfoCount, fieldNames,
-           titleStringId, titleStringId + 1, templates[0].keyNumber, kServiceDataFile},
-          N - 1,
-          recordOffsets,
-          true};
+  return KindDefinition(tableName, templates, fieldNames, titleStringId, kServiceQueryInfo,
+                        kServiceQueryInfoCount, kServiceDataFile, true, recordOffsets);
 }
 
 }  // namespace alertdb_internal
