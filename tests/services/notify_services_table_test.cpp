@@ -54,6 +54,23 @@ class NotifyServicesTest : public alertdb_test::IsolatedTest {
   std::unique_ptr<CAlertNtfyServDB> catalogue;
 };
 
+TEST_F(NotifyServicesTest, SchemaHoldsTheRecordThenTheObjectsOwnFields) {
+  platform::StoreTableInfo info =
+      alertdb_test::tableInfo(dataPath("AlServdb.dat"), "Notify_Services");
+  EXPECT_EQ(info.title, "Notification Services");
+  EXPECT_EQ(info.idKey, CAlertNtfyServDB::kIdKey);
+  ASSERT_EQ(info.fields.size(), 15u);
+  std::size_t recordBytes = 0;
+  for (std::size_t i = 0; i < 12; ++i) recordBytes += info.fields[i].size;
+  EXPECT_EQ(recordBytes, sizeof(ALRTNTFYSERV));
+  EXPECT_EQ(info.fields[10].name, "ServiceType");
+  EXPECT_EQ(info.fields[12].name, "Replication");
+  EXPECT_EQ(info.fields[13].name, "Domain_Id");
+  EXPECT_EQ(info.fields[13].keyNumber, 11u);
+  EXPECT_EQ(info.fields[14].name, "OMFlags");
+  EXPECT_EQ(info.fields[2].description, "Serviice Name") << "the string table's own text";
+}
+
 TEST_F(NotifyServicesTest, TypedAddWritesTheSpecificRowThenTheCatalogueRow) {
   ALRTNTFYSERV rec = service("Mail relay", 0);
   ALRTMHSSERVICEREC spec{};
