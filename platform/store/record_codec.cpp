@@ -48,17 +48,15 @@ class SegmentWriter {
 
   void write(std::size_t at, const unsigned char *source, std::size_t n) {
     while (n > 0) {
-      while (index_ + 1 < count_ && segments_[index_].offset + segments_[index_].size <= at) {
-        ++index_;
-      }
-      const ImageSegment &s = segments_[index_];
-      std::size_t within = at - s.offset;
-      std::size_t part = s.size - within < n ? s.size - within : n;
+      const ImageSegment *s = &segments_[index_];
+      while (s->offset + s->size <= at && index_ + 1 < count_) s = &segments_[++index_];
+      std::size_t within = at - s->offset;
+      std::size_t part = s->size - within < n ? s->size - within : n;
       if (source) {
-        std::memcpy(s.storage + within, source, part);
+        std::memcpy(s->storage + within, source, part);
         source += part;
       } else {
-        std::memset(s.storage + within, 0, part);
+        std::memset(s->storage + within, 0, part);
       }
       at += part;
       n -= part;

@@ -104,10 +104,8 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
     if (!k) return QDB_E_BADKEY;
     Cursor &c = h.cursor;
     KeyValue search = store::keyOfSearch(def, *k, keyValue, keyLength);
-    // A find alone is a lookup; a find that reads starts an enumeration.
-    std::uint32_t limit = andRead ? Cursor::kFirstWindow : 1;
-    std::uint32_t r = takeFetched(
-        h, h.session->fetch(*h.table, *k, FetchFrom::Equal, search, 0, limit, &c.spare));
+    std::uint32_t r = takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::Equal, search, 0,
+                                                      Cursor::kFirstFetch, &c.spare));
     if (r != QDB_OK) return r;
     c.window = Cursor::kFirstWindow;
     if (andRead) {
@@ -222,7 +220,7 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
     static const KeyValue none;
     if (direction == kSkipFirst) {
       std::uint32_t r = takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0,
-                                                        Cursor::kFirstWindow, &c.spare));
+                                                        Cursor::kFirstFetch, &c.spare));
       if (r != QDB_OK) return r;
       c.window = Cursor::kFirstWindow;
       return readRow(h, 0, *k);

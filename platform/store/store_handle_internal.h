@@ -3,7 +3,9 @@
 // lets record operations run without allocating.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <vector>
@@ -18,23 +20,32 @@ namespace platform::store {
 // A key value the cursor owns, so that its place survives the record.
 class KeyBuffer {
  public:
-  void reserve(std::size_t size) { bytes_.reserve(size); }
+  void reserve(std::size_t size) {
+    bytes_.reset(new unsigned char[size ? size : 1]);
+    capacity_ = size;
+    value_ = KeyValue{};
+  }
+  // `v` is no longer than the widest key field of the table.
   void assign(const KeyValue &v) {
     value_ = v;
-    bytes_.assign(v.bytes, v.bytes + (v.isNumber ? 0 : v.size));
-    value_.bytes = bytes_.data();
+    if (!v.isNumber && v.size > 0) std::memcpy(bytes_.get(), v.bytes, std::min(v.size, capacity_));
+    value_.bytes = bytes_.get();
   }
   const KeyValue &value() const { return value_; }
 
  private:
   KeyValue value_;
-  std::vector<unsigned char> bytes_;
+  std::unique_ptr<unsigned char[]> bytes_;
+  std::size_t capacity_ = 0;
 };
 
 // The current record and the rows fetched after it. Rows are served from the
 // batch while the table has not changed through this session; a change made
 // elsewhere shows once the batch is used up (at most kMaxWindow steps).
 struct Cursor {
+  // A find or find-first reads one row (most are lone lookups or short
+  // walks); an enumeration that goes on reads ever more at a time.
+  static constexpr std::uint32_t kFirstFetch = 1;
   static constexpr std::uint32_t kFirstWindow = 4;
   static constexpr std::uint32_t kMaxWindow = 64;
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);

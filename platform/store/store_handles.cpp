@@ -1,5 +1,6 @@
 // Record store handles: opening files, sharing a session among the handles
 // of one thread, selecting and binding a table, the file and read locks.
+#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <map>
@@ -23,7 +24,8 @@ using store::TableDef;
 using store::TableHandle;
 
 // Handles are numbers that are never reused, so a closed or made-up handle is
-// refused instead of followed.
+// refused instead of followed. Each thread remembers the handle it used last,
+// so that a run of operations on one table skips the shared lookup.
 class HandleRegistry {
  public:
   KEPDB *add(std::shared_ptr<Handle> handle) {
@@ -32,10 +34,17 @@ class HandleRegistry {
     handles_.emplace(next_, std::move(handle));
     return reinterpret_cast<KEPDB *>(next_);
   }
-  std::shared_ptr<Handle> find(KEPDB *id) {
+  // The handle stays registered, and so alive, until QDBDone: a handle is
+  // never used by two threads at once, so none can close it meanwhile.
+  Handle *find(KEPDB *id) {
+    Recent &recent = t_recent;
+    std::uint64_t removals = removals_.load(std::memory_order_acquire);
+    if (recent.id == id && recent.removals == removals && recent.handle) return recent.handle;
     std::lock_guard<std::mutex> lock(mutex_);
     auto it = handles_.find(reinterpret_cast<std::uintptr_t>(id));
-    return it == handles_.end() ? nullptr : it->second;
+    if (it == handles_.end()) return nullptr;
+    recent = {id, removals, it->second.get()};
+    return it->second.get();
   }
   std::shared_ptr<Handle> remove(KEPDB *id) {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -43,14 +52,25 @@ class HandleRegistry {
     if (it == handles_.end()) return nullptr;
     auto handle = std::move(it->second);
     handles_.erase(it);
+    removals_.fetch_add(1, std::memory_order_release);
     return handle;
   }
 
  private:
+  struct Recent {
+    KEPDB *id = nullptr;
+    std::uint64_t removals = 0;
+    Handle *handle = nullptr;
+  };
+  static thread_local Recent t_recent;
+
   std::mutex mutex_;
   std::uintptr_t next_ = 0x10000;
+  std::atomic<std::uint64_t> removals_{0};
   std::unordered_map<std::uintptr_t, std::shared_ptr<Handle>> handles_;
 };
+
+thread_local HandleRegistry::Recent HandleRegistry::t_recent;
 
 HandleRegistry &registry() {
   static HandleRegistry *instance = new HandleRegistry;  // outlives static destructors
@@ -90,7 +110,7 @@ namespace store {
 
 std::uint32_t withHandle(KEPDB *id, std::uint32_t (*op)(Handle &, void *), void *context) {
   try {
-    std::shared_ptr<Handle> handle = registry().find(id);
+    Handle *handle = registry().find(id);
     if (!handle) return QDB_E_BADHANDLE;
     return op(*handle, context);
   } catch (const std::bad_alloc &) {
