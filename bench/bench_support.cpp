@@ -119,7 +119,7 @@ bool execute(sqlite3 *db, const char *sql) {
 
 sqlite3 *openLikeEngine(const std::string &path) {
   sqlite3 *db = nullptr;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX, nullptr) !=
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) !=
       SQLITE_OK) {
     sqlite3_close_v2(db);
     return nullptr;

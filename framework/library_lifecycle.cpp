@@ -22,7 +22,7 @@ ChangeEvent &changeEvent() {
   return *event;
 }
 
-std::string currentNamespace() {
+const char *currentNamespace() {
   const char *value = std::getenv("ALERTDB_EVENT_NAMESPACE");
   return value ? value : "";
 }
@@ -59,8 +59,8 @@ void SignalChange() {
     ChangeEvent &event = changeEvent();
     std::lock_guard<std::mutex> lock(event.mutex);
     // A process that moves to another event namespace signals the event there.
-    std::string ns = currentNamespace();
-    if (ns != event.eventNamespace || !event.handle) {
+    const char *ns = currentNamespace();
+    if (event.eventNamespace != ns || !event.handle) {
       if (event.handle) platform::CloseHandle(event.handle);
       event.handle = openOrCreate();
       event.eventNamespace = ns;

@@ -355,8 +355,11 @@ std::int32_t SetEvent(HANDLE handle) {
       event->signalled = 1;
     }
     std::atomic_ref<std::uint32_t>(event->sequence).fetch_add(1, std::memory_order_release);
+    // Waiters count themselves under the lock before they sleep: with none
+    // counted, nobody sleeps on the old sequence and the wake can be spared.
+    bool sleepers = event->waiters > 0;
     Unlock(event);
-    FutexWakeAll(&event->sequence);
+    if (sleepers) FutexWakeAll(&event->sequence);
     return 1;
   } catch (...) {
     return 0;

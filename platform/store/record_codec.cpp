@@ -52,7 +52,9 @@ class SegmentWriter {
       while (s->offset + s->size <= at && index_ + 1 < count_) s = &segments_[++index_];
       std::size_t within = at - s->offset;
       std::size_t part = s->size - within < n ? s->size - within : n;
-      if (source) {
+      if (!s->storage) {
+        if (source) source += part;
+      } else if (source) {
         std::memcpy(s->storage + within, source, part);
         source += part;
       } else {

@@ -9,7 +9,8 @@
 
 namespace platform::store {
 
-// A stretch of the record image and where its bytes live while a record moves.
+// A stretch of the record image and where its bytes live while a record
+// moves; a stretch without storage is passed over.
 struct ImageSegment {
   std::uint32_t offset;
   std::uint32_t size;

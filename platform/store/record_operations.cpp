@@ -37,16 +37,22 @@ KeyValue boundKey(const Handle &h, const KeyDef &key) {
   return store::keyOfField(def.fields[key.field], key.kind, h.fieldStorage[key.field]);
 }
 
-// The key of a stored row without touching the bound storage.
-std::uint32_t storedKey(Handle &h, const KeyDef &key, std::size_t row, KeyValue *out) {
+// The key of a stored row, read from its stored form alone (its checksum
+// checked), without touching the bound storage.
+std::uint32_t storedKey(Handle &h, const KeyDef &key, const store::RowBatch &batch,
+                        std::size_t row, KeyValue *out) {
   const TableDef &def = h.table->def();
-  const Cursor &c = h.cursor;
-  if (!store::decodeRecord(c.batch.stored(row), c.batch.storedSize(row), def.recordSize,
-                           h.image.data(), h.session->acceptsLegacyRecords())) {
+  const store::FieldDef &f = def.fields[key.field];
+  const store::ImageSegment only[] = {{0, f.offset, nullptr},
+                                      {f.offset, f.size, h.keyField.data()},
+                                      {f.offset + f.size, def.recordSize - f.offset - f.size,
+                                       nullptr}};
+  if (!store::decodeRecord(batch.stored(row), batch.storedSize(row), def.recordSize, only, 3,
+                           h.session->acceptsLegacyRecords())) {
     h.session->noteDamage();
     return QDB_E_DAMAGED;
   }
-  *out = store::keyOfRecord(def, key, h.image.data());
+  *out = store::keyOfField(f, key.kind, h.keyField.data());
   return QDB_OK;
 }
 
@@ -72,6 +78,7 @@ void makeCurrent(Cursor &c, std::size_t row, const KeyDef &key) {
   c.current = row;
   c.next = row + 1;
   c.keyNumber = key.keyNumber;
+  ++c.served;
 }
 
 // Reads row `row` and makes it current in the order of `key`.
@@ -96,6 +103,17 @@ std::uint32_t takeFetched(Handle &h, std::uint32_t r) {
   return QDB_OK;
 }
 
+// The rows a find or find-first fetches: what the walk from the previous
+// one used, so that a walk through one key value's records takes one read.
+std::uint32_t firstFetch(Cursor &c, const KeyDef &key, bool exact) {
+  // Walks of one kind vary in length: the guess falls back by halves.
+  c.learned = std::clamp(std::max(c.served, c.learned / 2), 1u, Cursor::kMaxWindow);
+  std::uint32_t n = c.learned;
+  c.served = 0;
+  c.window = std::max(n, Cursor::kFirstWindow);
+  return key.unique && exact ? 1 : n;
+}
+
 std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint32_t exact,
                    std::uint32_t keyLength, bool andRead) {
   return store::withTable(id, [&](Handle &h, const TableDef &def) -> std::uint32_t {
@@ -104,10 +122,19 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
     if (!k) return QDB_E_BADKEY;
     Cursor &c = h.cursor;
     KeyValue search = store::keyOfSearch(def, *k, keyValue, keyLength);
-    std::uint32_t r = takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::Equal, search, 0,
-                                                      Cursor::kFirstFetch, &c.spare));
+    // More than one row: from the value on, so that the walk can also see
+    // where the value's records end.
+    std::uint32_t limit = firstFetch(c, *k, !search.isPrefix);
+    FetchFrom from = limit == 1 ? FetchFrom::Equal : FetchFrom::From;
+    std::uint32_t r =
+        h.session->fetch(*h.table, *k, from, search, 0, limit, &c.spare);
     if (r != QDB_OK) return r;
-    c.window = Cursor::kFirstWindow;
+    KeyValue first;
+    if (!c.spare.empty() && from == FetchFrom::From) {
+      if ((r = storedKey(h, *k, c.spare, 0, &first)) != QDB_OK) return r;
+      if (!store::keyMatches(first, search)) c.spare.clear();
+    }
+    if ((r = takeFetched(h, QDB_OK)) != QDB_OK) return r;
     if (andRead) {
       if ((r = readRow(h, 0, *k)) != QDB_OK) return r;
       if (!store::keyMatches(c.key.value(), search)) {
@@ -120,7 +147,7 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
     if (search.isPrefix) {
       // The place is the whole key of the record found.
       KeyValue whole;
-      if ((r = storedKey(h, *k, 0, &whole)) != QDB_OK) return r;
+      if ((r = storedKey(h, *k, c.batch, 0, &whole)) != QDB_OK) return r;
       c.key.assign(whole);
       c.verifyKey = false;
     } else {
@@ -219,10 +246,10 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
     Cursor &c = h.cursor;
     static const KeyValue none;
     if (direction == kSkipFirst) {
-      std::uint32_t r = takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0,
-                                                        Cursor::kFirstFetch, &c.spare));
+      std::uint32_t limit = firstFetch(c, *k, false);
+      std::uint32_t r =
+          takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0, limit, &c.spare));
       if (r != QDB_OK) return r;
-      c.window = Cursor::kFirstWindow;
       return readRow(h, 0, *k);
     }
     if (direction != kSkipNext) return QDB_E_BADARG;
@@ -231,7 +258,7 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
     if (c.keyNumber != key) {
       // Continue in another order: from the current record's place in it.
       KeyValue other;
-      std::uint32_t r = storedKey(h, *k, c.current, &other);
+      std::uint32_t r = storedKey(h, *k, c.batch, c.current, &other);
       if (r != QDB_OK) return r;
       c.key.assign(other);
       c.keyNumber = key;

@@ -28,8 +28,9 @@ using namespace sqlite;
 
 sqlite3 *openConnection(const std::string &path) {
   sqlite3 *db = nullptr;
+  // The session serialises its own operations (StoreSession::operationLock).
   int rc =
-      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX, nullptr);
+      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     sqlite3_close_v2(db);
     return nullptr;
@@ -86,7 +87,7 @@ std::size_t prefixEnd(const KeyValue &prefix, unsigned char *out) {
 class SqliteTable final : public TableHandle {
  public:
   struct KeyStatements {
-    Statement first, equal, prefixRange, prefixFrom, afterEqual, afterGreater;
+    Statement first, equal, prefixRange, from, afterEqual, afterGreater;
   };
 
   explicit SqliteTable(TableDef def)
@@ -391,7 +392,7 @@ std::uint32_t SqliteSession::fetch(TableHandle &handle, const KeyDef &key, Fetch
       r = prepare(k.prefixRange,
                   select + " WHERE " + column + ">=?1 AND " + column + "<?2" + order);
     }
-    if (r == QDB_OK) r = prepare(k.prefixFrom, select + " WHERE " + column + ">=?1" + order);
+    if (r == QDB_OK) r = prepare(k.from, select + " WHERE " + column + ">=?1" + order);
     if (r == QDB_OK) {
       r = prepare(k.afterEqual, select + " WHERE " + column + "=?1 AND seq>?2" + order);
     }
@@ -413,12 +414,16 @@ std::uint32_t SqliteSession::fetch(TableHandle &handle, const KeyDef &key, Fetch
       }
       // A shorter search value: the records whose key starts with it.
       std::size_t end = prefixEnd(value, t.prefixEnd.data());
-      Statement &s = end ? k.prefixRange : k.prefixFrom;
+      Statement &s = end ? k.prefixRange : k.from;
       bindKey(s.get(), 1, value);
       if (end) sqlite3_bind_blob(s.get(), 2, t.prefixEnd.data(), static_cast<int>(end), SQLITE_STATIC);
       sqlite3_bind_int64(s.get(), end ? 3 : 2, limit);
       return collect(s, limit, out);
     }
+    case FetchFrom::From:
+      bindKey(k.from.get(), 1, value);
+      sqlite3_bind_int64(k.from.get(), 2, limit);
+      return collect(k.from, limit, out);
     case FetchFrom::AfterRow:
       break;
   }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,7 @@ class TableHandle {
 enum class FetchFrom {
   Start,     // the first record
   Equal,     // the records whose key equals (or starts with) the value
+  From,      // the records whose key is the value or after it
   AfterRow,  // the records after (value, seq)
 };
 
@@ -52,6 +54,9 @@ class StoreSession {
 
   // The canonical path of the file, which identifies the session.
   virtual const std::string &path() const = 0;
+  // Held for each operation: the handles of a session may be used by more
+  // than one thread, each one at a time.
+  std::recursive_mutex &operationLock() { return operationLock_; }
   // Whether records written before checksums may be read (an older format).
   virtual bool acceptsLegacyRecords() const = 0;
   // Remembers that damage was met, so that nothing more is written back.
@@ -87,6 +92,9 @@ class StoreSession {
   // Consistent read snapshot.
   virtual std::uint32_t lockRead() = 0;
   virtual std::uint32_t unlockRead() = 0;
+
+ private:
+  std::recursive_mutex operationLock_;
 };
 
 // Opens the data file at `path` in an open mode of QDBInit; null with the

@@ -43,9 +43,10 @@ class KeyBuffer {
 // batch while the table has not changed through this session; a change made
 // elsewhere shows once the batch is used up (at most kMaxWindow steps).
 struct Cursor {
-  // A find or find-first reads one row (most are lone lookups or short
-  // walks); an enumeration that goes on reads ever more at a time.
-  static constexpr std::uint32_t kFirstFetch = 1;
+  // A find or find-first reads as many rows as the walk from the previous
+  // one served (one for lone lookups, a whole group for a walk through the
+  // records of one key value); an enumeration that goes on reads ever more
+  // at a time.
   static constexpr std::uint32_t kFirstWindow = 4;
   static constexpr std::uint32_t kMaxWindow = 64;
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
@@ -62,6 +63,8 @@ struct Cursor {
   std::size_t next = 0;         // the next row to serve
   std::uint64_t stamp = 0;      // the table's changes when `batch` was fetched
   std::uint32_t window = kFirstWindow;
+  std::uint32_t served = 0;     // rows served since the last find or find-first
+  std::uint32_t learned = 1;    // rows the next find or find-first fetches
 };
 
 struct Handle {
@@ -73,6 +76,7 @@ struct Handle {
   std::vector<unsigned char> image;   // a record gathered for writing
   std::vector<unsigned char> stored;  // its stored form
   std::vector<KeyValue> keys;         // its key values
+  std::vector<unsigned char> keyField;  // one key field read from a stored row
   Cursor cursor;
 };
 

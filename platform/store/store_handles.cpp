@@ -112,6 +112,7 @@ std::uint32_t withHandle(KEPDB *id, std::uint32_t (*op)(Handle &, void *), void 
   try {
     Handle *handle = registry().find(id);
     if (!handle) return QDB_E_BADHANDLE;
+    std::lock_guard<std::recursive_mutex> guard(handle->session->operationLock());
     return op(*handle, context);
   } catch (const std::bad_alloc &) {
     return QDB_E_NOMEMORY;
@@ -145,6 +146,7 @@ std::uint32_t bindTable(Handle &h, std::shared_ptr<TableHandle> table,
   h.image.assign(def.recordSize, 0);
   h.stored.assign(storedSizeBound(def.recordSize), 0);
   h.keys.assign(def.keys.size(), KeyValue{});
+  h.keyField.assign(def.maxKeySize, 0);
   h.cursor = Cursor{};
   h.cursor.key.reserve(def.maxKeySize);
   h.table = std::move(table);

@@ -185,6 +185,50 @@ TEST_F(CursorWindowTest, SkipToEndLeavesNextAtTheEndUntilTheNextFind) {
   EXPECT_EQ(QDBRecordSkipToEnd(nullptr), QDB_E_BADHANDLE);
 }
 
+TEST_F(CursorWindowTest, WalksFromAValueFindItsRecordsAndNeverReadAnAbsentValue) {
+  SampleTable t;
+  // Groups of 8 records sharing a small key: 0, 0, ..., 1, 1, ...; no group 7.
+  KEPDB *h = createSample(t);
+  for (std::uint32_t n = 0; n < 80; ++n) {
+    if (n / 8 == 7) continue;
+    t.fill(0, ("r" + std::to_string(n)).c_str(), n);
+    t.record.id.Data1 = n + 1;
+    t.record.small = static_cast<std::uint16_t>(n / 8);
+    ASSERT_EQ(QDBRecordAdd(h), 0u);
+  }
+  for (int round = 0; round < 3; ++round) {
+    // Walks through a whole group and one record past it, as callers do.
+    for (std::uint16_t group : {2, 5, 8}) {
+      SCOPED_TRACE(group);
+      std::vector<std::uint32_t> numbers;
+      std::uint32_t r = QDBRecordFindAndRead(h, kSmallKey, &group, 1, 2);
+      for (; r == 0 && t.record.small == group; r = QDBRecordSkipAndRead(h, kSmallKey, kSkipNext)) {
+        numbers.push_back(std::uint32_t{t.record.number});
+      }
+      ASSERT_EQ(r, 0u);
+      EXPECT_EQ(std::uint32_t{t.record.small}, group == 5 ? 6u : group + 1u);
+      ASSERT_EQ(numbers.size(), 8u);
+      for (std::uint32_t i = 0; i < 8; ++i) EXPECT_EQ(numbers[i], group * 8u + i);
+    }
+    // An absent value is not found, however many rows the walks before read,
+    // and the fields keep what they held.
+    std::uint16_t absent = 7;
+    std::memset(&t.record, 0x5A, sizeof t.record);
+    EXPECT_EQ(QDBRecordFindAndRead(h, kSmallKey, &absent, 1, 2), QDB_E_NOTFOUND);
+    EXPECT_EQ(std::uint32_t{t.record.number}, 0x5A5A5A5Au);
+    EXPECT_EQ(QDBRecordFind(h, kSmallKey, &absent, 1, 2), QDB_E_NOTFOUND);
+    std::uint16_t beyond = 99;
+    EXPECT_EQ(QDBRecordFindAndRead(h, kSmallKey, &beyond, 1, 2), QDB_E_NOTFOUND);
+    // A find alone makes the first record of the value current.
+    std::uint16_t three = 3;
+    ASSERT_EQ(QDBRecordFind(h, kSmallKey, &three, 1, 2), 0u);
+    ASSERT_EQ(QDBRecordRead(h), 0u);
+    EXPECT_EQ(std::uint32_t{t.record.number}, 24u);
+    ASSERT_EQ(QDBRecordSkipAndRead(h, kSmallKey, kSkipNext), 0u);
+    EXPECT_EQ(std::uint32_t{t.record.number}, 25u);
+  }
+}
+
 TEST_F(CursorWindowTest, UpdatesReadBackFreshAndMoveTheCursorToTheNewKey) {
   SampleTable t;
   KEPDB *h = filled(t, 100);
