@@ -31,3 +31,4 @@
 #include "text/password_protection.h"
 #include "text/severity_texts.h"
 #include "text/version_match.h"
+#include "text/replaceable_parameters.h"
