@@ -1,0 +1,130 @@
+// Builders shared by the recipient, response and alert flow tests: services,
+// users with addresses, responses, and an object manager that refuses.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "framework/link_table_probe.h"
+#include "platform/object_manager.h"
+#include "recipients/user_instance_table.h"
+#include "recipients/user_table.h"
+#include "responses/response_table.h"
+#include "services/notify_services_table.h"
+
+namespace alertdb_test {
+
+constexpr std::uint32_t kRefused = 0x80004005;
+
+// An object manager whose chosen calls refuse; the others are the stand-in's.
+struct RefusingObjectManager {
+  bool open = false, add = false, update = false, remove = false, domain = false;
+
+  void install() const {
+    platform::KepOMProvider p{};
+    if (open) p.Open = [](platform::KepOMConnection **) { return kRefused; };
+    if (add) p.AddInstance = [](const _GUID *, const _GUID *, const char *) { return kRefused; };
+    if (update) {
+      p.UpdateInstance = [](const _GUID *, const _GUID *, const char *) { return kRefused; };
+    }
+    if (remove) p.DeleteInstance = [](const _GUID *, const _GUID *) { return kRefused; };
+    if (domain) p.GetDomainID = [](_GUID *) { return kRefused; };
+    platform::KepOMSetProvider(&p);
+  }
+};
+
+// An ID whose first byte decides its place in byte order.
+inline _GUID orderedId(unsigned char first, unsigned char rest) {
+  _GUID id = makeId(rest);
+  reinterpret_cast<unsigned char *>(&id)[0] = first;
+  return id;
+}
+
+// A catalogue service of the SMTP kind (type 5) or, with another type, a
+// plain catalogue row of that type.
+inline _GUID addService(CAlertNtfyServDB &catalogue, const char *name, std::uint32_t type = 5) {
+  ALRTNTFYSERV row{};
+  std::snprintf(row.Service_Name, sizeof row.Service_Name, "%s", name);
+  row.ServiceType = type;
+  _GUID id{}, specId{};
+  std::uint32_t status;
+  if (type == 5) {
+    ALRTSMTPSERVICEREC spec{};
+    status = catalogue.DBAlertRecAdd(&row, &id, &spec, &specId);
+  } else {
+    status = catalogue.DBAlertRecAdd(&row, &id);
+  }
+  EXPECT_EQ(status, 0u) << name;
+  return id;
+}
+
+inline ALRTUSR_SMTPSERVICEREC smtpAddress(const _GUID &user, const char *address) {
+  ALRTUSR_SMTPSERVICEREC r{};
+  r.USR_OID = user;
+  std::snprintf(r.SMTPMailAddr, sizeof r.SMTPMailAddr, "%s", address);
+  return r;
+}
+
+// A user with the given ID, added through the table.
+inline void addUser(CAlertUsrDB &users, const _GUID &id) {
+  ALERTUSRREC user{};
+  user.KEPOID = id;
+  user.AlertRecp = 1;
+  _GUID newId{};
+  EXPECT_EQ(users.DBAlertRecAdd(&user, &newId), 0u);
+}
+
+// A response (not a service response) of a user through a service; names are unique.
+inline ALERTRESPREC response(const std::string &name, const _GUID &user, const _GUID &service) {
+  ALERTRESPREC r{};
+  std::snprintf(r.Name, sizeof r.Name, "%s", name.c_str());
+  std::strcpy(r.Target, "someone");
+  r.UserOID = user;
+  r.ServiceOID = service;
+  return r;
+}
+
+inline _GUID addResponse(CAlertRespDB &responses, ALERTRESPREC r) {
+  _GUID id{};
+  EXPECT_EQ(responses.DBAlertRecAdd(&r, &id), 0u) << r.Name;
+  return id;
+}
+
+template <class Rec, class Table>
+bool stored(Table &table, _GUID id) {
+  auto record = std::make_unique<Rec>();
+  return table.DBAlertRecRetrieve(&id, record.get()) == 0;
+}
+
+// The records of `Table` whose field at `key` holds `value`, in key order.
+template <class Table, class Rec>
+int countByKey(Table &table, std::uint32_t key, _GUID value, _GUID Rec::*field) {
+  auto record = std::make_unique<Rec>();
+  int n = 0;
+  for (std::uint32_t r = table.DBAlertRecFindFirst(
+           key, 16, reinterpret_cast<unsigned char *>(&value), record.get());
+       r == 0 && std::memcmp(&(record.get()->*field), &value, 16) == 0;
+       r = table.DBAlertRecFindNext(record.get())) {
+    ++n;
+  }
+  return n;
+}
+
+// Every record of a table, in the order of its object-ID key.
+template <class Table, class Rec>
+int countAll(Table &table, std::uint32_t idKey) {
+  auto record = std::make_unique<Rec>();
+  int n = 0;
+  for (std::uint32_t r = table.DBAlertRecFindFirst(idKey, 0, nullptr, record.get()); r == 0;
+       r = table.DBAlertRecFindNext(record.get())) {
+    ++n;
+  }
+  return n;
+}
+
+}  // namespace alertdb_test
