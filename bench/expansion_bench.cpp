@@ -1,12 +1,15 @@
 // Expansion of a typical message and subject, three parameters each, beside
-// a plain baseline that builds the same two texts with snprintf and formats
-// it trusts (no template to read, no checks). Both sides look the severity
+// a plain baseline that builds the same two texts with {fmt} and formats it
+// trusts, checked at compile time (no template to read, no checks at run
+// time); {fmt} is faster at this than snprintf. Both sides look the severity
 // text up and write the date and time through the same platform calls, and
 // both are checked to give the same texts before they are timed. The
-// reporter's "Sqlite" column is the snprintf baseline here.
+// reporter's "Sqlite" column is the {fmt} baseline here.
+// The library keeps {fmt} to itself, so the baseline compiles it in.
+#define FMT_HEADER_ONLY
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
 
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -63,6 +66,8 @@ bool expandTemplates(const Inputs &in, Outputs &out) {
                                              &in.event, 0) == 0;
 }
 
+void terminate(const fmt::format_to_n_result<char *> &written) { *written.out = '\0'; }
+
 bool expandPlainly(const Inputs &in, Outputs &out) {
   const HINSTANCE module = AlertDBModuleHandle();
   if (in.withTime) {
@@ -70,16 +75,16 @@ bool expandPlainly(const Inputs &in, Outputs &out) {
     char date[55] = {}, time[55] = {};
     platform::QSetIntlDate(date, t[1], t[2], t[0]);
     platform::QSetIntlTime(time, t[3], t[4], t[5], 1, 1);
-    std::snprintf(out.message.get(), 2049, "Event %s on %s at %s %s.", in.eventClass.EventName,
-                  in.event.MachineName, date, time);
+    terminate(fmt::format_to_n(out.message.get(), 2048, "Event {} on {} at {} {}.",
+                               in.eventClass.EventName, in.event.MachineName, date, time));
   } else {
     char severity[128] = {};
     GetSeverityText(severity, static_cast<std::int32_t>(in.eventClass.Severity), module);
     std::snprintf(out.message.get(), 2049, "%s: event %s on %s.", severity, in.eventClass.EventName,
                   in.event.MachineName);
   }
-  std::snprintf(out.subject.get(), 259, "%s alert (%d) from %s", in.eventClass.Product,
-                static_cast<std::int32_t>(in.event.EventID), in.event.UserName);
+  terminate(fmt::format_to_n(out.subject.get(), 258, "{} alert ({}) from {}", in.eventClass.Product,
+                             static_cast<std::int32_t>(in.event.EventID), in.event.UserName));
   return true;
 }
 
@@ -113,7 +118,7 @@ void run(benchmark::State &state, bool withTime) {
 const bool kRegistered = [] {
   for (bool withTime : {false, true}) {
     registerPaired(
-        withTime ? "ExpandParams+DateTime/vs-snprintf" : "ExpandParams/vs-snprintf",
+        withTime ? "ExpandParams+DateTime/vs-fmt" : "ExpandParams/vs-fmt",
         [withTime](benchmark::State &s) { run<expandTemplates>(s, withTime); },
         [withTime](benchmark::State &s) { run<expandPlainly>(s, withTime); });
   }

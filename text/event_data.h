@@ -1,6 +1,6 @@
 // The occurrence of an event being alerted, as the caller fills it for the
-// expansion of replaceable parameters. Members mean what the event log's
-// fields of the same names mean.
+// expansion of replaceable parameters. Members mean, and texts are as wide
+// as, the event log's fields of the same names.
 #pragma once
 
 #include <cstdint>

@@ -12,20 +12,24 @@
 // - A segment that gets no value is copied as it stands, so that the
 //   administrator's text is kept and the gap shows: its entry is outside 1 to
 //   14, or it asks for the time (5, 6, 7) and the time stamp is all zero.
-// - A segment whose conversion is not one the expansion accepts ("%n", "%*d",
-//   "%f", a lone "%" at the end, ...) is copied as it stands too; nothing is
-//   written through it and no argument is read for it. Its list entry is used
-//   up all the same. See text/template_segment_internal.h for what is
-//   accepted.
+// - A segment is formatted only when its conversion is one of "d i u o x X
+//   c s", with flags "-+ 0#", a decimal width and precision, and a length
+//   modifier "h", "hh", "l", "ll", "I32", "I64", "j", "z" or "t" ("s" and "c"
+//   take only "h"). Any other segment ("%n", "%*d", "%1$s", "%f", "%ls", a
+//   lone "%" at the end, ...) is copied as it stands: nothing is written
+//   through it and no argument is read for it. Its list entry is used up all
+//   the same.
 // - A conversion that does not fit its value never reads the value as the
-//   other kind: a number (9, 11) under "%s" shows its decimal text; a text
-//   under a numeric conversion ("%ld") shows as text, with the conversion's
-//   width and "-" flag. In names mode the display names are texts, so "%ld"
-//   shows the name the same way.
-// - "l" means 32 bits, as on the platform the templates are written for, so
-//   "%ld" and "%lu" show an event ID of 2^31 or more as negative and as it is.
+//   other kind: a number (9, 11) under "%s" shows its decimal text, formatted
+//   as text; a text under a numeric conversion or "%c" shows as text, with
+//   that conversion's width and "-" flag. In names mode every value is its
+//   display name, a text, so "%ld" shows "<Event ID>" the same way.
+// - Integers are read at the width their modifier gives on the platform the
+//   templates are written for: none and "l" 32 bits, "h" 16, "hh" 8, the
+//   others 64 (the value extended by its own signedness). So "%ld" shows an
+//   event ID of 2^31 or more as negative, "%lu" as it is.
 // - A segment contributes at most 1024 characters; widths and precisions
-//   above 1024 count as 1024.
+//   above 1024 count as 1024. Text widths and precisions count bytes.
 // - A template or a text of the event data that fills its whole field without
 //   a terminator is read up to the end of its field.
 // - The outputs are appended to, as the algorithm has it; their current
@@ -37,6 +41,9 @@
 // - The date and time are those of platform::QSetIntlDate and
 //   platform::QSetIntlTime with both last arguments 1: the user's locale
 //   (LC_TIME) form with seconds. "<Date/Time>" is cut to 54 characters.
+// - The display names and the severity and status texts are each loaded
+//   once, under a lock, by the first call that finds them empty; once loaded
+//   they are read without one, so every caller gets the whole text.
 #pragma once
 
 #include <cstdint>

@@ -70,16 +70,20 @@ std::optional<Conversion> parse(std::string_view s) {
   } kLengths[] = {{"hh", Bits::k8}, {"h", Bits::k16},   {"ll", Bits::k64},
                   {"l", Bits::k32}, {"I64", Bits::k64}, {"I32", Bits::k32},
                   {"j", Bits::k64}, {"z", Bits::k64},   {"t", Bits::k64}};
-  for (const auto &length : kLengths) {
-    if (startsWith(s, at, length.text)) {
-      c.bits = length.bits;
-      c.lengthGiven = true;
-      c.shortOnly = length.text == "h";
-      at += length.text.size();
-      break;
+  if (at < s.size() && std::string_view("hlIjzt").find(s[at]) != std::string_view::npos) {
+    for (const auto &length : kLengths) {
+      if (startsWith(s, at, length.text)) {
+        c.bits = length.bits;
+        c.lengthGiven = true;
+        c.shortOnly = length.text == "h";
+        at += length.text.size();
+        break;
+      }
     }
   }
-  if (at >= s.size() || !std::strchr("diuoxXcs", s[at])) return std::nullopt;
+  if (at >= s.size() || std::string_view("diuoxXcs").find(s[at]) == std::string_view::npos) {
+    return std::nullopt;
+  }
   c.type = s[at];
   if ((c.type == 's' || c.type == 'c') && c.lengthGiven && !c.shortOnly) return std::nullopt;
   c.end = at + 1;

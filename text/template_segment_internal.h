@@ -27,20 +27,8 @@ inline SegmentValue numberValue(std::int64_t number) { return {true, {}, number}
 
 // Formats `segment` (which starts at its "%") with `value` into `out`, which
 // holds kSegmentLimit bytes, and returns the length written (no terminator).
-//
-// Accepted: flags "-+ 0#", a decimal width and precision (each capped at
-// kSegmentLimit), the length modifiers "h", "hh", "l", "ll", "I32", "I64",
-// "j", "z", "t", and the conversions "d i u o x X c s". A modifier sets the
-// width of an integer conversion the way the platform's print reads it:
-// none or "l" 32 bits, "h" 16, "hh" 8, the others 64 (the value extended by
-// its own signedness). "s" and "c" take "h" (single-byte) or none.
-//
-// A value that does not fit its conversion is not read as the other kind: a
-// number under "s" gives its decimal text, formatted as text; a text under a
-// numeric conversion or "c" is written as text with that conversion's width
-// and "-" flag. Text widths and precisions count bytes.
-//
-// Any other segment ("%n", "%*d", "%5", a lone "%", "%f", "%ls", ...) is
+// Which conversions are accepted, how a value of the other kind shows, and
+// the caps: text/replaceable_parameters.h. A segment that is not accepted is
 // copied as it stands, by copySegment.
 std::size_t formatSegment(std::string_view segment, const SegmentValue &value, char *out);
 
