@@ -82,10 +82,29 @@ void makeCurrent(Cursor &c, std::size_t row, const KeyDef &key) {
 }
 
 // Reads row `row` and makes it current in the order of `key`.
-std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key) {
+// Whether (a, seqA) comes after (b, seqB) in a key's order.
+bool after(const KeyValue &a, std::int64_t seqA, const KeyValue &b, std::int64_t seqB) {
+  int order = 0;
+  if (a.isNumber) {
+    order = a.number < b.number ? -1 : a.number > b.number;
+  } else {
+    std::size_t common = std::min(a.size, b.size);
+    order = common ? std::memcmp(a.bytes, b.bytes, common) : 0;
+    if (order == 0) order = a.size < b.size ? -1 : a.size > b.size;
+  }
+  return order > 0 || (order == 0 && seqA > seqB);
+}
+
+// Reads row `row` and makes it current in the order of `key`. A "next" must
+// move forward: a damaged index that leads back is damage, not a loop.
+std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key, bool forward = false) {
   std::uint32_t r = decodeRow(h, row);
   if (r != QDB_OK) return r;
   Cursor &c = h.cursor;
+  if (forward && !after(boundKey(h, key), c.batch.seq(row), c.key.value(), c.seq)) {
+    h.session->noteDamage();
+    return QDB_E_DAMAGED;
+  }
   makeCurrent(c, row, key);
   c.verifyKey = false;
   c.key.assign(boundKey(h, key));
@@ -264,12 +283,14 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
       c.keyNumber = key;
       c.next = c.batch.size();
     }
-    if (c.next < c.batch.size() && c.stamp == h.table->changes()) return readRow(h, c.next, *k);
+    if (c.next < c.batch.size() && c.stamp == h.table->changes()) {
+      return readRow(h, c.next, *k, true);
+    }
     std::uint32_t r = takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::AfterRow,
                                                       c.key.value(), c.seq, c.window, &c.spare));
     if (r != QDB_OK) return r;
     c.window = std::min(c.window * 2, Cursor::kMaxWindow);
-    return readRow(h, 0, *k);
+    return readRow(h, 0, *k, true);
   });
 }
 

@@ -3,6 +3,7 @@
 // open repairs only what it can without losing or inventing a record.
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -175,6 +176,83 @@ TEST_F(DamagedFileTest, KeyColumnsThatDisagreeWithTheRecordFailTheFullCheck) {
   std::string before = readFile(dataPath("Store.dat"));
   EXPECT_EQ(open("Store.dat", kOpenRecover), nullptr);
   EXPECT_EQ(readFile(dataPath("Store.dat")), before);
+}
+
+TEST_F(DamagedFileTest, AnIndexThatLeadsBackEndsTheEnumerationInsteadOfLooping) {
+  makeStore();
+  // Record 10's key column says 90 where its image says 10: the index puts it
+  // ahead of where its own key leads the cursor back to.
+  sql("Store.dat", "UPDATE Sample_Table SET k3=90 WHERE k3=10");
+  SampleTable t;
+  KEPDB *h = open("Store.dat", kOpenExisting);
+  ASSERT_NE(h, nullptr);
+  ASSERT_EQ(t.select(h), 0u);
+  std::uint32_t steps = 0, r = QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst);
+  for (; r == 0 && steps < 1000; r = QDBRecordSkipAndRead(h, kNumberKey, kSkipNext)) ++steps;
+  EXPECT_EQ(r, QDB_E_DAMAGED);
+  EXPECT_LT(steps, 100u);
+}
+
+TEST_F(DamagedFileTest, DamageAnywhereNeverChangesARefusedFileNorReturnsAWrongRecord) {
+  makeStore();
+  SampleTable reference;
+  KEPDB *h = open("Store.dat", kOpenExisting);
+  ASSERT_EQ(reference.select(h), 0u);
+  std::vector<std::string> originals;
+  for (std::uint32_t r = QDBRecordSkipAndRead(h, kIdKey, kSkipFirst); r == 0;
+       r = QDBRecordSkipAndRead(h, kIdKey, kSkipNext)) {
+    originals.emplace_back(reinterpret_cast<const char *>(&reference.record),
+                           sizeof reference.record);
+  }
+  close(h);
+  ASSERT_EQ(originals.size(), 100u);
+  auto isOriginal = [&](const SampleTable &t) {
+    std::string got(reinterpret_cast<const char *>(&t.record), sizeof t.record);
+    return std::find(originals.begin(), originals.end(), got) != originals.end();
+  };
+  std::string good = readFile(dataPath("Store.dat"));
+  std::vector<std::string> variants;
+  for (std::size_t cut = 1; cut < good.size(); cut = cut * 2 + 1) {
+    variants.push_back(good.substr(0, good.size() - cut));
+  }
+  for (std::size_t at = 0; at < good.size(); at += 509) {
+    variants.push_back(good);
+    variants.back()[at] ^= 0x5A;
+  }
+  int opened = 0;
+  for (std::size_t v = 0; v < variants.size(); ++v) {
+    SCOPED_TRACE(v);
+    std::string name = "Variant" + std::to_string(v) + ".dat";
+    writeFile(dataPath(name), variants[v]);
+    for (std::uint32_t mode : kModes) {
+      KEPDB *vh = open(name, mode);
+      if (!vh) {
+        EXPECT_EQ(readFile(dataPath(name)), variants[v]) << "refused in mode " << mode;
+        continue;
+      }
+      ++opened;
+      SampleTable t;
+      if (t.select(vh) == 0) {
+        for (std::uint32_t key : {kIdKey, alertdb_test::kNameKey, kNumberKey, alertdb_test::kSmallKey}) {
+          std::uint32_t steps = 0;
+          for (std::uint32_t r = QDBRecordSkipAndRead(vh, key, kSkipFirst); r == 0;
+               r = QDBRecordSkipAndRead(vh, key, kSkipNext)) {
+            ASSERT_TRUE(isOriginal(t)) << "key " << key;
+            ASSERT_LE(++steps, 100u) << "key " << key;
+          }
+        }
+        for (std::uint32_t n = 0; n < 100; n += 7) {
+          _GUID id = idOf(n);
+          if (QDBRecordFindAndRead(vh, kIdKey, &id, 1, 16) == 0) {
+            EXPECT_TRUE(isOriginal(t));
+            EXPECT_EQ(std::uint32_t{t.record.number}, n);
+          }
+        }
+      }
+      close(vh);
+    }
+  }
+  EXPECT_GT(opened, 0);
 }
 
 TEST_F(DamagedFileTest, OlderFilesReadAsBeforeAndGainChecksumsWhenWrittenOrRecovered) {
