@@ -27,6 +27,7 @@
 #include "recipients/user_instance_table.h"
 #include "recipients/user_names.h"
 #include "recipients/user_object_table.h"
+#include "recipients/user_object_table_setup.h"
 #include "recipients/user_table.h"
 #include "responses/response_results_table.h"
 #include "responses/response_table.h"

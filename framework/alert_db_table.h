@@ -80,6 +80,10 @@ class ALERTDB_API CAlertDBTable {
   // Binds template `index`, the table's "Replication" field, to m_Replication.
   void BindReplication(std::uint32_t index);
 
+  // DBCreate with the table's title and field descriptions given instead of
+  // taken from the string table (null: from the string table).
+  std::uint32_t CreateTable(const char *title, const char *const *descriptions);
+
   // Leaves the enumeration past its end, where a walk to the last record
   // would leave it, without walking there.
   void EndEnumeration();

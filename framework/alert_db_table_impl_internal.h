@@ -267,6 +267,11 @@ std::uint32_t CAlertDBTable<REC>::DBOpen() {
 
 template <class REC>
 std::uint32_t CAlertDBTable<REC>::DBCreate() {
+  return CreateTable(nullptr, nullptr);
+}
+
+template <class REC>
+std::uint32_t CAlertDBTable<REC>::CreateTable(const char *title, const char *const *descriptions) {
   using namespace alertdb_internal;
   if (IsReady() != 0) return ALRT_E_NOTOPEN;
   if (m_hTable) return 0;
@@ -310,11 +315,16 @@ std::uint32_t CAlertDBTable<REC>::DBCreate() {
     status = ALRT_E_SCHEMASTRINGS;
   }
   if (status == 0) {
-    char title[kMaxTitle + 1] = {};
-    platform::LoadStringA(AlertDBModuleHandle(), m_nTitleStringId, title, sizeof title);
-    platform::CharToOemA(title, d.title);
-    if (platform::SchmLoadStrings(AlertDBModuleHandle(), &d.descriptions, &d.descriptionsAux,
-                                  nullptr, m_nFirstFieldStringId, m_nFieldCount) != 0) {
+    char loaded[kMaxTitle + 1] = {};
+    if (!title) {
+      platform::LoadStringA(AlertDBModuleHandle(), m_nTitleStringId, loaded, sizeof loaded);
+    } else {
+      std::strncpy(loaded, title, kMaxTitle);
+    }
+    platform::CharToOemA(loaded, d.title);
+    HINSTANCE module = descriptions ? nullptr : AlertDBModuleHandle();
+    if (platform::SchmLoadStrings(module, &d.descriptions, &d.descriptionsAux, descriptions,
+                                  m_nFirstFieldStringId, m_nFieldCount) != 0) {
       status = ALRT_E_SCHEMASTRINGS;
     }
   }

@@ -11,13 +11,11 @@
 #include <unordered_map>
 #include <vector>
 
-#include "framework/alert_status.h"
 #include "platform/console_settings_internal.h"
 #include "platform/guid.h"
 #include "platform/memory_blocks.h"
 #include "platform/store/lock_span_internal.h"
 #include "platform/store/record_store.h"
-#include "recipients/user_object_table.h"
 
 namespace platform {
 
@@ -344,48 +342,6 @@ std::uint32_t guarded(Operation op) {
   }
 }
 
-// ------------------------------------------------------------ user objects
-
-// The library's layout of "UserObj", described with the object manager's texts.
-class UserObjectTableMaker : public CUsrDB {
- public:
-  std::uint32_t create() {
-    static const char *const kDescriptions[] = {
-        "Domain ID",        "User Object ID", "Login Name", "Full Name",
-        "Description",      "Department",     "Job Title",  "Office Location",
-        "Telephone Number", "Replication",    "Flags"};
-    static_assert(sizeof kDescriptions / sizeof kDescriptions[0] == 11);
-    std::uint32_t status = DBOpen();
-    if (status == 0) return 0;
-    if ((status & 0xFFFF) != ALRT_NOTABLE_LOW && status != ALRT_MISSINGFILE) return status;
-    KEPDB *h = QDBInit(0, m_szFilePath, kOpenCreate, 1);
-    if (!h) return ALRT_E_INITFAILED;
-    TableDescriptor d{};
-    d.size = sizeof d;
-    d.idKey = m_nIdKey;
-    d.tableName = const_cast<char *>(m_pszTableName);
-    d.title = const_cast<char *>("User Objects");
-    d.fieldCount = m_nFieldCount;
-    d.queryInfoCount = m_nQueryInfoCount;
-    d.secondKey = static_cast<std::uint32_t>(m_nSecondKey);
-    d.templateSize = sizeof(FieldTemplate);
-    d.templates = m_pFieldTemplates;
-    d.queryInfo = m_pQueryInfo;
-    d.one = 1;
-    status = ALRT_E_SCHEMASTRINGS;
-    if (SchmLoadStrings(nullptr, &d.fieldNames, &d.fieldNamesAux, m_ppszFieldNames, 0,
-                        m_nFieldCount) == 0 &&
-        SchmLoadStrings(nullptr, &d.descriptions, &d.descriptionsAux, kDescriptions, 0,
-                        m_nFieldCount) == 0) {
-      status = (SchmAddTableEntry(h, &d) & 0xFFFF) == 0 ? 0 : ALRT_E_SCHEMAENTRY;
-    }
-    MemFree(d.fieldNames);
-    MemFree(d.descriptions);
-    QDBDone(h);
-    return status;
-  }
-};
-
 // ------------------------------------------------------------ stand-in
 
 std::uint32_t standInDataDir(char *buffer, std::uint32_t size) {
@@ -450,13 +406,6 @@ std::uint32_t KepOMDeleteInstance(const _GUID *objectId, const _GUID *classId) {
 void KepOMSetProvider(const KepOMProvider *provider) {
   std::lock_guard<std::mutex> lock(g_providerMutex);
   g_provider = provider ? *provider : KepOMProvider{};
-}
-
-std::uint32_t KepOMCreateUserObjectTable() {
-  return guarded([] {
-    UserObjectTableMaker maker;
-    return maker.create();
-  });
 }
 
 std::uint32_t KepOMGetInstance(const _GUID *objectId, _GUID *classId, char *name,

@@ -48,14 +48,6 @@ struct KepOMProvider {
 // Installs `provider` (copied); null restores the stand-in.
 ALERTDB_API void KepOMSetProvider(const KepOMProvider *provider);
 
-// Creates the user object table "UserObj" in "KepUser.dat" of the data
-// directory when it is not there yet, the way the product's object manager
-// does when it is installed: the library's CUsrDB opens that table but never
-// creates it. The stand-in describes the table with its own titles, the
-// library's string table holding none for it. 0 when the table is there
-// afterwards; otherwise the status of the failed open or create.
-ALERTDB_API std::uint32_t KepOMCreateUserObjectTable();
-
 // The stand-in's view of an instance, for tools and tests: 0 and the class ID
 // and name when the instance is registered.
 ALERTDB_API std::uint32_t KepOMGetInstance(const _GUID *objectId, _GUID *classId, char *name,

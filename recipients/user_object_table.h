@@ -1,6 +1,6 @@
 // "UserObj": the user objects, the product's directory of people, mirrored
 // into the object manager. The table belongs to the object manager, which
-// creates it (platform::KepOMCreateUserObjectTable for the stand-in); this
+// creates it (see user_object_table_setup.h for the stand-in); this
 // class opens it but never creates it.
 #pragma once
 

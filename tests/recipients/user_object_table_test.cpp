@@ -6,6 +6,7 @@
 
 #include "recipients/recipient_test_support.h"
 #include "recipients/user_names.h"
+#include "recipients/user_object_table_setup.h"
 #include "recipients/user_table.h"
 #include "services/service_test_support.h"
 #include "support/test_environment.h"
