@@ -1,6 +1,6 @@
-#include "platform/store/lock_span_internal.h"
-
 #include <atomic>
+
+#include "platform/store/lock_span_internal.h"
 
 namespace platform::store {
 

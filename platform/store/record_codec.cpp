@@ -1,8 +1,8 @@
-#include "platform/store/record_codec_internal.h"
-
 #include <xxhash.h>
 
 #include <cstring>
+
+#include "platform/store/record_codec_internal.h"
 
 namespace platform::store {
 
@@ -105,7 +105,8 @@ std::size_t encodeRecord(const unsigned char *image, std::size_t n, unsigned cha
     i = zeroEnd;
   }
   std::uint64_t sum = checksumOf(start, static_cast<std::size_t>(out - start));
-  for (std::size_t b = 0; b < kChecksumSize; ++b) *out++ = static_cast<unsigned char>(sum >> (8 * b));
+  for (std::size_t b = 0; b < kChecksumSize; ++b)
+    *out++ = static_cast<unsigned char>(sum >> (8 * b));
   *out++ = kChecksumMark;
   return static_cast<std::size_t>(out - start);
 }

@@ -39,14 +39,14 @@ KeyValue boundKey(const Handle &h, const KeyDef &key) {
 
 // The key of a stored row, read from its stored form alone (its checksum
 // checked), without touching the bound storage.
-std::uint32_t storedKey(Handle &h, const KeyDef &key, const store::RowBatch &batch,
-                        std::size_t row, KeyValue *out) {
+std::uint32_t storedKey(Handle &h, const KeyDef &key, const store::RowBatch &batch, std::size_t row,
+                        KeyValue *out) {
   const TableDef &def = h.table->def();
   const store::FieldDef &f = def.fields[key.field];
-  const store::ImageSegment only[] = {{0, f.offset, nullptr},
-                                      {f.offset, f.size, h.keyField.data()},
-                                      {f.offset + f.size, def.recordSize - f.offset - f.size,
-                                       nullptr}};
+  const store::ImageSegment only[] = {
+      {0, f.offset, nullptr},
+      {f.offset, f.size, h.keyField.data()},
+      {f.offset + f.size, def.recordSize - f.offset - f.size, nullptr}};
   if (!store::decodeRecord(batch.stored(row), batch.storedSize(row), def.recordSize, only, 3,
                            h.session->acceptsLegacyRecords())) {
     h.session->noteDamage();
@@ -60,8 +60,8 @@ std::uint32_t storedKey(Handle &h, const KeyDef &key, const store::RowBatch &bat
 // its checksum never reaches it.
 std::uint32_t decodeRow(Handle &h, std::size_t row) {
   const Cursor &c = h.cursor;
-  if (!store::decodeRecord(c.batch.stored(row), c.batch.storedSize(row),
-                           h.table->def().recordSize, h.segments.data(), h.segments.size(),
+  if (!store::decodeRecord(c.batch.stored(row), c.batch.storedSize(row), h.table->def().recordSize,
+                           h.segments.data(), h.segments.size(),
                            h.session->acceptsLegacyRecords())) {
     h.session->noteDamage();
     return QDB_E_DAMAGED;
@@ -145,8 +145,7 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
     // where the value's records end.
     std::uint32_t limit = firstFetch(c, *k, !search.isPrefix);
     FetchFrom from = limit == 1 ? FetchFrom::Equal : FetchFrom::From;
-    std::uint32_t r =
-        h.session->fetch(*h.table, *k, from, search, 0, limit, &c.spare);
+    std::uint32_t r = h.session->fetch(*h.table, *k, from, search, 0, limit, &c.spare);
     if (r != QDB_OK) return r;
     KeyValue first;
     if (!c.spare.empty() && from == FetchFrom::From) {
@@ -266,8 +265,8 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
     static const KeyValue none;
     if (direction == kSkipFirst) {
       std::uint32_t limit = firstFetch(c, *k, false);
-      std::uint32_t r =
-          takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0, limit, &c.spare));
+      std::uint32_t r = takeFetched(
+          h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0, limit, &c.spare));
       if (r != QDB_OK) return r;
       return readRow(h, 0, *k);
     }

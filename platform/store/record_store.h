@@ -104,7 +104,7 @@ enum : std::uint32_t {
   QDB_E_IO = 11,         // the file could not be read or written
   QDB_E_LOCKSTATE = 12,  // unlock without lock, or write lock inside a read lock
   QDB_E_NOMEMORY = 13,
-  QDB_E_DAMAGED = 14,    // the file or a record fails its checks
+  QDB_E_DAMAGED = 14,  // the file or a record fails its checks
 };
 
 ALERTDB_API KEPDB *QDBInit(std::uint32_t reserved, const char *path, std::uint32_t mode,

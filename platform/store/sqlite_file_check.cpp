@@ -135,9 +135,8 @@ std::uint32_t rewriteLegacyRecords(sqlite3 *db, const TableDef &def) {
     Use q(s);
     int rc;
     while ((rc = sqlite3_step(*q)) == SQLITE_ROW) {
-      if (inspectRecord(sqlite3_column_blob(*q, 1),
-                        static_cast<std::size_t>(sqlite3_column_bytes(*q, 1))) ==
-          StoredForm::Legacy) {
+      if (inspectRecord(sqlite3_column_blob(*q, 1), static_cast<std::size_t>(sqlite3_column_bytes(
+                                                        *q, 1))) == StoredForm::Legacy) {
         legacy.push_back(sqlite3_column_int64(*q, 0));
       }
     }

@@ -17,9 +17,9 @@ FileState inspectFile(const std::string &path);
 
 // What the recovery open may rebuild without losing or inventing a record.
 struct Repairs {
-  bool queryTypeTables = false;               // the registered query types' tables
-  std::vector<std::string> indexStatements;   // missing key indexes
-  bool legacyRecords = false;                 // records without checksums
+  bool queryTypeTables = false;              // the registered query types' tables
+  std::vector<std::string> indexStatements;  // missing key indexes
+  bool legacyRecords = false;                // records without checksums
   bool empty() const { return !queryTypeTables && indexStatements.empty() && !legacyRecords; }
 };
 

@@ -29,8 +29,7 @@ using namespace sqlite;
 sqlite3 *openConnection(const std::string &path) {
   sqlite3 *db = nullptr;
   // The session serialises its own operations (StoreSession::operationLock).
-  int rc =
-      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     sqlite3_close_v2(db);
     return nullptr;
@@ -128,9 +127,8 @@ class SqliteSession final : public StoreSession {
                        std::size_t size, const KeyValue *keys) override;
   std::uint32_t remove(TableHandle &table, std::int64_t seq) override;
   std::uint32_t fetchRow(TableHandle &table, std::int64_t seq, RowBatch *out) override;
-  std::uint32_t fetch(TableHandle &table, const KeyDef &key, FetchFrom from,
-                      const KeyValue &value, std::int64_t seq, std::uint32_t limit,
-                      RowBatch *out) override;
+  std::uint32_t fetch(TableHandle &table, const KeyDef &key, FetchFrom from, const KeyValue &value,
+                      std::int64_t seq, std::uint32_t limit, RowBatch *out) override;
   std::uint32_t lockWrite() override;
   std::uint32_t unlockWrite() override;
   std::uint32_t lockRead() override;
@@ -416,7 +414,8 @@ std::uint32_t SqliteSession::fetch(TableHandle &handle, const KeyDef &key, Fetch
       std::size_t end = prefixEnd(value, t.prefixEnd.data());
       Statement &s = end ? k.prefixRange : k.from;
       bindKey(s.get(), 1, value);
-      if (end) sqlite3_bind_blob(s.get(), 2, t.prefixEnd.data(), static_cast<int>(end), SQLITE_STATIC);
+      if (end)
+        sqlite3_bind_blob(s.get(), 2, t.prefixEnd.data(), static_cast<int>(end), SQLITE_STATIC);
       sqlite3_bind_int64(s.get(), end ? 3 : 2, limit);
       return collect(s, limit, out);
     }

@@ -102,8 +102,7 @@ inline void bindKey(sqlite3_stmt *s, int index, const KeyValue &v) {
     sqlite3_bind_int64(s, index, static_cast<sqlite3_int64>(v.number));
   } else {
     static const unsigned char empty = 0;
-    sqlite3_bind_blob(s, index, v.size ? v.bytes : &empty, static_cast<int>(v.size),
-                      SQLITE_STATIC);
+    sqlite3_bind_blob(s, index, v.size ? v.bytes : &empty, static_cast<int>(v.size), SQLITE_STATIC);
   }
 }
 

@@ -63,8 +63,8 @@ struct Cursor {
   std::size_t next = 0;         // the next row to serve
   std::uint64_t stamp = 0;      // the table's changes when `batch` was fetched
   std::uint32_t window = kFirstWindow;
-  std::uint32_t served = 0;     // rows served since the last find or find-first
-  std::uint32_t learned = 1;    // rows the next find or find-first fetches
+  std::uint32_t served = 0;   // rows served since the last find or find-first
+  std::uint32_t learned = 1;  // rows the next find or find-first fetches
 };
 
 struct Handle {
@@ -73,9 +73,9 @@ struct Handle {
   // Where each field's bytes live, and the same as runs of the image.
   std::vector<unsigned char *> fieldStorage;
   std::vector<ImageSegment> segments;
-  std::vector<unsigned char> image;   // a record gathered for writing
-  std::vector<unsigned char> stored;  // its stored form
-  std::vector<KeyValue> keys;         // its key values
+  std::vector<unsigned char> image;     // a record gathered for writing
+  std::vector<unsigned char> stored;    // its stored form
+  std::vector<KeyValue> keys;           // its key values
   std::vector<unsigned char> keyField;  // one key field read from a stored row
   Cursor cursor;
 };

@@ -30,7 +30,7 @@ class CursorWindowTest : public RecordStoreTest {
  protected:
   // Records 0..count-1: name "r<n>", number n, small key n / groupSize.
   KEPDB *filled(SampleTable &t, std::uint32_t count, std::uint32_t groupSize = 1,
-               const std::string &name = "Store.dat") {
+                const std::string &name = "Store.dat") {
     KEPDB *h = createSample(t, name);
     EXPECT_EQ(QDBFileLock(h), 0u);
     for (std::uint32_t n = 0; n < count; ++n) {
@@ -133,7 +133,8 @@ TEST_F(CursorWindowTest, AnotherProcessCommitIsSeenWithinTheBound) {
   std::uint32_t steps = 0;
   while (QDBRecordSkipAndRead(h, kNumberKey, kSkipNext) == 0) {
     ++steps;
-    if (std::string(t.record.name).rfind("child", 0) == 0) childSeen.insert(std::uint32_t{t.record.number});
+    if (std::string(t.record.name).rfind("child", 0) == 0)
+      childSeen.insert(std::uint32_t{t.record.number});
   }
   EXPECT_EQ(steps, 400u - at - 1 + childSeen.size());
   // Rows fetched before the commit may hide the ones beside them; none past
@@ -158,9 +159,9 @@ TEST_F(CursorWindowTest, AnIdleEnumerationHoldsNothingThatWritersOrCheckpointsWa
   ASSERT_EQ(sqlite3_exec(db, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr),
             SQLITE_OK);
   int logFrames = -1, checkpointed = -1;
-  EXPECT_EQ(sqlite3_wal_checkpoint_v2(db, nullptr, SQLITE_CHECKPOINT_TRUNCATE, &logFrames,
-                                      &checkpointed),
-            SQLITE_OK);
+  EXPECT_EQ(
+      sqlite3_wal_checkpoint_v2(db, nullptr, SQLITE_CHECKPOINT_TRUNCATE, &logFrames, &checkpointed),
+      SQLITE_OK);
   EXPECT_EQ(logFrames, 0) << "the log was truncated, so no read transaction was open";
   sqlite3_close(db);
   std::uint32_t rest = 0;

@@ -83,7 +83,8 @@ TEST_F(DamagedFileTest, ForeignDatabasesAndStoresWithoutTheirCatalogAreRefused) 
   for (int format : {0, 1, 2}) {
     std::string name = "Foreign" + std::to_string(format) + ".dat";
     sql(name, "PRAGMA application_id=1095517250; PRAGMA journal_mode=WAL; PRAGMA user_version=" +
-                  std::to_string(format) + "; CREATE TABLE things(a, b); INSERT INTO things "
+                  std::to_string(format) +
+                  "; CREATE TABLE things(a, b); INSERT INTO things "
                   "VALUES(1, 2);");
     expectRefusedUnchanged(name);
   }
@@ -114,7 +115,8 @@ TEST_F(DamagedFileTest, AFlippedByteInARecordIsNeverReadAsGood) {
   ASSERT_EQ(QDBRecordFind(h, kIdKey, &id, 1, 16), 0u);
   std::memset(&t.record, 0x5A, sizeof t.record);
   EXPECT_EQ(QDBRecordRead(h), QDB_E_DAMAGED);
-  EXPECT_EQ(std::uint32_t{t.record.number}, 0x5A5A5A5Au) << "nothing of the damaged record reached the fields";
+  EXPECT_EQ(std::uint32_t{t.record.number}, 0x5A5A5A5Au)
+      << "nothing of the damaged record reached the fields";
   EXPECT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), QDB_E_DAMAGED);
   // An enumeration delivers the good records before it and stops there.
   std::vector<std::uint32_t> seen;
@@ -233,7 +235,8 @@ TEST_F(DamagedFileTest, DamageAnywhereNeverChangesARefusedFileNorReturnsAWrongRe
       ++opened;
       SampleTable t;
       if (t.select(vh) == 0) {
-        for (std::uint32_t key : {kIdKey, alertdb_test::kNameKey, kNumberKey, alertdb_test::kSmallKey}) {
+        for (std::uint32_t key :
+             {kIdKey, alertdb_test::kNameKey, kNumberKey, alertdb_test::kSmallKey}) {
           std::uint32_t steps = 0;
           for (std::uint32_t r = QDBRecordSkipAndRead(vh, key, kSkipFirst); r == 0;
                r = QDBRecordSkipAndRead(vh, key, kSkipNext)) {

@@ -19,17 +19,15 @@
 
 using namespace platform;
 using alertdb_test::ChildProcess;
-using alertdb_test::RecordStoreTest;
 using alertdb_test::kIdKey;
 using alertdb_test::kNameKey;
 using alertdb_test::kNumberKey;
 using alertdb_test::kSmallKey;
 using alertdb_test::kStampKey;
+using alertdb_test::RecordStoreTest;
 using alertdb_test::SampleTable;
 
 namespace {
-
-
 
 TEST_F(RecordStoreTest, OpenModesOnMissingAndExistingFiles) {
   EXPECT_EQ(open("Missing.dat", kOpenExisting), nullptr);
@@ -110,7 +108,6 @@ TEST_F(RecordStoreTest, CopyOfAClosedStoreIsAStore) {
   ASSERT_EQ(reader.select(copy), 0u);
   EXPECT_EQ(namesInOrder(reader, copy, kNumberKey).size(), 50u);
 }
-
 
 TEST_F(RecordStoreTest, TablesAreSelectedByNameAndLayout) {
   SampleTable t;
@@ -201,7 +198,6 @@ TEST_F(RecordStoreTest, LoadStringsBuildsBlocksFromArraysAndResources) {
   EXPECT_EQ(block, nullptr);
 }
 
-
 // Records are kept compactly on disk; every shape of bytes must come back.
 TEST_F(RecordStoreTest, RecordsOfEveryByteShapeRoundTrip) {
   SampleTable t;
@@ -264,7 +260,6 @@ TEST_F(RecordStoreTest, FindMakesCurrentWithoutReadingAndReadFollows) {
   EXPECT_EQ(QDBRecordFind(h, kIdKey, nullptr, 1, 16), QDB_E_BADARG);
   EXPECT_EQ(QDBRecordFind(h, kIdKey, &id, 1, 0), QDB_E_BADARG);
 }
-
 
 TEST_F(RecordStoreTest, NumbersSortAsUnsignedNumbers) {
   SampleTable t;
@@ -345,7 +340,6 @@ TEST_F(RecordStoreTest, EqualKeysKeepInsertionOrder) {
   EXPECT_STREQ(t.record.name, "n3");
 }
 
-
 TEST_F(RecordStoreTest, UniqueKeysRefuseDuplicatesOthersAllowThem) {
   SampleTable t;
   KEPDB *h = createSample(t);
@@ -364,7 +358,6 @@ TEST_F(RecordStoreTest, UniqueKeysRefuseDuplicatesOthersAllowThem) {
   ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
   EXPECT_STREQ(t.record.name, "same");
 }
-
 
 TEST_F(RecordStoreTest, DeletingWhileEnumeratingGoesOnAfterTheDeletedRecord) {
   SampleTable t;
@@ -420,7 +413,6 @@ TEST_F(RecordStoreTest, NextFollowsTheKeyAskedForAndAddsDoNotMoveIt) {
   EXPECT_EQ(QDBRecordSkipAndRead(h, 42, kSkipFirst), QDB_E_BADKEY);
 }
 
-
 TEST_F(RecordStoreTest, NullUnknownAndClosedHandlesAreRefused) {
   KEPDB *bogus = reinterpret_cast<KEPDB *>(0x1234);
   for (KEPDB *h : {static_cast<KEPDB *>(nullptr), bogus}) {
@@ -443,7 +435,6 @@ TEST_F(RecordStoreTest, NullUnknownAndClosedHandlesAreRefused) {
   EXPECT_EQ(QDBRecordAdd(bare), QDB_E_NOTABLE);
   EXPECT_EQ(QDBRecordSkipAndRead(bare, 1, kSkipFirst), QDB_E_NOTABLE);
 }
-
 
 TEST_F(RecordStoreTest, HandlesOfOneThreadShareTheFileLock) {
   SampleTable a, b;
@@ -502,7 +493,6 @@ TEST_F(RecordStoreTest, AnotherThreadWaitsForTheLockInsteadOfFailing) {
   EXPECT_EQ(otherResult, 0u);
   EXPECT_EQ(namesInOrder(t, h, kIdKey), (std::vector<std::string>{"first", "second"}));
 }
-
 
 TEST_F(RecordStoreTest, SecondProcessSeesWhatTheFirstCommitted) {
   SampleTable t;
