@@ -25,6 +25,10 @@ unsigned char *putLength(unsigned char *out, std::size_t n) {
 }
 
 bool getLength(const unsigned char *&p, const unsigned char *end, std::size_t *n) {
+  if (p < end && *p < 0x80) {  // most lengths are one byte
+    *n = *p++;
+    return true;
+  }
   std::size_t value = 0;
   for (int shift = 0; p < end && shift < 35; shift += 7) {
     unsigned char byte = *p++;
@@ -40,35 +44,41 @@ bool getLength(const unsigned char *&p, const unsigned char *end, std::size_t *n
 std::uint64_t checksumOf(const void *bytes, std::size_t size) { return XXH3_64bits(bytes, size); }
 
 // Writes image bytes [at, at + n) into the segments, from `source` or as
-// zeros; `segment` follows along so that a record is one pass.
+// zeros; the current segment follows along, so that a record is one pass.
 class SegmentWriter {
  public:
   SegmentWriter(const ImageSegment *segments, std::size_t count)
-      : segments_(segments), count_(count) {}
+      : segment_(segments), last_(segments + count - 1) {
+    enter();
+  }
 
   void write(std::size_t at, const unsigned char *source, std::size_t n) {
     while (n > 0) {
-      const ImageSegment *s = &segments_[index_];
-      while (s->offset + s->size <= at && index_ + 1 < count_) s = &segments_[++index_];
-      std::size_t within = at - s->offset;
-      std::size_t part = s->size - within < n ? s->size - within : n;
-      if (!s->storage) {
-        if (source) source += part;
-      } else if (source) {
-        std::memcpy(s->storage + within, source, part);
-        source += part;
-      } else {
-        std::memset(s->storage + within, 0, part);
+      while (at >= end_ && segment_ != last_) {
+        ++segment_;
+        enter();
       }
+      std::size_t part = end_ - at < n ? end_ - at : n;
+      if (segment_->storage) {
+        unsigned char *to = segment_->storage + (at - segment_->offset);
+        if (source) {
+          std::memcpy(to, source, part);
+        } else {
+          std::memset(to, 0, part);
+        }
+      }
+      if (source) source += part;
       at += part;
       n -= part;
     }
   }
 
  private:
-  const ImageSegment *segments_;
-  std::size_t count_;
-  std::size_t index_ = 0;
+  void enter() { end_ = segment_->offset + segment_->size; }
+
+  const ImageSegment *segment_;
+  const ImageSegment *last_;
+  std::size_t end_ = 0;
 };
 
 }  // namespace
