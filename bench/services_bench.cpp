@@ -20,6 +20,7 @@
 
 #include "framework/file_locks.h"
 #include "platform/guid.h"
+#include "bench_support.h"
 #include "services/notify_services_table.h"
 
 namespace {
@@ -133,27 +134,19 @@ void fillCatalogue(Catalogue &catalogue, int sets) {
 
 // ------------------------------------------------------------ plain SQLite
 
+using alertdb_bench::decodeImage;
+using alertdb_bench::Segment;
+using alertdb_bench::Statement;
+
+// A new file in WAL mode, then the engine's connection settings on it.
 sqlite3 *openLikeEngine(const std::string &path) {
   sqlite3 *db = nullptr;
-  if (sqlite3_open(path.c_str(), &db) != SQLITE_OK) return db;
-  sqlite3_exec(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA cache_size=-32768",
-               nullptr, nullptr, nullptr);
-  return db;
-}
-
-class Statement {
- public:
-  Statement(sqlite3 *db, const std::string &sql) {
-    sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt_, nullptr);
+  if (sqlite3_open(path.c_str(), &db) == SQLITE_OK) {
+    sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
   }
-  Statement(const Statement &) = delete;
-  Statement &operator=(const Statement &) = delete;
-  ~Statement() { sqlite3_finalize(stmt_); }
-  sqlite3_stmt *get() const { return stmt_; }
-
- private:
-  sqlite3_stmt *stmt_ = nullptr;
-};
+  sqlite3_close(db);
+  return alertdb_bench::openLikeEngine(path);
+}
 
 std::string sqlName(const std::string &name) { return "\"" + name + "\""; }
 
@@ -170,6 +163,7 @@ struct StoredRow {
 // indexes, and each table's row.
 struct EngineImage {
   std::vector<std::string> ddl;
+  std::size_t catalogueImageSize = 0;  // bytes of a decoded catalogue row
   StoredRow specific[kKinds];
   StoredRow catalogue[kKinds];
 };
@@ -241,6 +235,12 @@ const EngineImage &engineImage() {
                             " AND sql NOT NULL ORDER BY type DESC");
       while (sqlite3_step(sql.get()) == SQLITE_ROW) {
         made.ddl.push_back(reinterpret_cast<const char *>(sqlite3_column_text(sql.get(), 0)));
+      }
+    }
+    {
+      Statement size(db, "SELECT record_size FROM alertdb_tables WHERE name='Notify_Services'");
+      if (sqlite3_step(size.get()) == SQLITE_ROW) {
+        made.catalogueImageSize = static_cast<std::size_t>(sqlite3_column_int64(size.get(), 0));
       }
     }
     std::vector<StoredRow> catalogueRows = storedRows(db, "Notify_Services");
@@ -434,6 +434,12 @@ void Sqlite_CatalogueWalk(benchmark::State &state) {
   const std::string select = "SELECT rowid, " + sqlName(prototype.columns[0]) +
                              " FROM \"Notify_Services\" ORDER BY " +
                              sqlName(prototype.columns[prototype.idColumn]);
+  const std::size_t imageSize = engineImage().catalogueImageSize;
+  if (imageSize < sizeof(ALRTNTFYSERV)) {
+    state.SkipWithError("no catalogue table");
+    return;
+  }
+  std::vector<unsigned char> beside(imageSize - sizeof(ALRTNTFYSERV));
   for (auto _ : state) {
     sqlite3 *db = openLikeEngine(path);
     {
@@ -442,8 +448,16 @@ void Sqlite_CatalogueWalk(benchmark::State &state) {
       ALRTNTFYSERV row;
       int rows = 0;
       while (sqlite3_step(walk.get()) == SQLITE_ROW) {
-        std::size_t bytes = static_cast<std::size_t>(sqlite3_column_bytes(walk.get(), 1));
-        std::memcpy(&row, sqlite3_column_blob(walk.get(), 1), std::min(bytes, sizeof row));
+        // Decoded as the engine decodes it: the record and the fields the
+        // table object keeps beside it.
+        const Segment segments[] = {{sizeof row, reinterpret_cast<unsigned char *>(&row)},
+                                    {imageSize - sizeof row, beside.data()}};
+        if (!decodeImage(sqlite3_column_blob(walk.get(), 1),
+                         static_cast<std::size_t>(sqlite3_column_bytes(walk.get(), 1)), segments,
+                         2)) {
+          state.SkipWithError("a stored row does not decode");
+          break;
+        }
         std::uint32_t type =
             typeOfRow[static_cast<std::size_t>(sqlite3_column_int64(walk.get(), 0))];
         for (int k = 0; k < kKinds; ++k) {

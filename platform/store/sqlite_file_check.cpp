@@ -222,7 +222,7 @@ bool queryNumber(sqlite3 *db, const std::string &sql, std::int64_t *out) {
   return true;
 }
 
-std::uint32_t checkStructure(sqlite3 *db, int, Repairs *repairs) {
+std::uint32_t checkStructure(sqlite3 *db, int, Repairs *repairs, std::vector<TableDef> *defs) {
   std::uint32_t status = QDB_OK;
   for (const char *name : {"alertdb_tables", "alertdb_fields", "alertdb_query_info"}) {
     if (!hasCatalogTable(db, name, &status)) return status == QDB_OK ? QDB_E_DAMAGED : status;
@@ -241,6 +241,7 @@ std::uint32_t checkStructure(sqlite3 *db, int, Repairs *repairs) {
     if (status == QDB_E_NOTABLE || status == QDB_E_IO) status = QDB_E_DAMAGED;
     if (status == QDB_OK) status = checkTable(db, def, repairs);
     if (status != QDB_OK) return status;
+    defs->push_back(std::move(def));
   }
   return QDB_OK;
 }

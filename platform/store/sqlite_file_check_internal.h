@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/store/store_schema_internal.h"
+
 namespace platform::store::sqlite {
 
 // What a file's first page and size say about it, read without SQLite so
@@ -26,7 +28,9 @@ struct Repairs {
 // The cheap check of every open: the file's format, its catalog, and each
 // catalogued table with its key columns and indexes. QDB_OK with what would
 // need repairing in `repairs`; QDB_E_DAMAGED when the file is beyond them.
-std::uint32_t checkStructure(sqlite3 *db, int format, Repairs *repairs);
+// The table definitions read on the way go to `defs`.
+std::uint32_t checkStructure(sqlite3 *db, int format, Repairs *repairs,
+                             std::vector<TableDef> *defs);
 
 // The full check of the recovery open: SQLite's integrity check, every
 // record's stored form with its checksum, and key columns agreeing with the

@@ -135,6 +135,8 @@ class SqliteSession final : public StoreSession {
   std::uint32_t unlockRead() override;
 
  private:
+  // The checks of an open, in the caller's read transaction.
+  std::uint32_t checkFile(std::uint32_t mode, Repairs *repairs, std::vector<TableDef> *defs);
   std::uint32_t prepare(Statement &s, const std::string &sql);
   // Maps a SQLite result, remembering damage.
   std::uint32_t failure(int rc);
@@ -166,6 +168,30 @@ std::uint32_t SqliteSession::configure(std::uint32_t mode) {
   // A page cache that holds the key indexes of a large table keeps seeks off the disk.
   if (execute(db_, "PRAGMA synchronous=FULL; PRAGMA cache_size=-32768") != SQLITE_OK)
     return QDB_E_IO;
+  // Every check reads in one transaction: one lock, one snapshot.
+  if (execute(db_, "BEGIN") != SQLITE_OK) return QDB_E_IO;
+  Repairs repairs;
+  std::vector<TableDef> defs;
+  std::uint32_t status = checkFile(mode, &repairs, &defs);
+  execute(db_, "COMMIT");
+  if (status != QDB_OK) return status;
+  if (!repairs.empty()) {
+    if (mode != kOpenRecover) return QDB_E_DAMAGED;
+    if ((status = applyRepairs(db_, repairs)) != QDB_OK) return status;
+    format_ = kFormatVersion;
+  }
+  // The tables as checked serve the handles that select them.
+  for (TableDef &def : defs) {
+    std::string name = def.name;
+    tables_[name] = std::make_shared<SqliteTable>(std::move(def));
+  }
+  // Checked: the WAL may go back into the file when the last connection closes.
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+  return QDB_OK;
+}
+
+std::uint32_t SqliteSession::checkFile(std::uint32_t mode, Repairs *repairs,
+                                       std::vector<TableDef> *defs) {
   std::string journal;
   std::int64_t applicationId = 0, format = 0;
   if (!queryText(db_, "PRAGMA journal_mode", &journal) || journal != "wal" ||
@@ -175,22 +201,11 @@ std::uint32_t SqliteSession::configure(std::uint32_t mode) {
     return QDB_E_DAMAGED;
   }
   format_ = static_cast<int>(format);
-  Repairs repairs;
-  std::uint32_t status = checkStructure(db_, format_, &repairs);
-  if (status != QDB_OK) return status;
-  if (mode == kOpenRecover) {
-    // Nothing is changed before the whole file has passed.
-    if ((status = checkContents(db_, format_)) != QDB_OK) return status;
-    repairs.legacyRecords = format_ == kLegacyFormat;
-    if (!repairs.empty()) {
-      if ((status = applyRepairs(db_, repairs)) != QDB_OK) return status;
-      format_ = kFormatVersion;
-    }
-  } else if (!repairs.empty()) {
-    return QDB_E_DAMAGED;
-  }
-  // Checked: the WAL may go back into the file when the last connection closes.
-  sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+  std::uint32_t status = checkStructure(db_, format_, repairs, defs);
+  if (status != QDB_OK || mode != kOpenRecover) return status;
+  // The recovery open changes nothing before the whole file has passed.
+  if ((status = checkContents(db_, format_)) != QDB_OK) return status;
+  repairs->legacyRecords = format_ == kLegacyFormat;
   return QDB_OK;
 }
 
