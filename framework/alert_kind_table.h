@@ -19,6 +19,8 @@ struct AlertKindDefinition {
   const std::uint32_t *recordOffsets;
   // The per-user address tables add without signalling the change.
   bool addSignals;
+  // The alert configuration tables delete without signalling it.
+  bool deleteSignals;
 };
 
 // The definition of a table whose last template is "Replication" and whose
@@ -33,7 +35,8 @@ constexpr AlertKindDefinition KindDefinition(
            titleStringId + 1, templates[0].keyNumber, defaultFileName},
           N - 1,
           recordOffsets,
-          addSignals};
+          addSignals,
+          true};
 }
 
 template <class Derived, class REC>

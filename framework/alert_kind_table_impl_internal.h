@@ -57,5 +57,6 @@ std::uint32_t CAlertKindTable<Derived, REC>::DBAlertRecUpdate(REC *record) {
 
 template <class Derived, class REC>
 std::uint32_t CAlertKindTable<Derived, REC>::DBAlertRecDelete(_GUID *id) {
-  return this->SignalIfDone(CAlertDBTable<REC>::DBAlertRecDelete(id));
+  std::uint32_t status = CAlertDBTable<REC>::DBAlertRecDelete(id);
+  return Derived::kDefinition.deleteSignals ? this->SignalIfDone(status) : status;
 }

@@ -1,0 +1,207 @@
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "config/agent_relation_tables.h"
+#include "config/installed_service_table.h"
+#include "config/modem_location_table.h"
+#include "config/pager_provider_table.h"
+#include "config/server_sub_tables.h"
+#include "services/service_test_support.h"
+#include "support/test_environment.h"
+
+using alertdb_test::ChangeEventWatch;
+using alertdb_test::fillRandom;
+using alertdb_test::holdsTable;
+using alertdb_test::rowCount;
+using alertdb_test::sameBytes;
+using alertdb_test::tableInfo;
+
+namespace {
+
+// What each table must be, as the data file's catalog reports it.
+template <class Table>
+struct Expected;
+template <>
+struct Expected<CAlertSERV_TRAPListDB> {
+  static constexpr const char *name = "SNMPTrapList", *title = "SNMP Trap List",
+                              *file = "AlCfgdb.dat";
+  static constexpr std::uint32_t fields = 13, idKey = 32;
+};
+template <>
+struct Expected<CAlertSERV_AUTOPINGDB> {
+  static constexpr const char *name = "AutoPingList", *title = "AUTOPING Trap List",
+                              *file = "AlCfgdb.dat";
+  static constexpr std::uint32_t fields = 14, idKey = 41;
+};
+template <>
+struct Expected<CAlertSERV_MODEMDB> {
+  static constexpr const char *name = "ModemTable", *title = "Modem List", *file = "AlCfgdb.dat";
+  static constexpr std::uint32_t fields = 20, idKey = 51;
+};
+template <>
+struct Expected<CAlertSERV_INST_NTFY_SERVDB> {
+  static constexpr const char *name = "ServerInstService",
+                              *title = "Server Installed Ntfy Services", *file = "AlCfgdb.dat";
+  static constexpr std::uint32_t fields = 7, idKey = 65;
+};
+template <>
+struct Expected<CAlertAGNT_SERV_RELDB> {
+  static constexpr const char *name = "AGNT_SERV_Relation_",
+                              *title = "Agent to Server relation Table", *file = "AlCfgdb.dat";
+  static constexpr std::uint32_t fields = 4, idKey = 24;
+};
+template <>
+struct Expected<CAlertSERV_AGNT_RELDB> {
+  static constexpr const char *name = "SERV_AGNT_REL_Service",
+                              *title = "Server to agent relation Table", *file = "AlCfgdb.dat";
+  static constexpr std::uint32_t fields = 4, idKey = 28;
+};
+template <>
+struct Expected<CAlertMODEM_LOCATIONDB> {
+  static constexpr const char *name = "ModemLocation", *title = "Modem Location Table",
+                              *file = "AlCfgdb.dat";
+  static constexpr std::uint32_t fields = 11, idKey = 70;
+};
+template <>
+struct Expected<CAlertAPAGE_SERVICE_PROVIDERDB> {
+  static constexpr const char *name = "APageServProvider", *title = "Apage Service Provider",
+                              *file = "APgeProv.dat";
+  static constexpr std::uint32_t fields = 12, idKey = 73;
+};
+
+template <class Table>
+class ConfigTableTest : public alertdb_test::IsolatedTest {
+ protected:
+  using Record = typename Table::Record;
+  using Want = Expected<Table>;
+};
+
+using ConfigTables =
+    ::testing::Types<CAlertSERV_TRAPListDB, CAlertSERV_AUTOPINGDB, CAlertSERV_MODEMDB,
+                     CAlertSERV_INST_NTFY_SERVDB, CAlertAGNT_SERV_RELDB, CAlertSERV_AGNT_RELDB,
+                     CAlertMODEM_LOCATIONDB, CAlertAPAGE_SERVICE_PROVIDERDB>;
+TYPED_TEST_SUITE(ConfigTableTest, ConfigTables);
+
+TYPED_TEST(ConfigTableTest, EveryByteOfARecordComesBackFromItsOwnFile) {
+  using Record = typename TestFixture::Record;
+  using Want = typename TestFixture::Want;
+  auto record = std::make_unique<Record>();
+  fillRandom(*record, Want::idKey);
+  auto expected = std::make_unique<Record>(*record);
+  _GUID id{};
+  {
+    TypeParam table;
+    ASSERT_EQ(table.DBCreate(), 0u);
+    ASSERT_EQ(table.DBAlertRecAdd(record.get(), &id), 0u);
+  }
+  EXPECT_TRUE(sameBytes(id, expected->KEPOID));
+  EXPECT_TRUE(holdsTable(this->dataPath(Want::file), Want::name));
+  if (std::string(Want::file) != "AlCfgdb.dat") {
+    EXPECT_FALSE(std::filesystem::exists(this->dataPath("AlCfgdb.dat")));
+  }
+  TypeParam fresh;
+  ASSERT_EQ(fresh.DBOpen(), 0u);
+  auto read = std::make_unique<Record>();
+  ASSERT_EQ(fresh.DBAlertRecRetrieve(&id, read.get()), 0u);
+  EXPECT_TRUE(sameBytes(*read, *expected));
+}
+
+TYPED_TEST(ConfigTableTest, AddAndUpdateSignalButDeleteDoesNot) {
+  using Record = typename TestFixture::Record;
+  TypeParam table;
+  ASSERT_EQ(table.DBCreate(), 0u);
+  auto record = std::make_unique<Record>();
+  fillRandom(*record, 7);
+  ChangeEventWatch watch;
+  watch.reset();
+  _GUID id{};
+  ASSERT_EQ(table.DBAlertRecAdd(record.get(), &id), 0u);
+  EXPECT_TRUE(watch.signalled());
+  watch.reset();
+  EXPECT_EQ(table.DBAlertRecUpdate(record.get()), 0u);
+  EXPECT_FALSE(watch.signalled()) << "unchanged";
+  reinterpret_cast<unsigned char *>(record.get())[sizeof(Record) - 1] ^= 0x5A;
+  EXPECT_EQ(table.DBAlertRecUpdate(record.get()), 0u);
+  EXPECT_TRUE(watch.signalled());
+  watch.reset();
+  ASSERT_EQ(table.DBAlertRecDelete(&id), 0u);
+  EXPECT_FALSE(watch.signalled());
+  EXPECT_EQ(rowCount(table), 0);
+  EXPECT_NE(table.DBAlertRecDelete(&id), 0u) << "the engine's own result";
+  EXPECT_EQ(table.DBAlertRecDelete(nullptr), ALRT_E_INVALIDPARAM);
+}
+
+TYPED_TEST(ConfigTableTest, AnotherFileNameGetsTheSameTableDescription) {
+  using Want = typename TestFixture::Want;
+  TypeParam byDefault, named("Other.dat");
+  ASSERT_EQ(byDefault.DBCreate(), 0u);
+  ASSERT_EQ(named.DBCreate(), 0u);
+  platform::StoreTableInfo a = tableInfo(this->dataPath(Want::file), Want::name);
+  platform::StoreTableInfo b = tableInfo(this->dataPath("Other.dat"), Want::name);
+  EXPECT_EQ(a.title, Want::title);
+  EXPECT_EQ(a.idKey, Want::idKey);
+  ASSERT_EQ(a.fields.size(), Want::fields);
+  EXPECT_EQ(a.fields.back().name, "Replication");
+  EXPECT_EQ(a.fields.back().flags, 0x30Du);
+  EXPECT_EQ(a.fields.front().description.rfind("Record OID", 0), 0u);
+  ASSERT_EQ(b.fields.size(), a.fields.size());
+  EXPECT_EQ(b.title, a.title);
+  for (std::size_t i = 0; i < a.fields.size(); ++i) {
+    EXPECT_EQ(b.fields[i].name, a.fields[i].name);
+    EXPECT_EQ(b.fields[i].keyNumber, a.fields[i].keyNumber);
+    EXPECT_EQ(b.fields[i].size, a.fields[i].size);
+    EXPECT_EQ(b.fields[i].description, a.fields[i].description);
+    // "Replication" has no description of its own.
+    if (i + 1 < a.fields.size()) {
+      EXPECT_FALSE(a.fields[i].description.empty()) << i;
+    }
+  }
+}
+
+class DialingTablesTest : public alertdb_test::IsolatedTest {};
+
+TEST_F(DialingTablesTest, TheTwoByteCountryCodeDoesNotDisturbTheCountryId) {
+  CAlertMODEM_LOCATIONDB locations;
+  ASSERT_EQ(locations.DBCreate(), 0u);
+  ALRTMODEM_LOCATION location{};
+  std::strcpy(location.LocationName, "Office");
+  location.Tone = 1;
+  location.CountryCode = 49;
+  location.CountryID = 0x10000;
+  _GUID id{};
+  ASSERT_EQ(locations.DBAlertRecAdd(&location, &id), 0u);
+  ALRTMODEM_LOCATION read{};
+  ASSERT_EQ(locations.DBAlertRecRetrieve(&id, &read), 0u);
+  EXPECT_EQ(read.CountryCode, 49u);
+  EXPECT_EQ(read.CountryID, 0x10000u);
+  EXPECT_EQ(read.Tone, 1u);
+  platform::StoreTableInfo info = tableInfo(dataPath("AlCfgdb.dat"), "ModemLocation");
+  ASSERT_EQ(info.fields.size(), 11u);
+  EXPECT_EQ(info.fields[8].name, "CountryCode");
+  EXPECT_EQ(info.fields[8].size, 2u);
+}
+
+TEST_F(DialingTablesTest, OnlyTheConfigurationFileIsRestoredFromItsBackup) {
+  {
+    CAlertAPAGE_SERVICE_PROVIDERDB providers;
+    ASSERT_EQ(providers.DBCreate(), 0u);
+    CAlertMODEM_LOCATIONDB locations;
+    ASSERT_EQ(locations.DBCreate(), 0u);
+  }
+  platform::StoreTableInfo info = tableInfo(dataPath("APgeProv.dat"), "APageServProvider");
+  ASSERT_EQ(info.fields.size(), 12u);
+  EXPECT_EQ(info.fields[1].name, "Company Name");
+  for (const char *stem : {"APgeProv", "AlCfgdb"}) {
+    std::filesystem::rename(dataPath(std::string(stem) + ".dat"),
+                            dataPath(std::string(stem) + ".BAK"));
+  }
+  CAlertAPAGE_SERVICE_PROVIDERDB providers;
+  EXPECT_EQ(providers.DBOpen(), ALRT_MISSINGFILE);
+  EXPECT_FALSE(std::filesystem::exists(dataPath("APgeProv.dat")));
+  CAlertMODEM_LOCATIONDB locations;
+  EXPECT_EQ(locations.DBOpen(), 0u);
+}
+
+}  // namespace
