@@ -2,12 +2,6 @@
 
 #include <cstring>
 
-namespace {
-
-constexpr std::uint32_t kImageLayoutVersion = 0x30001;
-
-}  // namespace
-
 std::uint32_t DoesVersionMatch(const void *imageStart) {
   if (!imageStart) return 0xFFFF;
   std::uint32_t version;
