@@ -62,9 +62,10 @@ std::vector<std::vector<const Record *>> groupByType(const std::vector<Record> &
   std::vector<std::uint32_t> types;
   std::vector<std::vector<const Record *>> groups;
   for (const Record &record : records) {
-    const auto found = std::find(types.begin(), types.end(), record.ServiceType);
+    const std::uint32_t type = record.ServiceType;  // a packed field: no reference to it
+    const auto found = std::find(types.begin(), types.end(), type);
     if (found == types.end()) {
-      types.push_back(record.ServiceType);
+      types.push_back(type);
       groups.push_back({&record});
     } else {
       groups[static_cast<std::size_t>(found - types.begin())].push_back(&record);
@@ -231,7 +232,10 @@ std::uint32_t AlertDataImageBuilder::build(std::vector<unsigned char> &image) co
         out.word(group + kGroupCountWord, static_cast<std::uint32_t>(records.size()));
         out.word(group + kGroupNextWord,
                  g + 1 < groups.size() ? static_cast<std::uint32_t>(size) : 0);
-        if (typed) out.word(group + kUserGroupServiceTypeWord, records.front()->ServiceType);
+        if (typed) {
+          const std::uint32_t type = records.front()->ServiceType;
+          out.word(group + kUserGroupServiceTypeWord, type);
+        }
         std::uint64_t entry = group + headerSize;
         for (const auto *record : records) {
           out.word(entry, entrySize);

@@ -43,41 +43,71 @@ constexpr IndexShape kEventsByClassId{kEventByClassIdWord, kEventByClassIdEntryS
 constexpr IndexShape kResponsesById{kResponseByIdWord,  kResponseByIdEntrySize, kResponseByIdKey,
                                     kResponseByIdIndex, kResponseAreaWord,      kResponseEntrySize};
 
-// `before(keyAt)` tells whether the key stored at an offset sorts before the
-// one looked for, `equal(keyAt)` whether it is the one.
-template <typename Before, typename Equal>
-std::uint32_t findIndexed(const void *image, const IndexShape &shape, void **entry, Before before,
-                          Equal equal) {
+// An object ID as two numbers that compare in its byte order.
+struct IdKey {
+  std::uint64_t high;
+  std::uint64_t low;
+  static IdKey at(const unsigned char *bytes) {
+    std::uint64_t high, low;
+    std::memcpy(&high, bytes, 8);
+    std::memcpy(&low, bytes + 8, 8);
+    return {__builtin_bswap64(high), __builtin_bswap64(low)};
+  }
+  // Without branches: which way a search step goes is not predictable.
+  unsigned before(const IdKey &other) const {
+    return static_cast<unsigned>(high < other.high) |
+           (static_cast<unsigned>(high == other.high) & static_cast<unsigned>(low < other.low));
+  }
+  bool operator==(const IdKey &) const = default;
+};
+
+struct ClassIdKey {
+  std::uint32_t value;
+  static ClassIdKey at(const unsigned char *bytes) {
+    std::uint32_t value;
+    std::memcpy(&value, bytes, 4);
+    return {value};
+  }
+  unsigned before(const ClassIdKey &other) const {
+    return static_cast<unsigned>(value < other.value);
+  }
+  bool operator==(const ClassIdKey &) const = default;
+};
+
+template <typename Key>
+std::uint32_t findIndexed(const void *image, const IndexShape &shape, const Key &key,
+                          void **entry) {
   if (!entry) return kNotFound;
   *entry = nullptr;
   const auto reader = openImage(image);
   if (!reader) return kNotFound;
   const auto index = alertdb_internal::imageBlock(*reader, shape.indexWord, shape.indexEntrySize);
-  if (!index) return kNotFound;
+  if (!index || index->count == 0) return kNotFound;
 
-  // Lower bound: the first entry whose key does not sort before the one
-  // looked for.
-  std::uint64_t first = 0;
-  std::uint64_t count = index->count;
-  while (count > 0) {
-    const std::uint64_t half = count / 2;
-    if (before(index->entry(first + half) + shape.keyOffset)) {
-      first += half + 1;
-      count -= half + 1;
-    } else {
-      count = half;
-    }
+  // Lower bound without branches: `at` ends on the last key before the one
+  // looked for, or on the first key; the step after it is the candidate.
+  const std::uint64_t stride = shape.indexEntrySize;
+  const unsigned char *const keys = reader->base() + index->firstEntry + shape.keyOffset;
+  const unsigned char *at = keys;
+  for (std::uint64_t n = index->count; n > 1;) {
+    const std::uint64_t half = n / 2;
+    n -= half;
+    // Both places the next step may look at, fetched while this one compares.
+    __builtin_prefetch(at + (n / 2) * stride);
+    __builtin_prefetch(at + (half + n / 2) * stride);
+    at += Key::at(at + half * stride).before(key) * half * stride;
   }
-  if (first == index->count) return kNotFound;
-  const std::uint64_t found = index->entry(first);
-  if (!equal(found + shape.keyOffset)) return kNotFound;
+  at += Key::at(at).before(key) * stride;
+  const std::uint64_t position = static_cast<std::uint64_t>(at - keys) / stride;
+  if (position == index->count || !(Key::at(at) == key)) return kNotFound;
 
+  const std::uint64_t found = index->entry(position);
   const std::uint64_t area = reader->word(shape.areaWord);
-  const std::uint64_t at =
+  const std::uint64_t result =
       area + kBlockHeaderSize +
       std::uint64_t{reader->word(found + shape.slotOffset)} * shape.areaEntrySize;
-  if (!reader->holds(at, shape.areaEntrySize)) return kNotFound;
-  *entry = address(*reader, at);
+  if (!reader->holds(result, shape.areaEntrySize)) return kNotFound;
+  *entry = address(*reader, result);
   return 0;
 }
 
@@ -86,11 +116,7 @@ std::uint32_t findById(const void *image, const _GUID *id, const IndexShape &sha
     if (entry) *entry = nullptr;
     return kNotFound;
   }
-  const unsigned char *base = image ? static_cast<const unsigned char *>(image) : nullptr;
-  return findIndexed(
-      image, shape, entry,
-      [base, id](std::uint64_t at) { return std::memcmp(base + at, id, 16) < 0; },
-      [base, id](std::uint64_t at) { return std::memcmp(base + at, id, 16) == 0; });
+  return findIndexed(image, shape, IdKey::at(reinterpret_cast<const unsigned char *>(id)), entry);
 }
 
 // Walks a group chain from the group at header word `chainWord`; `visit`
@@ -156,15 +182,7 @@ std::uint32_t GetResponseIDbyOID(const void *image, const _GUID *responseId, voi
 }
 
 std::uint32_t GetEventIDbyClassID(const void *image, std::uint32_t classId, void **entry) {
-  const unsigned char *base = static_cast<const unsigned char *>(image);
-  auto keyAt = [base](std::uint64_t at) {
-    std::uint32_t key;
-    std::memcpy(&key, base + at, sizeof key);
-    return key;
-  };
-  return findIndexed(
-      image, kEventsByClassId, entry, [&](std::uint64_t at) { return keyAt(at) < classId; },
-      [&](std::uint64_t at) { return keyAt(at) == classId; });
+  return findIndexed(image, kEventsByClassId, ClassIdKey{classId}, entry);
 }
 
 std::uint32_t FindServicebyResponse(const void *image, const ALERTRESPREC *response,

@@ -2,6 +2,7 @@
 // image check, so that both read exactly the same bytes.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -9,6 +10,9 @@
 #include "text/alert_data_image_layout.h"
 
 namespace alertdb_internal {
+
+// Words are read as they lie in memory; the image's are little-endian.
+static_assert(std::endian::native == std::endian::little);
 
 // Offsets are 32-bit, counts times entry sizes stay below 2^46: 64-bit sums
 // of them never wrap.

@@ -108,7 +108,7 @@ TEST_F(BuiltImage, ResponsesLeadToTheirServiceAndUserInstance) {
     std::uint32_t type = 0;
     const std::uint32_t s = FindServicebyResponse(image.data(), &r, &type);
     ASSERT_NE(s, 0u);
-    EXPECT_EQ(type, r.ServiceType);
+    EXPECT_EQ(type, std::uint32_t{r.ServiceType});
     const ALRTNTFYSERV expectedService = service(n);
     EXPECT_EQ(std::memcmp(at(s) + kServiceRecordOffset, &expectedService, sizeof expectedService),
               0);
