@@ -23,7 +23,7 @@ static_assert(kUserInstanceRecordOffset + offsetof(ALRTUSRINSTSERV, Service_KEPO
 static_assert(kUserInstanceRecordOffset + offsetof(ALRTUSRINSTSERV, UserOid) == kUserEntryUserId);
 static_assert(kEventRecordOffset + sizeof(ALRTEVENT_CLASSREC) == kEventEntrySize);
 static_assert(kResponseRecordOffset + sizeof(ALERTRESPREC) == kResponseEntrySize);
-static_assert(kModemLocationId + kModemLocationRecordSize == kModemLocationEntrySize);
+static_assert(kModemLocationId + sizeof(ALRTMODEM_LOCATION) == kModemLocationEntrySize);
 static_assert(kProductNameOffset + kNameSize == kProductEntrySize);
 static_assert(kDomainNameOffset + kNameSize == kDomainEntrySize);
 
@@ -123,11 +123,8 @@ std::uint32_t AlertDataImageBuilder::addDomain(const _GUID &domainId, const char
   return append(domains_, entry);
 }
 
-std::uint32_t AlertDataImageBuilder::addModemLocation(const void *location) noexcept {
-  if (!location) return ALRT_E_INVALIDPARAM;
-  ModemLocation entry;
-  std::memcpy(entry.bytes, location, sizeof entry.bytes);
-  return append(locations_, entry);
+std::uint32_t AlertDataImageBuilder::addModemLocation(const ALRTMODEM_LOCATION &location) noexcept {
+  return append(locations_, location);
 }
 
 std::uint32_t AlertDataImageBuilder::build(std::vector<unsigned char> &image) const noexcept {
@@ -213,8 +210,8 @@ std::uint32_t AlertDataImageBuilder::build(std::vector<unsigned char> &image) co
       at += kDomainEntrySize;
     }
     at = out.block(kModemLocationTableWord, locations, locations_.size());
-    for (const ModemLocation &location : locations_) {
-      out.bytes(at + kModemLocationId, location.bytes, sizeof location.bytes);
+    for (const ALRTMODEM_LOCATION &location : locations_) {
+      out.bytes(at + kModemLocationId, &location, sizeof location);
       at += kModemLocationEntrySize;
     }
 

@@ -14,13 +14,14 @@
 // - product entry: the number at 28, the name (at most 63 characters and a
 //   terminator) at kProductNameOffset;
 // - domain entry: the object ID at 12, the name at kDomainNameOffset;
-// - modem location entry: the 143-byte location record at 28.
+// - modem location entry: the ALRTMODEM_LOCATION at 28.
 // Entries of the areas and tables keep the order in which they were added.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
+#include "config/modem_location_table.h"
 #include "events/event_class_table.h"
 #include "platform/export.h"
 #include "platform/win_types.h"
@@ -37,7 +38,6 @@ inline constexpr std::uint32_t kUserInstanceRecordOffset = 64;
 inline constexpr std::uint32_t kProductNameOffset = 32;
 inline constexpr std::uint32_t kDomainNameOffset = 28;
 inline constexpr std::uint32_t kNameSize = 64;
-inline constexpr std::uint32_t kModemLocationRecordSize = 143;
 
 }  // namespace alert_data_image
 
@@ -52,8 +52,7 @@ class ALERTDB_API AlertDataImageBuilder {
   std::uint32_t addUserInstance(const ALRTUSRINSTSERV &instance) noexcept;
   std::uint32_t addProduct(std::uint32_t productNumber, const char *name) noexcept;
   std::uint32_t addDomain(const _GUID &domainId, const char *name) noexcept;
-  // `location`: an ALRTMODEM_LOCATION, 143 bytes starting with its object ID.
-  std::uint32_t addModemLocation(const void *location) noexcept;
+  std::uint32_t addModemLocation(const ALRTMODEM_LOCATION &location) noexcept;
 
   // Replaces `image` with the image of everything added so far; the builder
   // keeps its records, so more may be added and built again.
@@ -65,15 +64,11 @@ class ALERTDB_API AlertDataImageBuilder {
     _GUID id;
     char name[alert_data_image::kNameSize];
   };
-  struct ModemLocation {
-    unsigned char bytes[alert_data_image::kModemLocationRecordSize];
-  };
-
   std::vector<ALRTEVENT_CLASSREC> events_;
   std::vector<ALERTRESPREC> responses_;
   std::vector<ALRTNTFYSERV> services_;
   std::vector<ALRTUSRINSTSERV> instances_;
   std::vector<NamedEntry> products_;
   std::vector<NamedEntry> domains_;
-  std::vector<ModemLocation> locations_;
+  std::vector<ALRTMODEM_LOCATION> locations_;
 };

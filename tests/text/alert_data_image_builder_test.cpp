@@ -66,10 +66,9 @@ class BuiltImage : public ::testing::Test {
       const std::string name = "product " + std::to_string(n);
       ASSERT_EQ(builder.addProduct(1000u + n, name.c_str()), 0u);
       ASSERT_EQ(builder.addDomain(id(0xD0, n), "domain"), 0u);
-      unsigned char location[143] = {};
-      const _GUID locationId = id(0xE0, n);
-      std::memcpy(location, &locationId, sizeof locationId);
-      location[142] = n;
+      ALRTMODEM_LOCATION location{};
+      location.KEPOID = id(0xE0, n);
+      location.CountryID = 0x10000u + n;
       ASSERT_EQ(builder.addModemLocation(location), 0u);
     }
     ASSERT_EQ(builder.build(image), 0u);
@@ -139,7 +138,9 @@ TEST_F(BuiltImage, TableEntriesCarryTheirNamesAndRecords) {
     const _GUID location = id(0xE0, n);
     ASSERT_EQ(GetModemLocationbyOID(image.data(), &location, &entry), 0u);
     ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(static_cast<unsigned char *>(entry)[kModemLocationId + 142], n);
+    ALRTMODEM_LOCATION stored;
+    std::memcpy(&stored, static_cast<unsigned char *>(entry) + kModemLocationId, sizeof stored);
+    EXPECT_EQ(std::uint32_t{stored.CountryID}, 0x10000u + n);
   }
 }
 
@@ -148,7 +149,6 @@ TEST_F(BuiltImage, LongNamesAreCutAndNullArgumentsRefused) {
   ASSERT_EQ(builder.addProduct(5, longName.c_str()), 0u);
   EXPECT_EQ(builder.addProduct(6, nullptr), ALRT_E_INVALIDPARAM);
   EXPECT_EQ(builder.addDomain(id(1), nullptr), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(builder.addModemLocation(nullptr), ALRT_E_INVALIDPARAM);
   ASSERT_EQ(builder.build(image), 0u);
   void *entry = nullptr;
   ASSERT_EQ(GetProdNamebyID(image.data(), 5, &entry), 0u);
