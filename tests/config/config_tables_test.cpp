@@ -174,9 +174,10 @@ TEST_F(DialingTablesTest, TheTwoByteCountryCodeDoesNotDisturbTheCountryId) {
   ASSERT_EQ(locations.DBAlertRecAdd(&location, &id), 0u);
   ALRTMODEM_LOCATION read{};
   ASSERT_EQ(locations.DBAlertRecRetrieve(&id, &read), 0u);
-  EXPECT_EQ(read.CountryCode, 49u);
-  EXPECT_EQ(read.CountryID, 0x10000u);
-  EXPECT_EQ(read.Tone, 1u);
+  // Packed members are read by value.
+  EXPECT_EQ(std::uint32_t{read.CountryCode}, 49u);
+  EXPECT_EQ(std::uint32_t{read.CountryID}, 0x10000u);
+  EXPECT_EQ(std::uint32_t{read.Tone}, 1u);
   platform::StoreTableInfo info = tableInfo(dataPath("AlCfgdb.dat"), "ModemLocation");
   ASSERT_EQ(info.fields.size(), 11u);
   EXPECT_EQ(info.fields[8].name, "CountryCode");

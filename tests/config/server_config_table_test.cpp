@@ -112,7 +112,7 @@ TEST_F(ServerConfigTest, EachEntryNamesItsServerAndLandsInItsTable) {
   EXPECT_TRUE(sameBytes(inst.ServerOID, server));
   EXPECT_EQ(std::string(inst.ServiceName), longest);
   EXPECT_TRUE(sameBytes(inst.ServiceSpecOID, kZeroId));
-  EXPECT_EQ(inst.BackupServer, 0u);
+  EXPECT_EQ(std::uint32_t{inst.BackupServer}, 0u);
 }
 
 TEST_F(ServerConfigTest, AServiceNameTooLongForItsFieldIsRefusedNotCut) {
