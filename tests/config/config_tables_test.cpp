@@ -1,12 +1,18 @@
+#include <sqlite3.h>
+
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "config/agent_relation_tables.h"
+#include "config/ext_agent_table.h"
 #include "config/installed_service_table.h"
 #include "config/modem_location_table.h"
 #include "config/pager_provider_table.h"
+#include "config/server_config_table.h"
 #include "config/server_sub_tables.h"
 #include "services/service_test_support.h"
 #include "support/test_environment.h"
@@ -203,6 +209,76 @@ TEST_F(DialingTablesTest, OnlyTheConfigurationFileIsRestoredFromItsBackup) {
   EXPECT_FALSE(std::filesystem::exists(dataPath("APgeProv.dat")));
   CAlertMODEM_LOCATIONDB locations;
   EXPECT_EQ(locations.DBOpen(), 0u);
+}
+
+}  // namespace
+
+namespace {
+
+// Each table's query-information list as the file's catalog keeps it: the
+// entries' bytes, then their key numbers and kinds.
+struct QueryInfoList {
+  std::string bytes, keys, kinds;
+};
+std::vector<QueryInfoList> queryInfoLists(const std::string &path) {
+  std::vector<QueryInfoList> lists;
+  sqlite3 *db = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    sqlite3_stmt *s = nullptr;
+    sqlite3_prepare_v2(db,
+                       "SELECT group_concat(hex(entry), ''), group_concat(key_number),"
+                       " group_concat(kind, '') FROM (SELECT * FROM alertdb_query_info"
+                       " ORDER BY table_name, position) GROUP BY table_name",
+                       -1, &s, nullptr);
+    auto text = [&](int column) {
+      return std::string(reinterpret_cast<const char *>(sqlite3_column_text(s, column)));
+    };
+    while (sqlite3_step(s) == SQLITE_ROW) lists.push_back({text(0), text(1), text(2)});
+    sqlite3_finalize(s);
+  }
+  sqlite3_close(db);
+  return lists;
+}
+
+TEST_F(DialingTablesTest, EveryConfigurationTablePassesTheWholeSharedList) {
+  CAlert_SRV_CFGDB servers;
+  CAlert_EXTAGT_CFGDB agents;
+  CAlertAGNT_SERV_RELDB agentSide;
+  CAlertSERV_AGNT_RELDB serverSide;
+  CAlertSERV_TRAPListDB traps;
+  CAlertSERV_AUTOPINGDB pings;
+  CAlertSERV_MODEMDB modems;
+  CAlertSERV_INST_NTFY_SERVDB installed;
+  CAlertMODEM_LOCATIONDB locations;
+  CAlertAPAGE_SERVICE_PROVIDERDB providers;
+  for (std::uint32_t status :
+       {servers.DBCreate(), agents.DBCreate(), agentSide.DBCreate(), serverSide.DBCreate(),
+        traps.DBCreate(), pings.DBCreate(), modems.DBCreate(), installed.DBCreate(),
+        locations.DBCreate(), providers.DBCreate()}) {
+    ASSERT_EQ(status, 0u);
+  }
+  std::vector<QueryInfoList> lists = queryInfoLists(dataPath("AlCfgdb.dat"));
+  ASSERT_EQ(lists.size(), 9u);
+  std::vector<QueryInfoList> own = queryInfoLists(dataPath("APgeProv.dat"));
+  ASSERT_EQ(own.size(), 1u);
+  lists.push_back(own[0]);
+  // Keys 1 to 77 in order but for the installed services' 66, 68, 67; the
+  // object-ID keys and the four name keys are of kind 1.
+  std::string keys, kinds;
+  for (int k = 1; k <= 77; ++k) {
+    int key = k == 67 ? 68 : k == 68 ? 67 : k;
+    keys += (k > 1 ? "," : "") + std::to_string(key);
+    bool unique = false;
+    for (int one : {1, 2, 16, 17, 24, 28, 32, 41, 46, 51, 52, 65, 70, 73}) unique |= key == one;
+    kinds += unique ? '1' : '2';
+  }
+  for (const QueryInfoList &list : lists) {
+    EXPECT_EQ(list.bytes.size(), 77u * 20 * 2);
+    EXPECT_EQ(list.bytes.substr(0, 4), "1400");
+    EXPECT_EQ(list.bytes, lists[0].bytes);
+    EXPECT_EQ(list.keys, keys);
+    EXPECT_EQ(list.kinds, kinds);
+  }
 }
 
 }  // namespace

@@ -1,17 +1,22 @@
 #include "config/server_config_table.h"
 
+#include <sqlite3.h>
+
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "config/config_test_support.h"
+#include "config/modem_location_table.h"
 #include "services/service_test_support.h"
 
 using alertdb_test::addResponse;
 using alertdb_test::addService;
 using alertdb_test::addUser;
 using alertdb_test::ChangeEventWatch;
+using alertdb_test::countByKey;
 using alertdb_test::holdsTable;
 using alertdb_test::kZeroId;
 using alertdb_test::makeId;
@@ -276,6 +281,112 @@ TEST_F(ServerConfigTest, ServerRecordsKeepEveryFieldAndChangesAreSignalled) {
   twin.KEPOID = {};
   _GUID twinId{};
   EXPECT_EQ(servers->DBAlertRecAdd(&twin, &twinId), ALRT_E_ADDFAILED);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ServerConfigTest, AConfiguredServerLosesOnlyItsInstalledServicesWhenDeleted) {
+  _GUID server = makeId(0x10), other = makeId(0x11);
+  addServer(server, "alpha");
+  addServer(other, "beta");
+  // Trap sources, ping targets and an agent of each server.
+  CAlert_EXTAGT_CFGDB agents;
+  ASSERT_EQ(agents.DBCreate(), 0u);
+  ALRT_EXTAGT_CFGREC agent{};
+  std::strcpy(agent.MachineName, "agent");
+  _GUID agentId{}, id{};
+  ASSERT_EQ(agents.DBAlertRecAdd(&agent, &agentId), 0u);
+  for (_GUID s : {server, other}) {
+    for (int i = 0; i < 2; ++i) {
+      ALRTSERV_SNMPTRAP trap{};
+      ASSERT_EQ(servers->QALRTServCfgAddSNMPTrapEntry(&s, &trap, &id), 0u);
+      ALRTSERV_AUTOPING ping{};
+      std::snprintf(ping.Name, sizeof ping.Name, "%02x%d", s.Data4[0], i);
+      ASSERT_EQ(servers->QALRTServCfgAddAutoPingEntry(&s, &ping, &id), 0u);
+    }
+    ASSERT_EQ(agents.QALRTAgntCfgAddServiceEntry(&s, &agentId, &id), 0u);
+    ASSERT_EQ(servers->QALRTServCfgAddAgentEntry(&s, &agentId, &id), 0u);
+  }
+  // A modem of the server at a dialing location.
+  CAlertMODEM_LOCATIONDB locations;
+  ASSERT_EQ(OpenOrCreate(locations), 0u);
+  ALRTMODEM_LOCATION location{};
+  std::strcpy(location.LocationName, "office");
+  _GUID locationId{}, modemId{};
+  ASSERT_EQ(locations.DBAlertRecAdd(&location, &locationId), 0u);
+  CAlertSERV_MODEMDB modems;
+  ASSERT_EQ(OpenOrCreate(modems), 0u);
+  auto modem = std::make_unique<ALRTSERV_MODEM>();
+  modem->ServerOID = server;
+  modem->LocationOID = locationId;
+  std::strcpy(modem->ModemName, "COM1");
+  ASSERT_EQ(modems.DBAlertRecAdd(modem.get(), &modemId), 0u);
+  // Installed services, one of them through a user and a response.
+  _GUID user = makeId(0x20), mail = addService(*catalogue, "mail");
+  addUser(*users, user);
+  giveService(user, mail, "user@example.org");
+  _GUID viaMail = addResponse(*responses, response("user mail", user, mail));
+  install(server, mail, "mail");
+  install(server, makeId(0x31), "pager");
+  _GUID kept = install(other, makeId(0x32), "pager");
+
+  ASSERT_EQ(servers->DBAlertRecDelete(&server), 0u);
+  EXPECT_EQ(installedOn(server), 0);
+  EXPECT_FALSE(stored<ALERTRESPREC>(*responses, viaMail));
+  EXPECT_EQ(instancesOf(mail), 0);
+  EXPECT_TRUE(stored<ALRTSERV_INST_NTFY_SERVREC>(*installed, kept));
+  // Everything else hangs on by its own "ServerOID".
+  CAlertSERV_TRAPListDB traps;
+  CAlertSERV_AUTOPINGDB pings;
+  CAlertSERV_AGNT_RELDB serverSide;
+  CAlertAGNT_SERV_RELDB agentSide;
+  ASSERT_EQ(traps.DBOpen(), 0u);
+  ASSERT_EQ(pings.DBOpen(), 0u);
+  ASSERT_EQ(serverSide.DBOpen(), 0u);
+  ASSERT_EQ(agentSide.DBOpen(), 0u);
+  EXPECT_EQ(
+      countByKey(traps, CAlertSERV_TRAPListDB::kServerKey, server, &ALRTSERV_SNMPTRAP::ServerOID),
+      2);
+  EXPECT_EQ(
+      countByKey(pings, CAlertSERV_AUTOPINGDB::kServerKey, server, &ALRTSERV_AUTOPING::ServerOID),
+      2);
+  EXPECT_EQ(countByKey(serverSide, CAlertSERV_AGNT_RELDB::kServerKey, server,
+                       &ALRTSERV_AGNT_RELREC::ServerOID),
+            2);
+  EXPECT_EQ(alertdb_test::rowCount(agentSide), 2);
+  EXPECT_TRUE(stored<ALRTSERV_MODEM>(modems, modemId));
+  EXPECT_TRUE(stored<ALRT_EXTAGT_CFGREC>(agents, agentId));
+}
+
+TEST_F(ServerConfigTest, AServerIsStampedWithTheDomainAndACopyOpensItsOwnNeighbours) {
+  _GUID server = makeId(0x10), domain{};
+  addServer(server, "alpha");
+  ASSERT_EQ(platform::KepOMGetDomainID(&domain), 0u);
+  sqlite3 *db = nullptr;
+  ASSERT_EQ(sqlite3_open_v2(dataPath("AlCfgdb.dat").c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
+            SQLITE_OK);
+  sqlite3_stmt *s = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT k15 FROM \"ALRT_Server_Config\"", -1, &s, nullptr),
+            SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
+  ASSERT_EQ(sqlite3_column_bytes(s, 0), 16);
+  EXPECT_EQ(std::memcmp(sqlite3_column_blob(s, 0), &domain, 16), 0) << "the Domain_Id field";
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+
+  CAlert_SRV_CFGDB copy(*servers);
+  ASSERT_EQ(copy.DBOpen(), 0u);
+  ALRTSERV_SNMPTRAP trap{};
+  _GUID trapId{};
+  ASSERT_EQ(copy.QALRTServCfgAddSNMPTrapEntry(&server, &trap, &trapId), 0u);
+  copy = *servers;
+  EXPECT_EQ(copy.QALRTServCfgAddSNMPTrapEntry(&server, &trap, &trapId), ALRT_E_NOTFOUND)
+      << "an assigned copy holds no handle until it opens";
+  ASSERT_EQ(copy.DBOpen(), 0u);
+  trap.KEPOID = {};
+  EXPECT_EQ(copy.QALRTServCfgAddSNMPTrapEntry(&server, &trap, &trapId), 0u);
 }
 
 }  // namespace
