@@ -14,8 +14,9 @@
 // example by passing it once through CheckAlertDataImage with its size.
 // In both cases the image holds at least its 80-byte header.
 //
-// An image whose layout version (second word) is not 0x30001 has nothing in
-// it: every lookup gives its not-found result. The class ID of an event is
+// The lookups do not test the image's layout version (second word, 0x30001
+// for this layout): callers test it once with DoesVersionMatch, and an image
+// of another layout is searched as if it had this one. The class ID of an event is
 // the EventID of its event class. Index blocks must be sorted by their key
 // (object IDs as unsigned bytes, class IDs as unsigned numbers); in an
 // unsorted one a key may be missed, never a read made outside it.

@@ -75,6 +75,8 @@ std::uint32_t CheckAlertDataImage(const void *image, std::size_t imageSize) {
   if (!image) return ALRT_E_INVALIDPARAM;
   const auto reader = ImageReader::open(image, imageSize);
   if (!reader) return kFault;
+  // The check covers the layout too: only this layout's images pass.
+  if (reader->word(kVersionWord) != kImageLayoutVersion) return kFault;
   if (reader->word(kSizedMarkWord) == kSizedMark && reader->word(kSizeWord) > imageSize) {
     return kFault;
   }

@@ -18,14 +18,13 @@ static_assert(std::endian::native == std::endian::little);
 // of them never wrap.
 class ImageReader {
  public:
-  // Nothing for a null image or one of another layout version. `limit` is
-  // how many bytes may be read; an image that records its own size is held
-  // to the smaller of the two.
+  // Nothing for a null image. `limit` is how many bytes may be read; an
+  // image that records its own size is held to the smaller of the two. The
+  // layout version is not looked at: telling it is DoesVersionMatch's part.
   static std::optional<ImageReader> open(const void *image, std::uint64_t limit) {
     using namespace alert_data_image;
     if (!image || limit < kHeaderSize) return std::nullopt;
     ImageReader reader(static_cast<const unsigned char *>(image), limit);
-    if (reader.word(kVersionWord) != kImageLayoutVersion) return std::nullopt;
     if (reader.word(kSizedMarkWord) == kSizedMark) {
       const std::uint64_t recorded = reader.word(kSizeWord);
       if (recorded < kHeaderSize) return std::nullopt;
