@@ -1,5 +1,6 @@
 // "ALRT_ExtAgent_Config": the extension agents that report events to alert
 // servers. An agent is related to a server in both relation tables at once.
+// The numbers of an agent record are the caller's and are stored unchanged.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,8 @@
 // "ALRT_Server_Config": the alert servers. A server is the hub of its SNMP
 // trap sources, auto-ping targets, installed notification services and of
 // the agents that report to it; deleting a server deletes its installed
-// services with their dependents.
+// services with their dependents. The numbers of a server record are the
+// caller's and are stored unchanged.
 #pragma once
 
 #include <cstdint>

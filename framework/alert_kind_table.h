@@ -1,8 +1,9 @@
 // CAlertKindTable<Derived, REC>: the shape shared by tables that differ only
 // in their record and definition (the service-specific tables, the per-user
-// address tables). It carries the constructors, the copy, the binding and the
-// signalling rule; the exported class supplies its record and its
-// `static const AlertKindDefinition kDefinition`.
+// address tables, the alert configuration sub-tables). It carries the
+// constructors, the copy, the binding and the signalling rule; the exported
+// class supplies its record and its `static const AlertKindDefinition
+// kDefinition`.
 #pragma once
 
 #include <cstddef>
