@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "platform/file_names.h"
@@ -80,6 +82,41 @@ std::size_t prefixEnd(const KeyValue &prefix, unsigned char *out) {
   std::memcpy(out, prefix.bytes, n);
   out[n - 1] = static_cast<unsigned char>(out[n - 1] + 1);
   return n;
+}
+
+// The files this process found sound, by identity and schema version.
+struct CheckedFile {
+  dev_t device;
+  ino_t inode;
+  std::int64_t schema;
+  bool operator==(const CheckedFile &) const = default;
+};
+
+class CheckedFiles {
+ public:
+  bool contains(const CheckedFile &file) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return std::find(files_.begin(), files_.end(), file) != files_.end();
+  }
+  void add(const CheckedFile &file) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    // Another schema of the same file replaces the one known.
+    files_.erase(std::remove_if(files_.begin(), files_.end(),
+                                [&](const CheckedFile &f) {
+                                  return f.device == file.device && f.inode == file.inode;
+                                }),
+                 files_.end());
+    files_.push_back(file);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<CheckedFile> files_;
+};
+
+CheckedFiles &checkedFiles() {
+  static CheckedFiles *files = new CheckedFiles;  // outlives static destructors
+  return *files;
 }
 
 // Prepared statements of one table, made when first needed.
@@ -201,7 +238,16 @@ std::uint32_t SqliteSession::checkFile(std::uint32_t mode, Repairs *repairs,
     return QDB_E_DAMAGED;
   }
   format_ = static_cast<int>(format);
+  // A file this process has checked keeps its structure until its schema
+  // changes: the normal open then reads only the header and these pragmas.
+  std::int64_t schema = 0;
+  struct stat st;
+  bool identified = queryNumber(db_, "PRAGMA schema_version", &schema) &&
+                    ::stat(path_.c_str(), &st) == 0;
+  CheckedFile file{st.st_dev, st.st_ino, schema};
+  if (mode != kOpenRecover && identified && checkedFiles().contains(file)) return QDB_OK;
   std::uint32_t status = checkStructure(db_, format_, repairs, defs);
+  if (status == QDB_OK && repairs->empty() && identified) checkedFiles().add(file);
   if (status != QDB_OK || mode != kOpenRecover) return status;
   // The recovery open changes nothing before the whole file has passed.
   if ((status = checkContents(db_, format_)) != QDB_OK) return status;

@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -325,6 +326,26 @@ TEST_F(DamagedFileTest, OlderFilesReadAsBeforeAndGainChecksumsWhenWrittenOrRecov
   ASSERT_EQ(t.select(h), 0u);
   id = idOf(5);
   EXPECT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), QDB_E_DAMAGED);
+}
+
+TEST_F(DamagedFileTest, AFileCheckedOnceIsCheckedAgainWhenItsSchemaOrItselfChanges) {
+  makeStore();
+  makeStore("Other.dat");
+  KEPDB *h = open("Store.dat", kOpenExisting);
+  ASSERT_NE(h, nullptr);
+  close(h);
+  // A schema change: the index is gone, so the next open must see it.
+  sql("Store.dat", "DROP INDEX \"Sample_Table:k3\"");
+  EXPECT_EQ(open("Store.dat", kOpenExisting), nullptr);
+  // Another file put in its place under the same name is checked as new.
+  h = open("Other.dat", kOpenExisting);
+  ASSERT_NE(h, nullptr);
+  close(h);
+  sql("Other.dat", "DELETE FROM alertdb_fields");  // rows only: the schema stays
+  std::string damaged = readFile(dataPath("Other.dat"));
+  ASSERT_EQ(std::rename(dataPath("Other.dat").c_str(), dataPath("Moved.dat").c_str()), 0);
+  writeFile(dataPath("Other.dat"), damaged);
+  EXPECT_EQ(open("Other.dat", kOpenExisting), nullptr);
 }
 
 TEST_F(DamagedFileTest, RecoveryRebuildsLostQueryTypeTablesOnlyAfterTheFullCheck) {
