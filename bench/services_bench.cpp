@@ -18,9 +18,9 @@
 #include <tuple>
 #include <vector>
 
+#include "bench_support.h"
 #include "framework/file_locks.h"
 #include "platform/guid.h"
-#include "bench_support.h"
 #include "services/notify_services_table.h"
 
 namespace {

@@ -242,8 +242,8 @@ std::uint32_t SqliteSession::checkFile(std::uint32_t mode, Repairs *repairs,
   // changes: the normal open then reads only the header and these pragmas.
   std::int64_t schema = 0;
   struct stat st;
-  bool identified = queryNumber(db_, "PRAGMA schema_version", &schema) &&
-                    ::stat(path_.c_str(), &st) == 0;
+  bool identified =
+      queryNumber(db_, "PRAGMA schema_version", &schema) && ::stat(path_.c_str(), &st) == 0;
   CheckedFile file{st.st_dev, st.st_ino, schema};
   if (mode != kOpenRecover && identified && checkedFiles().contains(file)) return QDB_OK;
   std::uint32_t status = checkStructure(db_, format_, repairs, defs);
