@@ -113,13 +113,26 @@ std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key, bool forwar
 
 // Replaces the batch with what a fetch put into the spare one, when it found
 // anything; the cursor is untouched when it did not.
-std::uint32_t takeFetched(Handle &h, std::uint32_t r) {
+std::uint32_t takeFetched(Handle &h, std::uint32_t r, std::uint64_t mark) {
   Cursor &c = h.cursor;
   if (r != QDB_OK) return r;
   if (c.spare.empty()) return QDB_E_NOTFOUND;
   c.batch.swap(c.spare);
   c.stamp = h.table->changes();
+  c.mark = mark;
   return QDB_OK;
+}
+
+// Whether the rows fetched are still what the file holds: nothing changed
+// the table through this session, and no commit anywhere moved the mark.
+bool rowsCurrent(const Handle &h) {
+  const Cursor &c = h.cursor;
+  return c.stamp == h.table->changes() &&
+         (!h.session->tracksCommits() || h.session->commitMark() == c.mark);
+}
+
+std::uint32_t maxWindow(const Handle &h) {
+  return h.session->tracksCommits() ? Cursor::kMaxTrackedWindow : Cursor::kMaxWindow;
 }
 
 // The rows a find or find-first fetches: what the walk from the previous
@@ -145,6 +158,7 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
     // where the value's records end.
     std::uint32_t limit = firstFetch(c, *k, !search.isPrefix);
     FetchFrom from = limit == 1 ? FetchFrom::Equal : FetchFrom::From;
+    std::uint64_t mark = h.session->commitMark();
     std::uint32_t r = h.session->fetch(*h.table, *k, from, search, 0, limit, &c.spare);
     if (r != QDB_OK) return r;
     KeyValue first;
@@ -152,7 +166,7 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
       if ((r = storedKey(h, *k, c.spare, 0, &first)) != QDB_OK) return r;
       if (!store::keyMatches(first, search)) c.spare.clear();
     }
-    if ((r = takeFetched(h, QDB_OK)) != QDB_OK) return r;
+    if ((r = takeFetched(h, QDB_OK, mark)) != QDB_OK) return r;
     if (andRead) {
       if ((r = readRow(h, 0, *k)) != QDB_OK) return r;
       if (!store::keyMatches(c.key.value(), search)) {
@@ -199,6 +213,7 @@ std::uint32_t QDBRecordUpdate(KEPDB *id) {
     c.current = 0;
     c.next = 1;
     c.stamp = h.table->changes();
+    c.mark = h.session->commitMark();
     c.verifyKey = false;
     if (const KeyDef *k = def.findKey(c.keyNumber)) {
       c.key.assign(store::keyOfRecord(def, *k, h.image.data()));
@@ -211,13 +226,19 @@ std::uint32_t QDBRecordDelete(KEPDB *id) {
   return store::withTable(id, [&](Handle &h, const TableDef &) -> std::uint32_t {
     Cursor &c = h.cursor;
     if (!c.valid || c.currentDeleted) return QDB_E_NOCURRENT;
-    bool fresh = c.stamp == h.table->changes();
+    bool fresh = rowsCurrent(h);
+    std::uint64_t before = h.session->commitMark();
     std::uint32_t r = h.session->remove(*h.table, c.seq);
     if (r != QDB_OK) return r;
     // The cursor keeps its place. Only the current row went, so the rows
-    // fetched after it still hold.
+    // fetched after it still hold, unless someone else committed meanwhile
+    // (a commit of its own moves the mark by two).
     c.currentDeleted = true;
-    if (fresh) c.stamp = h.table->changes();
+    std::uint64_t after = h.session->commitMark();
+    if (fresh && (after == before || after == before + 2)) {
+      c.stamp = h.table->changes();
+      c.mark = after;
+    }
     return QDB_OK;
   });
 }
@@ -226,8 +247,9 @@ std::uint32_t QDBRecordRead(KEPDB *id) {
   return store::withTable(id, [&](Handle &h, const TableDef &def) -> std::uint32_t {
     Cursor &c = h.cursor;
     if (!c.valid || c.currentDeleted) return QDB_E_NOCURRENT;
-    if (c.stamp != h.table->changes() || c.current == Cursor::kNone) {
-      std::uint32_t r = takeFetched(h, h.session->fetchRow(*h.table, c.seq, &c.spare));
+    if (!rowsCurrent(h) || c.current == Cursor::kNone) {
+      std::uint64_t mark = h.session->commitMark();
+      std::uint32_t r = takeFetched(h, h.session->fetchRow(*h.table, c.seq, &c.spare), mark);
       if (r == QDB_E_NOTFOUND) return QDB_E_NOCURRENT;
       if (r != QDB_OK) return r;
       c.current = 0;
@@ -265,8 +287,9 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
     static const KeyValue none;
     if (direction == kSkipFirst) {
       std::uint32_t limit = firstFetch(c, *k, false);
+      std::uint64_t mark = h.session->commitMark();
       std::uint32_t r = takeFetched(
-          h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0, limit, &c.spare));
+          h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0, limit, &c.spare), mark);
       if (r != QDB_OK) return r;
       return readRow(h, 0, *k);
     }
@@ -282,13 +305,14 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
       c.keyNumber = key;
       c.next = c.batch.size();
     }
-    if (c.next < c.batch.size() && c.stamp == h.table->changes()) {
-      return readRow(h, c.next, *k, true);
-    }
-    std::uint32_t r = takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::AfterRow,
-                                                      c.key.value(), c.seq, c.window, &c.spare));
+    if (c.next < c.batch.size() && rowsCurrent(h)) return readRow(h, c.next, *k, true);
+    std::uint64_t mark = h.session->commitMark();
+    std::uint32_t r = takeFetched(h,
+                                  h.session->fetch(*h.table, *k, FetchFrom::AfterRow, c.key.value(),
+                                                   c.seq, c.window, &c.spare),
+                                  mark);
     if (r != QDB_OK) return r;
-    c.window = std::min(c.window * 2, Cursor::kMaxWindow);
+    c.window = std::min(c.window * 2, maxWindow(h));
     return readRow(h, 0, *k, true);
   });
 }

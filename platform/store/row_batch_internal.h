@@ -13,6 +13,7 @@ namespace platform::store {
 
 class RowBatch {
  public:
+  void reserveRows(std::size_t rows) { rows_.reserve(rows); }
   void clear() {
     used_ = 0;
     rows_.clear();

@@ -16,6 +16,7 @@
 
 #include "platform/file_names.h"
 #include "platform/file_system_internal.h"
+#include "platform/store/change_counter_internal.h"
 #include "platform/store/lock_span_internal.h"
 #include "platform/store/sqlite_catalog_internal.h"
 #include "platform/store/sqlite_file_check_internal.h"
@@ -153,6 +154,8 @@ class SqliteSession final : public StoreSession {
   void noteDamage() override {
     sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   }
+  bool tracksCommits() const override { return counter_.available(); }
+  std::uint64_t commitMark() const override { return counter_.value(); }
   std::uint32_t table(const std::string &name, std::shared_ptr<TableHandle> *out) override;
   std::uint32_t createTable(const TableDef &def, std::shared_ptr<TableHandle> *out) override;
   std::uint32_t addQueryType(const QueryTypeDef &type) override;
@@ -183,10 +186,22 @@ class SqliteSession final : public StoreSession {
   std::uint32_t beginRead();
   // A rollback undoes this session's changes: rows fetched since are stale.
   void noteRollback();
+  // Runs a write; outside a transaction it commits, so the counter is
+  // bumped before and after it.
+  template <typename Write>
+  int committing(Write write) {
+    if (writeDepth_ > 0 || readDepth_ > 0) return write();
+    counter_.bump();
+    int rc = write();
+    counter_.bump();
+    return rc;
+  }
 
   sqlite3 *db_;
   std::string path_;
   int format_ = kFormatVersion;
+  // Bumped around every commit, so that cursors elsewhere know to fetch again.
+  ChangeCounter counter_ = ChangeCounter::none();
   std::map<std::string, std::shared_ptr<SqliteTable>> tables_;
   Statement begin_, commit_;
   int writeDepth_ = 0;
@@ -245,6 +260,7 @@ std::uint32_t SqliteSession::checkFile(std::uint32_t mode, Repairs *repairs,
   bool identified =
       queryNumber(db_, "PRAGMA schema_version", &schema) && ::stat(path_.c_str(), &st) == 0;
   CheckedFile file{st.st_dev, st.st_ino, schema};
+  if (identified) counter_ = ChangeCounter::forFile(st.st_dev, st.st_ino);
   if (mode != kOpenRecover && identified && checkedFiles().contains(file)) return QDB_OK;
   std::uint32_t status = checkStructure(db_, format_, repairs, defs);
   if (status == QDB_OK && repairs->empty() && identified) checkedFiles().add(file);
@@ -377,7 +393,7 @@ std::uint32_t SqliteSession::insert(TableHandle &handle, const unsigned char *st
   Use q(t.insert);
   sqlite3_bind_blob(*q, 1, stored, static_cast<int>(size), SQLITE_STATIC);
   for (std::size_t i = 0; i < def.keys.size(); ++i) bindKey(*q, static_cast<int>(i) + 2, keys[i]);
-  int rc = sqlite3_step(*q);
+  int rc = committing([&] { return sqlite3_step(*q); });
   if (rc != SQLITE_DONE) return failure(rc);
   *seq = sqlite3_last_insert_rowid(db_);
   t.noteChange();
@@ -401,7 +417,7 @@ std::uint32_t SqliteSession::update(TableHandle &handle, std::int64_t seq,
   int index = 2;
   for (std::size_t i = 0; i < def.keys.size(); ++i) bindKey(*q, index++, keys[i]);
   sqlite3_bind_int64(*q, index, seq);
-  int rc = sqlite3_step(*q);
+  int rc = committing([&] { return sqlite3_step(*q); });
   if (rc != SQLITE_DONE) return failure(rc);
   if (sqlite3_changes(db_) != 1) return QDB_E_NOCURRENT;
   t.noteChange();
@@ -416,7 +432,7 @@ std::uint32_t SqliteSession::remove(TableHandle &handle, std::int64_t seq) {
   }
   Use q(t.remove);
   sqlite3_bind_int64(*q, 1, seq);
-  int rc = sqlite3_step(*q);
+  int rc = committing([&] { return sqlite3_step(*q); });
   if (rc != SQLITE_DONE) return failure(rc);
   if (sqlite3_changes(db_) != 1) return QDB_E_NOCURRENT;
   t.noteChange();
@@ -554,7 +570,9 @@ std::uint32_t SqliteSession::unlockWrite() {
     lockSpanLeave(true);
     return QDB_OK;
   }
+  counter_.bump();
   int rc = execute(db_, "COMMIT");
+  counter_.bump();
   if (rc != SQLITE_OK) {
     execute(db_, "ROLLBACK");
     noteRollback();
@@ -579,7 +597,8 @@ std::uint32_t SqliteSession::lockRead() {
 
 std::uint32_t SqliteSession::unlockRead() {
   if (readDepth_ == 0) return QDB_E_LOCKSTATE;
-  if (--readDepth_ == 0 && writeDepth_ == 0) execute(db_, "COMMIT");
+  // A write made under the read lock commits here.
+  if (--readDepth_ == 0 && writeDepth_ == 0) committing([&] { return execute(db_, "COMMIT"); });
   return QDB_OK;
 }
 

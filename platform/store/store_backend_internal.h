@@ -62,6 +62,12 @@ class StoreSession {
   // Remembers that damage was met, so that nothing more is written back.
   virtual void noteDamage() = 0;
 
+  // A mark that moves whenever any session, here or in another process,
+  // commits a change to the file (and sometimes when none did). Rows fetched
+  // after taking a mark are still what the file holds while it stays.
+  virtual bool tracksCommits() const = 0;
+  virtual std::uint64_t commitMark() const = 0;
+
   // The table of that name, or QDB_E_NOTABLE.
   virtual std::uint32_t table(const std::string &name, std::shared_ptr<TableHandle> *out) = 0;
   // Adds a table; an existing one with the same layout is accepted.

@@ -49,6 +49,9 @@ struct Cursor {
   // at a time.
   static constexpr std::uint32_t kFirstWindow = 4;
   static constexpr std::uint32_t kMaxWindow = 64;
+  // Where the session tells every commit to the file at once, rows fetched
+  // ahead stay good until one happens, and windows may grow further.
+  static constexpr std::uint32_t kMaxTrackedWindow = 512;
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
   bool valid = false;           // a current record exists
@@ -62,6 +65,7 @@ struct Cursor {
   std::size_t current = kNone;  // the current record's row in `batch`
   std::size_t next = 0;         // the next row to serve
   std::uint64_t stamp = 0;      // the table's changes when `batch` was fetched
+  std::uint64_t mark = 0;       // the session's commit mark taken before that fetch
   std::uint32_t window = kFirstWindow;
   std::uint32_t served = 0;   // rows served since the last find or find-first
   std::uint32_t learned = 1;  // rows the next find or find-first fetches

@@ -149,6 +149,8 @@ std::uint32_t bindTable(Handle &h, std::shared_ptr<TableHandle> table,
   h.keyField.assign(def.maxKeySize, 0);
   h.cursor = Cursor{};
   h.cursor.key.reserve(def.maxKeySize);
+  h.cursor.batch.reserveRows(Cursor::kMaxTrackedWindow);
+  h.cursor.spare.reserveRows(Cursor::kMaxTrackedWindow);
   h.table = std::move(table);
   return QDB_OK;
 }
