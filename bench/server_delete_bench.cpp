@@ -16,7 +16,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,6 +27,7 @@
 #include "platform/guid.h"
 #include "recipients/user_table.h"
 #include "responses/response_table.h"
+#include "seeded_cascade.h"
 
 namespace alertdb_bench {
 
@@ -54,22 +54,6 @@ struct Seed {
   _GUID server{};
   std::string error;
 };
-
-std::string seedPath(const char *file) {
-  return BenchEnvironment::get().file(std::string(kSeedPrefix) + file);
-}
-
-void removeStore(const std::string &path) {
-  std::error_code ignored;
-  for (const char *suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path + suffix, ignored);
-}
-
-bool copyStore(const std::string &from, const std::string &to) {
-  removeStore(to);
-  std::error_code error;
-  std::filesystem::copy_file(from, to, error);
-  return !error;
-}
 
 // The data set, written once by the engine through its own tables into the
 // files of the data directory, then kept as seed copies.
@@ -138,20 +122,20 @@ std::string fillSeed(const _GUID &target) {
   return ok ? "" : "the engine's fill failed";
 }
 
+const SeedFiles &seedFiles() {
+  static const SeedFiles files(std::vector<std::string>(std::begin(kFiles), std::end(kFiles)),
+                               kSeedPrefix);
+  return files;
+}
+
 const Seed &seed() {
   static const Seed made = [] {
     BenchEnvironment::get();  // the tables find their data directory through it
-    // Other figures of the run share the directory: the seed starts empty.
-    for (const char *file : kFiles) removeStore(BenchEnvironment::get().file(file));
+    seedFiles().clearLive();
     Seed s;
     platform::CoCreateGuid(&s.server);
     s.error = fillSeed(s.server);
-    for (const char *file : kFiles) {
-      const std::string live = BenchEnvironment::get().file(file);
-      if (s.error.empty() && !(checkpoint(live) && copyStore(live, seedPath(file)))) {
-        s.error = "cannot keep the seed files";
-      }
-    }
+    if (s.error.empty()) s.error = seedFiles().keep();
     return s;
   }();
   return made;
@@ -314,63 +298,27 @@ class PlainServerDelete {
 
 // ------------------------------------------------------------ the two sides
 
-// Puts fresh copies of the seed under `prefix` (the engine's own names when empty).
-bool restore(const std::string &prefix) {
-  for (const char *file : kFiles) {
-    if (!copyStore(seedPath(file), BenchEnvironment::get().file(prefix + file))) return false;
-  }
-  return true;
-}
-
 void engineDelete(benchmark::State &state) {
   const Seed &s = seed();
-  if (!s.error.empty()) {
-    state.SkipWithError(s.error.c_str());
-    return;
-  }
-  for (auto _ : state) {
-    state.PauseTiming();
-    bool ok = restore("");
-    state.ResumeTiming();
-    {
-      CAlert_SRV_CFGDB servers;
-      _GUID id = s.server;
-      ok = ok && servers.DBOpen() == 0 && servers.DBAlertRecDelete(&id) == 0;
-    }
-    state.PauseTiming();
-    std::string wrong = ok ? checkAfter("") : "the delete failed";
-    state.ResumeTiming();
-    if (!wrong.empty()) {
-      state.SkipWithError(wrong.c_str());
-      break;
-    }
-  }
-  countRecords(state, state.iterations() * kDeletedRows);
+  runCascade(
+      state, s.error, seedFiles(), "", kDeletedRows,
+      [&] {
+        CAlert_SRV_CFGDB table;
+        _GUID id = s.server;
+        return table.DBOpen() == 0 && table.DBAlertRecDelete(&id) == 0;
+      },
+      checkAfter);
 }
 
 void baselineDelete(benchmark::State &state) {
   const Seed &s = seed();
-  if (!s.error.empty()) {
-    state.SkipWithError(s.error.c_str());
-    return;
-  }
-  for (auto _ : state) {
-    state.PauseTiming();
-    bool ok = restore(kBaselinePrefix);
-    state.ResumeTiming();
-    {
-      PlainServerDelete plain(kBaselinePrefix);
-      ok = ok && plain.ready() && plain.deleteServer(s.server);
-    }
-    state.PauseTiming();
-    std::string wrong = ok ? checkAfter(kBaselinePrefix) : "the delete failed";
-    state.ResumeTiming();
-    if (!wrong.empty()) {
-      state.SkipWithError(wrong.c_str());
-      break;
-    }
-  }
-  countRecords(state, state.iterations() * kDeletedRows);
+  runCascade(
+      state, s.error, seedFiles(), kBaselinePrefix, kDeletedRows,
+      [&] {
+        PlainServerDelete plain(kBaselinePrefix);
+        return plain.ready() && plain.deleteServer(s.server);
+      },
+      checkAfter);
 }
 
 const bool g_registered =

@@ -13,7 +13,6 @@
 #include <sqlite3.h>
 
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,6 +23,7 @@
 #include "platform/guid.h"
 #include "recipients/user_table.h"
 #include "responses/response_table.h"
+#include "seeded_cascade.h"
 
 namespace alertdb_bench {
 
@@ -46,22 +46,6 @@ struct Seed {
   _GUID user{};
   std::string error;
 };
-
-std::string seedPath(const char *file) {
-  return BenchEnvironment::get().file(std::string(kSeedPrefix) + file);
-}
-
-void removeStore(const std::string &path) {
-  std::error_code ignored;
-  for (const char *suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path + suffix, ignored);
-}
-
-bool copyStore(const std::string &from, const std::string &to) {
-  removeStore(to);
-  std::error_code error;
-  std::filesystem::copy_file(from, to, error);
-  return !error;
-}
 
 // The data set, written once by the engine through its own tables into the
 // files of the data directory, then kept as seed copies.
@@ -122,20 +106,20 @@ std::string fillSeed(const _GUID &target) {
   return ok ? "" : "the engine's fill failed";
 }
 
+const SeedFiles &seedFiles() {
+  static const SeedFiles files(std::vector<std::string>(std::begin(kFiles), std::end(kFiles)),
+                               kSeedPrefix);
+  return files;
+}
+
 const Seed &seed() {
   static const Seed made = [] {
     BenchEnvironment::get();  // the tables find their data directory through it
-    // Other figures of the run share the directory: the seed starts empty.
-    for (const char *file : kFiles) removeStore(BenchEnvironment::get().file(file));
+    seedFiles().clearLive();
     Seed s;
     platform::CoCreateGuid(&s.user);
     s.error = fillSeed(s.user);
-    for (const char *file : kFiles) {
-      const std::string live = BenchEnvironment::get().file(file);
-      if (s.error.empty() && !(checkpoint(live) && copyStore(live, seedPath(file)))) {
-        s.error = "cannot keep the seed files";
-      }
-    }
+    if (s.error.empty()) s.error = seedFiles().keep();
     return s;
   }();
   return made;
@@ -268,63 +252,27 @@ class PlainCascade {
 
 // ------------------------------------------------------------ the two sides
 
-// Puts fresh copies of the seed under `prefix` (the engine's own names when empty).
-bool restore(const std::string &prefix) {
-  for (const char *file : kFiles) {
-    if (!copyStore(seedPath(file), BenchEnvironment::get().file(prefix + file))) return false;
-  }
-  return true;
-}
-
 void engineCascade(benchmark::State &state) {
   const Seed &s = seed();
-  if (!s.error.empty()) {
-    state.SkipWithError(s.error.c_str());
-    return;
-  }
-  for (auto _ : state) {
-    state.PauseTiming();
-    bool ok = restore("");
-    state.ResumeTiming();
-    {
-      CAlertUsrDB users;
-      _GUID id = s.user;
-      ok = ok && users.DBOpen() == 0 && users.DBAlertRecDelete(&id) == 0;
-    }
-    state.PauseTiming();
-    std::string wrong = ok ? checkAfter("") : "the delete failed";
-    state.ResumeTiming();
-    if (!wrong.empty()) {
-      state.SkipWithError(wrong.c_str());
-      break;
-    }
-  }
-  countRecords(state, state.iterations() * kDeletedRows);
+  runCascade(
+      state, s.error, seedFiles(), "", kDeletedRows,
+      [&] {
+        CAlertUsrDB table;
+        _GUID id = s.user;
+        return table.DBOpen() == 0 && table.DBAlertRecDelete(&id) == 0;
+      },
+      checkAfter);
 }
 
 void baselineCascade(benchmark::State &state) {
   const Seed &s = seed();
-  if (!s.error.empty()) {
-    state.SkipWithError(s.error.c_str());
-    return;
-  }
-  for (auto _ : state) {
-    state.PauseTiming();
-    bool ok = restore(kBaselinePrefix);
-    state.ResumeTiming();
-    {
-      PlainCascade plain(kBaselinePrefix);
-      ok = ok && plain.ready() && plain.deleteUser(s.user);
-    }
-    state.PauseTiming();
-    std::string wrong = ok ? checkAfter(kBaselinePrefix) : "the delete failed";
-    state.ResumeTiming();
-    if (!wrong.empty()) {
-      state.SkipWithError(wrong.c_str());
-      break;
-    }
-  }
-  countRecords(state, state.iterations() * kDeletedRows);
+  runCascade(
+      state, s.error, seedFiles(), kBaselinePrefix, kDeletedRows,
+      [&] {
+        PlainCascade plain(kBaselinePrefix);
+        return plain.ready() && plain.deleteUser(s.user);
+      },
+      checkAfter);
 }
 
 const bool g_registered =
