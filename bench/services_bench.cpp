@@ -81,9 +81,9 @@ std::unique_ptr<ServiceSet> makeServiceSet() {
   auto set = std::make_unique<ServiceSet>();
   int k = 0;
   std::apply(
-      [&](auto &...spec) {
-        ((std::memset(&spec, 0, sizeof spec),
-          std::snprintf(reinterpret_cast<char *>(&spec) + 20, 24, "settings of kind %d", k),
+      [&](auto &...settings) {
+        ((std::memset(&settings, 0, sizeof settings),
+          std::snprintf(reinterpret_cast<char *>(&settings) + 20, 24, "settings of kind %d", k),
           std::memset(&set->catalogue[k], 0, sizeof set->catalogue[k]),
           std::snprintf(set->catalogue[k].Service_Name, 33, "Service %d", k),
           std::strcpy(set->catalogue[k].Product, "Alert Manager"),
@@ -100,13 +100,13 @@ std::uint32_t addServiceSet(Catalogue &catalogue, ServiceSet &set) {
   std::uint32_t failed = 0;
   int k = 0;
   std::apply(
-      [&](auto &...spec) {
+      [&](auto &...settings) {
         ((
-             spec.KEPOID = {}, set.catalogue[k].KEPOID = {},
+             settings.KEPOID = {}, set.catalogue[k].KEPOID = {},
              failed |=
              [&] {
-               _GUID oid, specOid;
-               return catalogue.DBAlertRecAdd(&set.catalogue[k], &oid, &spec, &specOid);
+               _GUID oid, settingsOid;
+               return catalogue.DBAlertRecAdd(&set.catalogue[k], &oid, &settings, &settingsOid);
              }(),
              ++k),
          ...);
@@ -462,10 +462,11 @@ void Sqlite_CatalogueWalk(benchmark::State &state) {
             typeOfRow[static_cast<std::size_t>(sqlite3_column_int64(walk.get(), 0))];
         for (int k = 0; k < kKinds; ++k) {
           if (kSpecificTypes[k] != type || kindTables[type]) continue;
-          const StoredRow &spec = image.specific[k];
+          const StoredRow &settings = image.specific[k];
           kindTables[type] = std::make_unique<Statement>(
-              db, "SELECT " + sqlName(spec.columns[0]) + " FROM " + sqlName(kSpecificTables[k]) +
-                      " WHERE " + sqlName(spec.columns[spec.idColumn]) + "=?");
+              db, "SELECT " + sqlName(settings.columns[0]) + " FROM " +
+                      sqlName(kSpecificTables[k]) + " WHERE " +
+                      sqlName(settings.columns[settings.idColumn]) + "=?");
         }
         ++rows;
       }

@@ -75,36 +75,36 @@ std::uint32_t CAlertSERV_INST_NTFY_SERVDB::DBAlertRecDelete(_GUID *id) {
 
 std::uint32_t CAlertSERV_INST_NTFY_SERVDB::FindAndDeleteServiceSpecRec(
     ALRTNTFYSERV *service, ALRTSERV_INST_NTFY_SERVREC *installed) {
-  _GUID *spec = &installed->ServiceSpecOID;
+  _GUID *settingsId = &installed->ServiceSpecOID;
   switch (service->ServiceType) {
     case CAlertMHSNtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertMHSNtfyServDB>(spec);
+      return DeleteSpecific<CAlertMHSNtfyServDB>(settingsId);
     case CAlertSNMPNtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertSNMPNtfyServDB>(spec);
+      return DeleteSpecific<CAlertSNMPNtfyServDB>(settingsId);
     case CAlertMCINtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertMCINtfyServDB>(spec);
+      return DeleteSpecific<CAlertMCINtfyServDB>(settingsId);
     case CAlertCOMPUSNtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertCOMPUSNtfyServDB>(spec);
+      return DeleteSpecific<CAlertCOMPUSNtfyServDB>(settingsId);
     case CAlertSMTPNtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertSMTPNtfyServDB>(spec);
+      return DeleteSpecific<CAlertSMTPNtfyServDB>(settingsId);
     case CAlertMAPINtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertMAPINtfyServDB>(spec);
+      return DeleteSpecific<CAlertMAPINtfyServDB>(settingsId);
     case CAlertCCMAILNtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertCCMAILNtfyServDB>(spec);
+      return DeleteSpecific<CAlertCCMAILNtfyServDB>(settingsId);
     case CAlertWAVENtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertWAVENtfyServDB>(spec);
+      return DeleteSpecific<CAlertWAVENtfyServDB>(settingsId);
     case CAlertTTSNtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertTTSNtfyServDB>(spec);
+      return DeleteSpecific<CAlertTTSNtfyServDB>(settingsId);
     case CAlertPHONENtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertPHONENtfyServDB>(spec);
+      return DeleteSpecific<CAlertPHONENtfyServDB>(settingsId);
     case CAlertAPAGENtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertAPAGENtfyServDB>(spec);
+      return DeleteSpecific<CAlertAPAGENtfyServDB>(settingsId);
     case CAlertNPAGENtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertNPAGENtfyServDB>(spec);
+      return DeleteSpecific<CAlertNPAGENtfyServDB>(settingsId);
     case CAlertGENPORTNtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertGENPORTNtfyServDB>(spec);
+      return DeleteSpecific<CAlertGENPORTNtfyServDB>(settingsId);
     case CAlertBROADCASTNtfyServDB::kServiceType:
-      return DeleteSpecific<CAlertBROADCASTNtfyServDB>(spec);
+      return DeleteSpecific<CAlertBROADCASTNtfyServDB>(settingsId);
     default:
       return kNoSpecificTable;  // program launch, script and unknown types
   }

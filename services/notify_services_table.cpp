@@ -170,86 +170,87 @@ std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid) {
 
 template <class Table>
 std::uint32_t CAlertNtfyServDB::AddWithSpecific(ALRTNTFYSERV *rec, _GUID *oid,
-                                                typename Table::Record *spec, _GUID *specOid,
-                                                Table *&slot) {
-  if (!rec || !oid || !spec || !specOid) return ALRT_E_INVALIDPARAM;
+                                                typename Table::Record *settings,
+                                                _GUID *settingsOid, Table *&slot) {
+  if (!rec || !oid || !settings || !settingsOid) return ALRT_E_INVALIDPARAM;
   rec->ServiceType = Table::kServiceType;
   std::uint32_t status = ActivateSpecificInfo(Table::kServiceType);
   if (status != 0) return status;
-  status = slot->DBAlertRecAdd(spec, specOid);
+  status = slot->DBAlertRecAdd(settings, settingsOid);
   if (status != 0) return status;
-  std::memcpy(&rec->ServiceSpecific_KEPOID, specOid, sizeof(_GUID));
+  std::memcpy(&rec->ServiceSpecific_KEPOID, settingsOid, sizeof(_GUID));
   return SignalIfDone(CAlertDBTable::DBAlertRecAdd(rec, oid));
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTMHSSERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pMHSServ);
+                                              ALRTMHSSERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pMHSServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTSNMPSERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pSNMPServ);
+                                              ALRTSNMPSERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pSNMPServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTMCISERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pMCIServ);
+                                              ALRTMCISERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pMCIServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTCOMPUSSERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pCOMPUSServ);
+                                              ALRTCOMPUSSERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pCOMPUSServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTSMTPSERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pSMTPServ);
+                                              ALRTSMTPSERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pSMTPServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTMAPISERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pMAPIServ);
+                                              ALRTMAPISERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pMAPIServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTCCMAILSERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pCCMAILServ);
+                                              ALRTCCMAILSERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pCCMAILServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTWAVESERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pWAVEServ);
+                                              ALRTWAVESERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pWAVEServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTTTSSERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pTTSServ);
+                                              ALRTTTSSERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pTTSServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTPHONESERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pPHONEServ);
+                                              ALRTPHONESERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pPHONEServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTAPAGESERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pAPAGEServ);
+                                              ALRTAPAGESERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pAPAGEServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTNPAGESERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pNPAGEServ);
+                                              ALRTNPAGESERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pNPAGEServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTGENPORTSERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pGENPORTServ);
+                                              ALRTGENPORTSERVICEREC *settings, _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pGENPORTServ);
 }
 
 std::uint32_t CAlertNtfyServDB::DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid,
-                                              ALRTBROADCASTSERVICEREC *spec, _GUID *specOid) {
-  return AddWithSpecific(rec, oid, spec, specOid, m_pBROADCASTServ);
+                                              ALRTBROADCASTSERVICEREC *settings,
+                                              _GUID *settingsOid) {
+  return AddWithSpecific(rec, oid, settings, settingsOid, m_pBROADCASTServ);
 }
 
 // ------------------------------------------------------------ update, reads, delete

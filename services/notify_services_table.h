@@ -51,34 +51,34 @@ class ALERTDB_API CAlertNtfyServDB : public CAlertDBTable<ALRTNTFYSERV> {
   std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid);
   // The specific row, then the catalogue row pointing to it. A failure of the
   // catalogue add leaves the specific row stored.
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTMHSSERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTSNMPSERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTMCISERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTCOMPUSSERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTSMTPSERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTMAPISERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTCCMAILSERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTWAVESERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTTTSSERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTPHONESERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTAPAGESERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTNPAGESERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTGENPORTSERVICEREC *spec,
-                              _GUID *specOid);
-  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTBROADCASTSERVICEREC *spec,
-                              _GUID *specOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTMHSSERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTSNMPSERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTMCISERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTCOMPUSSERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTSMTPSERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTMAPISERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTCCMAILSERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTWAVESERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTTTSSERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTPHONESERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTAPAGESERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTNPAGESERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTGENPORTSERVICEREC *settings,
+                              _GUID *settingsOid);
+  std::uint32_t DBAlertRecAdd(ALRTNTFYSERV *rec, _GUID *oid, ALRTBROADCASTSERVICEREC *settings,
+                              _GUID *settingsOid);
   // The catalogue row only.
   std::uint32_t DBAlertRecUpdate(ALRTNTFYSERV *rec);
   // Reads also open the kind's table of the row read; a row of an unknown
@@ -98,8 +98,8 @@ class ALERTDB_API CAlertNtfyServDB : public CAlertDBTable<ALRTNTFYSERV> {
   // ALRT_E_BADSERVICETYPE, ALRT_E_NOMEMORY or ALRT_E_OPENFAILED.
   std::uint32_t ActivateSpecificInfo(std::uint32_t serviceType);
   template <class Table>
-  std::uint32_t AddWithSpecific(ALRTNTFYSERV *rec, _GUID *oid, typename Table::Record *spec,
-                                _GUID *specOid, Table *&slot);
+  std::uint32_t AddWithSpecific(ALRTNTFYSERV *rec, _GUID *oid, typename Table::Record *settings,
+                                _GUID *settingsOid, Table *&slot);
 
   CAlertMHSNtfyServDB *m_pMHSServ;
   CAlertSNMPNtfyServDB *m_pSNMPServ;

@@ -18,29 +18,29 @@ namespace {
 
 class InstalledServiceTest : public alertdb_test::ConfigTest {
  protected:
-  // An SMTP service with its own settings row; `spec` gets that row's ID.
-  _GUID smtpService(const char *name, _GUID *spec) {
+  // An SMTP service with its own settings row; `settingsId` gets that row's ID.
+  _GUID smtpService(const char *name, _GUID *settingsId) {
     ALRTNTFYSERV row{};
     std::strcpy(row.Service_Name, name);
     ALRTSMTPSERVICEREC settings{};
     _GUID id{};
-    EXPECT_EQ(catalogue->DBAlertRecAdd(&row, &id, &settings, spec), 0u);
+    EXPECT_EQ(catalogue->DBAlertRecAdd(&row, &id, &settings, settingsId), 0u);
     return id;
   }
-  _GUID installRecord(const _GUID &service, const _GUID &spec, std::uint32_t backup) {
+  _GUID installRecord(const _GUID &service, const _GUID &settingsId, std::uint32_t backup) {
     ALRTSERV_INST_NTFY_SERVREC inst{};
     inst.ServiceOID = service;
     inst.ServerOID = makeId(0x10);
-    inst.ServiceSpecOID = spec;
+    inst.ServiceSpecOID = settingsId;
     inst.BackupServer = backup;
     _GUID id{};
     EXPECT_EQ(installed->DBAlertRecAdd(&inst, &id), 0u);
     return id;
   }
-  bool specStored(const _GUID &spec) {
+  bool specStored(const _GUID &settingsId) {
     CAlertSMTPNtfyServDB smtp;
     EXPECT_EQ(smtp.DBOpen(), 0u);
-    return stored<ALRTSMTPSERVICEREC>(smtp, spec);
+    return stored<ALRTSMTPSERVICEREC>(smtp, settingsId);
   }
 };
 
@@ -95,17 +95,17 @@ TEST_F(InstalledServiceTest, OnlyABackupServersRecordTakesTheServiceSettingsWith
 }
 
 TEST_F(InstalledServiceTest, ABackupRecordOfAKindWithoutSettingsOrServiceIsStillDeleted) {
-  _GUID spec{};
-  _GUID smtp = smtpService("mail", &spec);
+  _GUID settingsId{};
+  _GUID smtp = smtpService("mail", &settingsId);
   // A program launch service (type 14) has no settings table; a service
   // missing from the catalogue has no type at all.
   _GUID launch = addService(*catalogue, "launch", 14);
-  _GUID forLaunch = installRecord(launch, spec, 1);
-  _GUID forMissing = installRecord(makeId(0x77), spec, 1);
+  _GUID forLaunch = installRecord(launch, settingsId, 1);
+  _GUID forMissing = installRecord(makeId(0x77), settingsId, 1);
   EXPECT_EQ(installed->DBAlertRecDelete(&forLaunch), 0u);
   EXPECT_EQ(installed->DBAlertRecDelete(&forMissing), 0u);
   EXPECT_EQ(alertdb_test::rowCount(*installed), 0);
-  EXPECT_TRUE(specStored(spec)) << "no table of the wrong kind was touched";
+  EXPECT_TRUE(specStored(settingsId)) << "no table of the wrong kind was touched";
   EXPECT_TRUE(stored<ALRTNTFYSERV>(*catalogue, smtp));
 }
 

@@ -54,8 +54,8 @@ inline _GUID addService(CAlertNtfyServDB &catalogue, const char *name, std::uint
   _GUID id{}, specId{};
   std::uint32_t status;
   if (type == 5) {
-    ALRTSMTPSERVICEREC spec{};
-    status = catalogue.DBAlertRecAdd(&row, &id, &spec, &specId);
+    ALRTSMTPSERVICEREC settings{};
+    status = catalogue.DBAlertRecAdd(&row, &id, &settings, &specId);
   } else {
     status = catalogue.DBAlertRecAdd(&row, &id);
   }

@@ -73,20 +73,20 @@ TEST_F(NotifyServicesTest, SchemaHoldsTheRecordThenTheObjectsOwnFields) {
 
 TEST_F(NotifyServicesTest, TypedAddWritesTheSpecificRowThenTheCatalogueRow) {
   ALRTNTFYSERV rec = service("Mail relay", 0);
-  ALRTMHSSERVICEREC spec{};
-  std::strcpy(spec.Dir, "/var/mhs");
-  _GUID oid{}, specOid{};
+  ALRTMHSSERVICEREC settings{};
+  std::strcpy(settings.Dir, "/var/mhs");
+  _GUID oid{}, settingsOid{};
   ChangeEventWatch watch;
   watch.reset();
-  ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &spec, &specOid), 0u);
+  ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), 0u);
   EXPECT_TRUE(watch.signalled());
   EXPECT_EQ(std::uint32_t{rec.ServiceType}, 1u);
   EXPECT_FALSE(sameBytes(oid, alertdb_test::kZeroId));
-  EXPECT_FALSE(sameBytes(specOid, alertdb_test::kZeroId));
-  EXPECT_FALSE(sameBytes(oid, specOid));
+  EXPECT_FALSE(sameBytes(settingsOid, alertdb_test::kZeroId));
+  EXPECT_FALSE(sameBytes(oid, settingsOid));
   EXPECT_TRUE(sameBytes(rec.KEPOID, oid));
-  EXPECT_TRUE(sameBytes(rec.ServiceSpecific_KEPOID, specOid));
-  EXPECT_TRUE(sameBytes(spec.KEPOID, specOid));
+  EXPECT_TRUE(sameBytes(rec.ServiceSpecific_KEPOID, settingsOid));
+  EXPECT_TRUE(sameBytes(settings.KEPOID, settingsOid));
 
   ALRTNTFYSERV read{};
   ASSERT_EQ(catalogue->DBAlertRecRetrieve(&oid, &read), 0u);
@@ -100,16 +100,16 @@ TEST_F(NotifyServicesTest, TypedAddWritesTheSpecificRowThenTheCatalogueRow) {
 
 TEST_F(NotifyServicesTest, TypedAddRefusesMissingArgumentsWithoutAnyTrace) {
   ALRTNTFYSERV rec = service("Pager", 0);
-  ALRTAPAGESERVICEREC spec{};
-  _GUID oid{}, specOid{};
+  ALRTAPAGESERVICEREC settings{};
+  _GUID oid{}, settingsOid{};
   ChangeEventWatch watch;
   watch.reset();
-  EXPECT_EQ(catalogue->DBAlertRecAdd(nullptr, &oid, &spec, &specOid), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, nullptr, &spec, &specOid), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(
-      catalogue->DBAlertRecAdd(&rec, &oid, static_cast<ALRTAPAGESERVICEREC *>(nullptr), &specOid),
-      ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &spec, nullptr), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(catalogue->DBAlertRecAdd(nullptr, &oid, &settings, &settingsOid), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, nullptr, &settings, &settingsOid), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, static_cast<ALRTAPAGESERVICEREC *>(nullptr),
+                                     &settingsOid),
+            ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, nullptr), ALRT_E_INVALIDPARAM);
   EXPECT_EQ(catalogue->DBAlertRecAdd(nullptr, &oid), ALRT_E_INVALIDPARAM);
   EXPECT_EQ(std::uint32_t{rec.ServiceType}, 0u) << "the caller's record is left alone";
   EXPECT_FALSE(watch.signalled());
@@ -119,9 +119,9 @@ TEST_F(NotifyServicesTest, TypedAddRefusesMissingArgumentsWithoutAnyTrace) {
 
 TEST_F(NotifyServicesTest, TypedAddStopsAtTheStepThatFails) {
   ALRTNTFYSERV first = service("first", 0);
-  ALRTSMTPSERVICEREC spec{};
-  _GUID oid{}, specOid{};
-  ASSERT_EQ(catalogue->DBAlertRecAdd(&first, &oid, &spec, &specOid), 0u);
+  ALRTSMTPSERVICEREC settings{};
+  _GUID oid{}, settingsOid{};
+  ASSERT_EQ(catalogue->DBAlertRecAdd(&first, &oid, &settings, &settingsOid), 0u);
   CAlertSMTPNtfyServDB smtp;
   ASSERT_EQ(smtp.DBOpen(), 0u);
   ChangeEventWatch watch;
@@ -130,10 +130,10 @@ TEST_F(NotifyServicesTest, TypedAddStopsAtTheStepThatFails) {
   watch.reset();
   ALRTNTFYSERV second = service("second", 0);
   ALRTSMTPSERVICEREC clash{};
-  clash.KEPOID = specOid;
-  _GUID oid2 = makeId(1), specOid2 = makeId(2);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&second, &oid2, &clash, &specOid2), ALRT_E_ADDFAILED);
-  EXPECT_TRUE(sameBytes(specOid2, alertdb_test::kZeroId));
+  clash.KEPOID = settingsOid;
+  _GUID oid2 = makeId(1), settingsOid2 = makeId(2);
+  EXPECT_EQ(catalogue->DBAlertRecAdd(&second, &oid2, &clash, &settingsOid2), ALRT_E_ADDFAILED);
+  EXPECT_TRUE(sameBytes(settingsOid2, alertdb_test::kZeroId));
   EXPECT_TRUE(sameBytes(oid2, makeId(1))) << "the catalogue add never ran";
   EXPECT_FALSE(watch.signalled());
   EXPECT_EQ(catalogueRows(), 1);
@@ -144,13 +144,13 @@ TEST_F(NotifyServicesTest, TypedAddStopsAtTheStepThatFails) {
   third.KEPOID = oid;
   ALRTSMTPSERVICEREC fresh{};
   std::strcpy(fresh.Server_addr, "smtp.example.org");
-  _GUID oid3{}, specOid3{};
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&third, &oid3, &fresh, &specOid3), ALRT_E_ADDFAILED);
-  EXPECT_TRUE(sameBytes(third.ServiceSpecific_KEPOID, specOid3));
+  _GUID oid3{}, settingsOid3{};
+  EXPECT_EQ(catalogue->DBAlertRecAdd(&third, &oid3, &fresh, &settingsOid3), ALRT_E_ADDFAILED);
+  EXPECT_TRUE(sameBytes(third.ServiceSpecific_KEPOID, settingsOid3));
   EXPECT_EQ(catalogueRows(), 1);
   EXPECT_EQ(rowCount(smtp), 2);
   ALRTSMTPSERVICEREC kept{};
-  EXPECT_EQ(smtp.DBAlertRecRetrieve(&specOid3, &kept), 0u);
+  EXPECT_EQ(smtp.DBAlertRecRetrieve(&settingsOid3, &kept), 0u);
   EXPECT_STREQ(kept.Server_addr, "smtp.example.org");
 }
 
@@ -160,11 +160,11 @@ TEST_F(NotifyServicesTest, SpecificTableThatCannotBeOpenedStopsEveryWrite) {
   ASSERT_EQ(catalogue->DBCreate(), 0u);
   ASSERT_EQ(std::remove(dataPath("AlServdb.dat").c_str()), 0);
   ALRTNTFYSERV rec = service("Phone", 0);
-  ALRTPHONESERVICEREC spec{};
-  _GUID oid{}, specOid{};
+  ALRTPHONESERVICEREC settings{};
+  _GUID oid{}, settingsOid{};
   ChangeEventWatch watch;
   watch.reset();
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &spec, &specOid), ALRT_E_OPENFAILED);
+  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), ALRT_E_OPENFAILED);
   ALRTNTFYSERV plain = service("Mail", 5);
   EXPECT_EQ(catalogue->DBAlertRecAdd(&plain, &oid), ALRT_E_OPENFAILED);
   EXPECT_FALSE(fileExists(dataPath("AlServdb.dat"))) << "no data file made from nothing";
@@ -173,7 +173,7 @@ TEST_F(NotifyServicesTest, SpecificTableThatCannotBeOpenedStopsEveryWrite) {
   // A data file that is not a record store is refused and left as it was.
   const std::string junk(8192, 'x');
   writeFile(dataPath("AlServdb.dat"), junk);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &spec, &specOid), ALRT_E_OPENFAILED);
+  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), ALRT_E_OPENFAILED);
   EXPECT_EQ(catalogue->DBAlertRecAdd(&plain, &oid), ALRT_E_OPENFAILED);
   EXPECT_EQ(readFile(dataPath("AlServdb.dat")), junk);
   EXPECT_EQ(catalogueRows(), 0);
@@ -267,10 +267,10 @@ TEST_F(NotifyServicesTest, FirstReadOfAKindCreatesItsTable) {
 
 TEST_F(NotifyServicesTest, UpdateAndDeleteTouchOnlyTheCatalogueRow) {
   ALRTNTFYSERV rec = service("Broadcast", 0);
-  ALRTBROADCASTSERVICEREC spec{};
-  std::strcpy(spec.ServerName, "FILESRV");
-  _GUID oid{}, specOid{};
-  ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &spec, &specOid), 0u);
+  ALRTBROADCASTSERVICEREC settings{};
+  std::strcpy(settings.ServerName, "FILESRV");
+  _GUID oid{}, settingsOid{};
+  ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), 0u);
   ChangeEventWatch watch;
   watch.reset();
 
@@ -309,15 +309,15 @@ TEST_F(NotifyServicesTest, UpdateAndDeleteTouchOnlyTheCatalogueRow) {
   CAlertBROADCASTNtfyServDB broadcast;
   ASSERT_EQ(broadcast.DBOpen(), 0u);
   ALRTBROADCASTSERVICEREC left{};
-  EXPECT_EQ(broadcast.DBAlertRecRetrieve(&specOid, &left), 0u);
+  EXPECT_EQ(broadcast.DBAlertRecRetrieve(&settingsOid, &left), 0u);
   EXPECT_STREQ(left.ServerName, "FILESRV");
 }
 
 TEST_F(NotifyServicesTest, CopiesOpenTheirOwnSpecificTables) {
   ALRTNTFYSERV rec = service("TTS", 0);
-  ALRTTTSSERVICEREC spec{};
-  _GUID oid{}, specOid{};
-  ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &spec, &specOid), 0u);
+  ALRTTTSSERVICEREC settings{};
+  _GUID oid{}, settingsOid{};
+  ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), 0u);
   {
     CAlertNtfyServDB copy(*catalogue);
     ASSERT_EQ(copy.DBOpen(), 0u);
@@ -331,11 +331,11 @@ TEST_F(NotifyServicesTest, CopiesOpenTheirOwnSpecificTables) {
   }
   // The source's own specific table survived the copies.
   ALRTNTFYSERV next = service("TTS 2", 0);
-  _GUID oid2{}, specOid2{};
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&next, &oid2, &spec, &specOid2), ALRT_E_ADDFAILED)
-      << "spec still carries the first row's ID";
-  spec.KEPOID = {};
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&next, &oid2, &spec, &specOid2), 0u);
+  _GUID oid2{}, settingsOid2{};
+  EXPECT_EQ(catalogue->DBAlertRecAdd(&next, &oid2, &settings, &settingsOid2), ALRT_E_ADDFAILED)
+      << "settings still carries the first row's ID";
+  settings.KEPOID = {};
+  EXPECT_EQ(catalogue->DBAlertRecAdd(&next, &oid2, &settings, &settingsOid2), 0u);
 }
 
 }  // namespace

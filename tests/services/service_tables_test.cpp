@@ -44,9 +44,9 @@ TYPED_TEST_SUITE(ServiceTableTest, ServiceTables);
 
 TYPED_TEST(ServiceTableTest, TypedAddAndRetrieveGiveBackEveryByte) {
   using Record = typename TestFixture::Record;
-  auto spec = std::make_unique<Record>();
-  fillRandom(*spec, TypeParam::kServiceType);
-  auto expected = std::make_unique<Record>(*spec);
+  auto settings = std::make_unique<Record>();
+  fillRandom(*settings, TypeParam::kServiceType);
+  auto expected = std::make_unique<Record>(*settings);
   TestFixture::clearUnbound(*expected);
   auto service = std::make_unique<ALRTNTFYSERV>();
   fillRandom(*service, 100 + TypeParam::kServiceType);
@@ -56,7 +56,7 @@ TYPED_TEST(ServiceTableTest, TypedAddAndRetrieveGiveBackEveryByte) {
   {
     CAlertNtfyServDB catalogue;
     ASSERT_EQ(OpenOrCreate(catalogue), 0u);
-    ASSERT_EQ(catalogue.DBAlertRecAdd(service.get(), &serviceId, spec.get(), &specId), 0u);
+    ASSERT_EQ(catalogue.DBAlertRecAdd(service.get(), &serviceId, settings.get(), &specId), 0u);
   }
   EXPECT_TRUE(sameBytes(specId, expected->KEPOID)) << "a set ID is kept";
   EXPECT_TRUE(sameBytes(serviceId, expectedService->KEPOID));
