@@ -320,11 +320,11 @@ class PlainServices {
   bool addServiceSet() {
     bool ok = true;
     for (int k = 0; k < kKinds; ++k) {
-      _GUID specId, id;
-      platform::CoCreateGuid(&specId);
+      _GUID settingsId, id;
+      platform::CoCreateGuid(&settingsId);
       platform::CoCreateGuid(&id);
-      ok &= specific_[k]->add(specId);
-      ok &= catalogue_[k]->add(id, &specific_[k]->prototypeId(), &specId);
+      ok &= specific_[k]->add(settingsId);
+      ok &= catalogue_[k]->add(id, &specific_[k]->prototypeId(), &settingsId);
     }
     return ok;
   }

@@ -37,7 +37,7 @@ class InstalledServiceTest : public alertdb_test::ConfigTest {
     EXPECT_EQ(installed->DBAlertRecAdd(&inst, &id), 0u);
     return id;
   }
-  bool specStored(const _GUID &settingsId) {
+  bool settingsStored(const _GUID &settingsId) {
     CAlertSMTPNtfyServDB smtp;
     EXPECT_EQ(smtp.DBOpen(), 0u);
     return stored<ALRTSMTPSERVICEREC>(smtp, settingsId);
@@ -81,16 +81,16 @@ TEST_F(InstalledServiceTest, DeletingTakesTheServicesResponsesAndInstancesAndNot
 }
 
 TEST_F(InstalledServiceTest, OnlyABackupServersRecordTakesTheServiceSettingsWithIt) {
-  _GUID keptSpec{}, goneSpec{};
-  _GUID kept = smtpService("kept", &keptSpec), gone = smtpService("gone", &goneSpec);
-  _GUID plain = installRecord(kept, keptSpec, 0);
-  _GUID other = installRecord(kept, keptSpec, 2);
-  _GUID backup = installRecord(gone, goneSpec, CAlertSERV_INST_NTFY_SERVDB::kBackupServer);
+  _GUID keptSettings{}, goneSettings{};
+  _GUID kept = smtpService("kept", &keptSettings), gone = smtpService("gone", &goneSettings);
+  _GUID plain = installRecord(kept, keptSettings, 0);
+  _GUID other = installRecord(kept, keptSettings, 2);
+  _GUID backup = installRecord(gone, goneSettings, CAlertSERV_INST_NTFY_SERVDB::kBackupServer);
   ASSERT_EQ(installed->DBAlertRecDelete(&plain), 0u);
   ASSERT_EQ(installed->DBAlertRecDelete(&other), 0u);
-  EXPECT_TRUE(specStored(keptSpec));
+  EXPECT_TRUE(settingsStored(keptSettings));
   ASSERT_EQ(installed->DBAlertRecDelete(&backup), 0u);
-  EXPECT_FALSE(specStored(goneSpec));
+  EXPECT_FALSE(settingsStored(goneSettings));
   EXPECT_TRUE(stored<ALRTNTFYSERV>(*catalogue, gone)) << "the catalogue row stays";
 }
 
@@ -105,7 +105,7 @@ TEST_F(InstalledServiceTest, ABackupRecordOfAKindWithoutSettingsOrServiceIsStill
   EXPECT_EQ(installed->DBAlertRecDelete(&forLaunch), 0u);
   EXPECT_EQ(installed->DBAlertRecDelete(&forMissing), 0u);
   EXPECT_EQ(alertdb_test::rowCount(*installed), 0);
-  EXPECT_TRUE(specStored(settingsId)) << "no table of the wrong kind was touched";
+  EXPECT_TRUE(settingsStored(settingsId)) << "no table of the wrong kind was touched";
   EXPECT_TRUE(stored<ALRTNTFYSERV>(*catalogue, smtp));
 }
 

@@ -51,11 +51,11 @@ inline _GUID addService(CAlertNtfyServDB &catalogue, const char *name, std::uint
   ALRTNTFYSERV row{};
   std::snprintf(row.Service_Name, sizeof row.Service_Name, "%s", name);
   row.ServiceType = type;
-  _GUID id{}, specId{};
+  _GUID id{}, settingsId{};
   std::uint32_t status;
   if (type == 5) {
     ALRTSMTPSERVICEREC settings{};
-    status = catalogue.DBAlertRecAdd(&row, &id, &settings, &specId);
+    status = catalogue.DBAlertRecAdd(&row, &id, &settings, &settingsId);
   } else {
     status = catalogue.DBAlertRecAdd(&row, &id);
   }

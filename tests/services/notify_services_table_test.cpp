@@ -93,9 +93,9 @@ TEST_F(NotifyServicesTest, TypedAddWritesTheSpecificRowThenTheCatalogueRow) {
   EXPECT_TRUE(sameBytes(read, rec));
   CAlertMHSNtfyServDB mhs;
   ASSERT_EQ(mhs.DBOpen(), 0u);
-  ALRTMHSSERVICEREC readSpec{};
-  ASSERT_EQ(mhs.DBAlertRecRetrieve(&read.ServiceSpecific_KEPOID, &readSpec), 0u);
-  EXPECT_STREQ(readSpec.Dir, "/var/mhs");
+  ALRTMHSSERVICEREC readSettings{};
+  ASSERT_EQ(mhs.DBAlertRecRetrieve(&read.ServiceSpecific_KEPOID, &readSettings), 0u);
+  EXPECT_STREQ(readSettings.Dir, "/var/mhs");
 }
 
 TEST_F(NotifyServicesTest, TypedAddRefusesMissingArgumentsWithoutAnyTrace) {

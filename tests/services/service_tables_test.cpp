@@ -52,23 +52,23 @@ TYPED_TEST(ServiceTableTest, TypedAddAndRetrieveGiveBackEveryByte) {
   fillRandom(*service, 100 + TypeParam::kServiceType);
   auto expectedService = std::make_unique<ALRTNTFYSERV>(*service);
 
-  _GUID serviceId{}, specId{};
+  _GUID serviceId{}, settingsId{};
   {
     CAlertNtfyServDB catalogue;
     ASSERT_EQ(OpenOrCreate(catalogue), 0u);
-    ASSERT_EQ(catalogue.DBAlertRecAdd(service.get(), &serviceId, settings.get(), &specId), 0u);
+    ASSERT_EQ(catalogue.DBAlertRecAdd(service.get(), &serviceId, settings.get(), &settingsId), 0u);
   }
-  EXPECT_TRUE(sameBytes(specId, expected->KEPOID)) << "a set ID is kept";
+  EXPECT_TRUE(sameBytes(settingsId, expected->KEPOID)) << "a set ID is kept";
   EXPECT_TRUE(sameBytes(serviceId, expectedService->KEPOID));
   expectedService->ServiceType = TypeParam::kServiceType;
-  expectedService->ServiceSpecific_KEPOID = specId;
+  expectedService->ServiceSpecific_KEPOID = settingsId;
   EXPECT_TRUE(sameBytes(*service, *expectedService));
 
   // Fresh objects, so that every byte comes from the file.
   TypeParam table;
   ASSERT_EQ(table.DBOpen(), 0u);
   auto read = std::make_unique<Record>();
-  ASSERT_EQ(table.DBAlertRecRetrieve(&specId, read.get()), 0u);
+  ASSERT_EQ(table.DBAlertRecRetrieve(&settingsId, read.get()), 0u);
   EXPECT_TRUE(sameBytes(*read, *expected));
   CAlertNtfyServDB catalogue;
   ASSERT_EQ(catalogue.DBOpen(), 0u);

@@ -98,11 +98,11 @@ TEST(HostileTemplates, IntegerConversionsMatchTheCLibrary) {
     for (const char *width : widths)
       for (const char *precision : precisions)
         for (const char *type = types; *type; ++type) {
-          const std::string settings = std::string("%") + flags + width + precision;
+          const std::string head = std::string("%") + flags + width + precision;
           for (const std::string length : {"", "l", "h", "hh", "ll", "I64"}) {
-            const std::string conversion = settings + length + *type;
+            const std::string conversion = head + length + *type;
             const std::string cLength = length == "l" ? "" : length == "I64" ? "ll" : length;
-            const std::string cConversion = settings + cLength + *type + "|";
+            const std::string cConversion = head + cLength + *type + "|";
             for (std::int32_t code : errorCodes) {
               in.event().ErrorCode = code;
               const std::string expected = cLength == "ll"
@@ -125,17 +125,18 @@ TEST(HostileTemplates, IntegerConversionsMatchTheCLibrary) {
 }
 
 TEST(HostileTemplates, TextConversionsMatchTheCLibraryCountingBytes) {
-  const char *specs[] = {"%s",    "%-s",    "%5s",  "%-5s",  "%.3s", "%.0s",   "%.s",
-                         "%8.3s", "%-8.3s", "%20s", "%-20s", "%hs",  "%12.40s"};
+  const char *conversions[] = {"%s",    "%-s",    "%5s",  "%-5s",  "%.3s", "%.0s",   "%.s",
+                               "%8.3s", "%-8.3s", "%20s", "%-20s", "%hs",  "%12.40s"};
   const char *texts[] = {"", "a", "alice", "Caf\xe9 \xe0 la carte", "\xc3\xa9t\xc3\xa9 long text"};
   ExpansionInputs in;
-  for (const char *settings : specs) {
+  for (const char *conversion : conversions) {
     for (const char *text : texts) {
       std::strcpy(in.event().UserName, text);
-      std::string cSpec = settings;
-      if (cSpec == "%hs") cSpec = "%s";
-      EXPECT_EQ(expandMessage(in, std::string(settings) + "|", {1}), cFormat(cSpec + "|", text))
-          << settings << " " << text;
+      std::string cConversion = conversion;
+      if (cConversion == "%hs") cConversion = "%s";
+      EXPECT_EQ(expandMessage(in, std::string(conversion) + "|", {1}),
+                cFormat(cConversion + "|", text))
+          << conversion << " " << text;
     }
   }
 }
