@@ -50,6 +50,14 @@ void registerPaired(const std::string &work, const BenchFunction &engine,
 // Reports `records` records done, so that the figures are per record.
 void countRecords(benchmark::State &state, std::uint64_t records);
 
+// A table class whose record store handle can be given to the file locks.
+template <class Table>
+class Lockable : public Table {
+ public:
+  using Table::Table;
+  KEPDB *handle() const { return this->m_hTable; }
+};
+
 // ------------------------------------------------------------ plain SQLite
 
 // A prepared statement, finalized when it goes.

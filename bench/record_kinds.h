@@ -37,11 +37,7 @@ struct KeyBytes {
 
 struct LinkKind {
   using Rec = ALRTEVENT_RESPREC;
-  class Table : public CAlertEVENT_RESPDB {
-   public:
-    explicit Table(const char *fileName) : CAlertEVENT_RESPDB(fileName) {}
-    KEPDB *handle() const { return m_hTable; }
-  };
+  using Table = Lockable<CAlertEVENT_RESPDB>;
   struct Extra {
     unsigned char replication[12];
   };
@@ -82,12 +78,9 @@ struct LinkKind {
 
 struct LogKind {
   using Rec = ALRTEVENT_LOGREC;
-  class Table : public CAlertEVENT_LOGDB {
-   public:
-    // Named, so that its entries are not mirrored into the object manager.
-    explicit Table(const char *fileName) : CAlertEVENT_LOGDB(fileName) {}
-    KEPDB *handle() const { return m_hTable; }
-  };
+  // Constructed with a file name, so that its entries are not mirrored into
+  // the object manager.
+  using Table = Lockable<CAlertEVENT_LOGDB>;
 #pragma pack(push, 1)
   struct Extra {
     unsigned char replication[12];

@@ -22,11 +22,10 @@ bool copyStore(const std::string &from, const std::string &to) {
 
 }  // namespace
 
-void SeedFiles::clearLive() const {
+std::string SeedFiles::make(const std::function<std::string()> &fill) const {
   for (const std::string &file : files_) removeStore(BenchEnvironment::get().file(file));
-}
-
-std::string SeedFiles::keep() const {
+  std::string error = fill();
+  if (!error.empty()) return error;
   for (const std::string &file : files_) {
     const std::string live = BenchEnvironment::get().file(file);
     if (!checkpoint(live) || !copyStore(live, BenchEnvironment::get().file(seedPrefix_ + file))) {

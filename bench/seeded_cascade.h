@@ -18,10 +18,10 @@ class SeedFiles {
   SeedFiles(std::vector<std::string> files, std::string seedPrefix)
       : files_(std::move(files)), seedPrefix_(std::move(seedPrefix)) {}
 
-  // Removes the live files: other figures of the run share the directory.
-  void clearLive() const;
-  // "" once the live files are kept as seeds; else what failed.
-  std::string keep() const;
+  // Writes the data set with `fill` ("" or what failed) into empty live
+  // files (other figures of the run share the directory) and keeps it as the
+  // seeds; "" or what failed.
+  std::string make(const std::function<std::string()> &fill) const;
   // Puts fresh copies of the seeds under `prefix` (the files' own names when empty).
   bool restore(const std::string &prefix) const;
 

@@ -44,12 +44,6 @@ constexpr const char *kFiles[] = {"AlCfgdb.dat", "kepuser.dat", "AlRespDB.dat", 
 constexpr const char *kSeedPrefix = "ServerSeed.";
 constexpr const char *kBaselinePrefix = "ServerSqlite.";
 
-template <class Table>
-class Held : public Table {
- public:
-  KEPDB *handle() const { return this->m_hTable; }
-};
-
 struct Seed {
   _GUID server{};
   std::string error;
@@ -58,10 +52,10 @@ struct Seed {
 // The data set, written once by the engine through its own tables into the
 // files of the data directory, then kept as seed copies.
 std::string fillSeed(const _GUID &target) {
-  Held<CAlert_SRV_CFGDB> servers;
-  Held<CAlertUsrDB> users;
-  Held<CAlertRespDB> responses;
-  Held<CAlertEVENT_RESPDB> links;
+  Lockable<CAlert_SRV_CFGDB> servers;
+  Lockable<CAlertUsrDB> users;
+  Lockable<CAlertRespDB> responses;
+  Lockable<CAlertEVENT_RESPDB> links;
   if (servers.DBCreate() != 0 || servers.DBOpen() != 0 || users.DBCreate() != 0 ||
       responses.DBCreate() != 0 || links.DBCreate() != 0) {
     return "cannot create the tables";
@@ -131,11 +125,9 @@ const SeedFiles &seedFiles() {
 const Seed &seed() {
   static const Seed made = [] {
     BenchEnvironment::get();  // the tables find their data directory through it
-    seedFiles().clearLive();
     Seed s;
     platform::CoCreateGuid(&s.server);
-    s.error = fillSeed(s.server);
-    if (s.error.empty()) s.error = seedFiles().keep();
+    s.error = seedFiles().make([&] { return fillSeed(s.server); });
     return s;
   }();
   return made;

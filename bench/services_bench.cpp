@@ -54,10 +54,7 @@ class TempDataDir {
   std::string path_, previous_;
 };
 
-class Catalogue : public CAlertNtfyServDB {
- public:
-  KEPDB *handle() const { return m_hTable; }
-};
+using Catalogue = alertdb_bench::Lockable<CAlertNtfyServDB>;
 
 // One service of every kind with a specific table, in service type order.
 using SpecificRecords =

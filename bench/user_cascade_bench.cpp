@@ -36,12 +36,6 @@ constexpr const char *kFiles[] = {"kepuser.dat", "AlRespDB.dat", "AlEvntdb.dat"}
 constexpr const char *kSeedPrefix = "CascadeSeed.";
 constexpr const char *kBaselinePrefix = "CascadeSqlite.";
 
-template <class Table>
-class Held : public Table {
- public:
-  KEPDB *handle() const { return this->m_hTable; }
-};
-
 struct Seed {
   _GUID user{};
   std::string error;
@@ -50,9 +44,9 @@ struct Seed {
 // The data set, written once by the engine through its own tables into the
 // files of the data directory, then kept as seed copies.
 std::string fillSeed(const _GUID &target) {
-  Held<CAlertUsrDB> users;
-  Held<CAlertRespDB> responses;
-  Held<CAlertEVENT_RESPDB> links;
+  Lockable<CAlertUsrDB> users;
+  Lockable<CAlertRespDB> responses;
+  Lockable<CAlertEVENT_RESPDB> links;
   if (users.DBCreate() != 0 || responses.DBCreate() != 0 || links.DBCreate() != 0) {
     return "cannot create the tables";
   }
@@ -115,11 +109,9 @@ const SeedFiles &seedFiles() {
 const Seed &seed() {
   static const Seed made = [] {
     BenchEnvironment::get();  // the tables find their data directory through it
-    seedFiles().clearLive();
     Seed s;
     platform::CoCreateGuid(&s.user);
-    s.error = fillSeed(s.user);
-    if (s.error.empty()) s.error = seedFiles().keep();
+    s.error = seedFiles().make([&] { return fillSeed(s.user); });
     return s;
   }();
   return made;
