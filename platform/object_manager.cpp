@@ -134,7 +134,7 @@ class InstanceStore {
     if (!open()) return kFailed;
     if (lookup(id, nullptr, nullptr)) return kFailed;
     if (deferring()) return defer(Change::Add, id, classId, name);
-    return store(Change::Add, id, classId, name);
+    return write(Change::Add, id, classId, name);
   }
 
   // Changes a registered instance; one the object manager does not know is refused.
@@ -142,7 +142,7 @@ class InstanceStore {
     if (!open()) return kFailed;
     if (!lookup(id, nullptr, nullptr)) return kNotFound;
     if (deferring()) return defer(Change::Update, id, classId, name);
-    return store(Change::Update, id, classId, name);
+    return write(Change::Update, id, classId, name);
   }
 
   std::uint32_t remove(const _GUID &id, const _GUID &classId) {
@@ -152,7 +152,7 @@ class InstanceStore {
       return kNotFound;
     }
     if (deferring()) return defer(Change::Delete, id, classId, nullptr);
-    return store(Change::Delete, id, classId, nullptr);
+    return write(Change::Delete, id, classId, nullptr);
   }
 
   std::uint32_t get(const _GUID &id, _GUID *classId, char *name, std::uint32_t nameSize) {
@@ -235,7 +235,10 @@ class InstanceStore {
       if (name) *name = c.name;
       return true;
     }
-    if (!find(id) || QDBRecordRead(handle_) != 0) return false;
+    // Found in the store, the instance is left current for a write.
+    if (!find(id)) return false;
+    if (!classId && !name) return true;
+    if (QDBRecordRead(handle_) != 0) return false;
     if (classId) *classId = record_.classId;
     if (name) name->assign(record_.name, strnlen(record_.name, sizeof record_.name));
     return true;
@@ -247,19 +250,25 @@ class InstanceStore {
     return kOk;
   }
 
+  // A change checked against the store; a held one may have been overtaken.
   std::uint32_t store(Change kind, const _GUID &id, const _GUID &classId, const char *name) {
     bool known = find(id);
+    if (kind == Change::Add && known) return kFailed;
+    if (kind != Change::Add && !known) return kNotFound;
+    return write(kind, id, classId, name);
+  }
+
+  // A change whose instance was just looked up: absent for an add, current
+  // for an update or a delete.
+  std::uint32_t write(Change kind, const _GUID &id, const _GUID &classId, const char *name) {
     switch (kind) {
       case Change::Add:
-        if (known) return kFailed;
         fill(id, classId, name);
         return QDBRecordAdd(handle_) == 0 ? kOk : kFailed;
       case Change::Update:
-        if (!known) return kNotFound;
         fill(id, classId, name);
         return QDBRecordUpdate(handle_) == 0 ? kOk : kFailed;
       case Change::Delete:
-        if (!known) return kNotFound;
         return QDBRecordDelete(handle_) == 0 ? kOk : kFailed;
     }
     return kFailed;
