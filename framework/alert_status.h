@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "platform/export.h"
+
 inline constexpr std::uint32_t ALRT_E_NOMEMORY = 0x200C8;
 inline constexpr std::uint32_t ALRT_E_INITFAILED = 0x200C9;
 inline constexpr std::uint32_t ALRT_E_OPENFAILED = 0x200CA;
@@ -34,3 +36,8 @@ inline constexpr std::uint32_t ALRT_MISSINGFILE = 65535;  // open: no file, no b
 inline constexpr std::uint32_t ALRT_NOTREADY = 65535;     // IsReady, CreateObjectId
 inline constexpr std::uint32_t ALRT_UNCHANGED = 240;      // base update: nothing to write
 inline constexpr std::uint32_t ALRT_NOTABLE_LOW = 223;    // low half of ALRT_E_NOTABLE
+
+// The name of a status ("ALRT_E_NOTFOUND", "QDB_E_BUSY", "UNKNOWN") and what it
+// means, for tools and client programs that report statuses to people.
+extern "C" ALERTDB_API const char *AlertDBStatusName(std::uint32_t status);
+extern "C" ALERTDB_API const char *AlertDBStatusDescription(std::uint32_t status);

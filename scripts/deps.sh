@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the Debian packages the build needs, when any is missing.
 set -e
-packages="build-essential cmake pkg-config libsqlite3-dev sqlite3 libinih-dev libgtest-dev libgmock-dev libbenchmark-dev libxxhash-dev libfmt-dev locales"
+packages="build-essential cmake pkg-config libsqlite3-dev sqlite3 libinih-dev libgtest-dev libgmock-dev libbenchmark-dev libxxhash-dev libfmt-dev libcli11-dev nlohmann-json3-dev locales"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds the library and the alertdb tool, then runs the main job on the
-# tool's embedded default data directory.
+# tool's default data directory ($XDG_DATA_HOME/alertdb unless configured).
 set -e
 cd "$(dirname "$0")/.."
 scripts/deps.sh

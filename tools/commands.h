@@ -1,28 +1,14 @@
-// The alertdb tool's commands. Each returns the process exit code.
+// The alertdb tool's commands. Each adds itself to the tool with its options.
 #pragma once
 
-#include <string>
-#include <vector>
+namespace CLI {
+class App;
+}
 
 namespace alertdb_tool {
 
-using Arguments = std::vector<std::string>;
-
-struct Command {
-  const char *name;
-  const char *usage;
-  const char *summary;
-  int (*run)(const Arguments &args);
-};
-
-// The data directory the library will use (set up by main).
-const std::string &dataDirectory();
-
-// The data files of the alerting data, in the order the tool reports them.
-const std::vector<std::string> &dataFiles();
-
-int runTables(const Arguments &args);
-int runDescribe(const Arguments &args);
-int runDemo(const Arguments &args);
+void addDemoCommand(CLI::App &tool);
+void addTablesCommand(CLI::App &tool);
+void addDescribeCommand(CLI::App &tool);
 
 }  // namespace alertdb_tool

@@ -1,19 +1,19 @@
 // Inspecting data files through the record store's catalog.
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <string>
 
 #include "alertdb.h"
 #include "tools/commands.h"
+#include "tools/tool_context.h"
 
 namespace alertdb_tool {
 
 namespace {
 
-std::string pathOf(const std::string &file) { return dataDirectory() + "/" + file; }
-
 // Prints the tables of one data file; false when it is missing or refused.
 bool listTables(const std::string &file) {
-  std::string path = pathOf(file);
+  std::string path = dataPath(file);
   if (!platform::FileExists(path.c_str())) {
     std::printf("%-14s (not there)\n", file.c_str());
     return true;
@@ -38,19 +38,15 @@ bool listTables(const std::string &file) {
 
 }  // namespace
 
-int runTables(const Arguments &args) {
+int runTables(const std::string &file) {
   bool ok = true;
-  if (!args.empty()) return listTables(args[0]) ? 0 : 1;
-  for (const std::string &file : dataFiles()) ok = listTables(file) && ok;
+  if (!file.empty()) return listTables(file) ? 0 : 1;
+  for (const std::string &each : dataFiles()) ok = listTables(each) && ok;
   return ok ? 0 : 1;
 }
 
-int runDescribe(const Arguments &args) {
-  if (args.size() != 2) {
-    std::fprintf(stderr, "usage: alertdb describe FILE TABLE\n");
-    return 2;
-  }
-  std::string path = pathOf(args[0]);
+int runDescribe(const std::vector<std::string> &args) {
+  std::string path = dataPath(args[0]);
   KEPDB *h = platform::QDBInit(0, path.c_str(), platform::kOpenExisting, 1);
   if (!h) {
     std::fprintf(stderr, "alertdb: cannot open %s\n", path.c_str());
@@ -74,6 +70,20 @@ int runDescribe(const Arguments &args) {
                 f.queryType.empty() ? "" : "  ", f.queryType.c_str());
   }
   return 0;
+}
+
+void addTablesCommand(CLI::App &tool) {
+  static std::string file;
+  CLI::App &command = addCommand(tool, "tables", "list the tables of every data file, or of FILE",
+                                 [] { return runTables(file); });
+  command.add_option("FILE", file, "one data file");
+}
+
+void addDescribeCommand(CLI::App &tool) {
+  static std::vector<std::string> args;
+  CLI::App &command =
+      addCommand(tool, "describe", "show the fields of a table", [] { return runDescribe(args); });
+  command.add_option("FILE TABLE", args, "the data file and the table")->expected(2)->required();
 }
 
 }  // namespace alertdb_tool

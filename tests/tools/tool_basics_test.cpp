@@ -1,0 +1,72 @@
+// The tool as a command-line user meets it: help, version, usage errors and
+// the data directory it chooses.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "support/test_environment.h"
+#include "support/tool_run.h"
+
+namespace alertdb_test {
+namespace {
+
+class ToolBasicsTest : public IsolatedTest {};
+
+TEST_F(ToolBasicsTest, HelpAndVersionSucceedOnStandardOutput) {
+  ToolResult help = runTool({"--help"});
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_NE(help.out.find("tables"), std::string::npos);
+  ToolResult version = runTool({"--version"});
+  EXPECT_EQ(version.exitCode, 0);
+  EXPECT_EQ(version.out.rfind("alertdb ", 0), 0u) << version.out;
+  ToolResult commandHelp = runTool({"describe", "--help"});
+  EXPECT_EQ(commandHelp.exitCode, 0);
+  EXPECT_NE(commandHelp.out.find("--data-dir"), std::string::npos);
+}
+
+TEST_F(ToolBasicsTest, UsageErrorsExitNonZeroWithAMessage) {
+  for (const std::vector<std::string> &args : {std::vector<std::string>{},
+                                               {"no-such-command"},
+                                               {"describe", "AlEvntdb.dat"},
+                                               {"tables", "--no-such-option"}}) {
+    ToolResult result = runTool(args);
+    EXPECT_EQ(result.exitCode, 2) << args.size();
+    EXPECT_TRUE(result.out.empty()) << result.out;
+    EXPECT_FALSE(result.err.empty());
+  }
+}
+
+TEST_F(ToolBasicsTest, DataDirectoryFollowsOptionThenEnvironmentThenPerUserDirectory) {
+  std::string home = dataPath("home");
+  // No ALERTDB_DATA_DIR and no console settings: the per-user directory is made.
+  ToolResult fallback = runTool({"demo"}, {{"ALERTDB_DATA_DIR", ""},
+                                           {"HOME", home},
+                                           {"XDG_DATA_HOME", ""},
+                                           {"ALERTDB_CONSOLE_DIR", dataPath("no-console")}});
+  EXPECT_EQ(fallback.exitCode, 0) << fallback.err;
+  EXPECT_TRUE(fileExists(home + "/.local/share/alertdb/AlEvntdb.dat"));
+
+  ToolResult xdg = runTool({"demo"}, {{"ALERTDB_DATA_DIR", ""},
+                                      {"XDG_DATA_HOME", dataPath("xdg")},
+                                      {"ALERTDB_CONSOLE_DIR", dataPath("no-console")}});
+  EXPECT_EQ(xdg.exitCode, 0) << xdg.err;
+  EXPECT_TRUE(fileExists(dataPath("xdg/alertdb/AlEvntdb.dat")));
+
+  ToolResult option = runTool({"demo", "--data-dir", dataPath("chosen")});
+  EXPECT_EQ(option.exitCode, 0) << option.err;
+  EXPECT_TRUE(fileExists(dataPath("chosen/AlEvntdb.dat")));
+  // The environment's directory (the test's own) is used when no option is given.
+  ToolResult environment = runTool({"demo"});
+  EXPECT_EQ(environment.exitCode, 0) << environment.err;
+  EXPECT_TRUE(fileExists(dataPath("AlEvntdb.dat")));
+}
+
+TEST_F(ToolBasicsTest, UnusableDataDirectoryIsAnError) {
+  writeFile(dataPath("plain-file"), "x");
+  ToolResult result = runTool({"tables", "--data-dir", dataPath("plain-file/sub")});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.err.find("data directory"), std::string::npos) << result.err;
+}
+
+}  // namespace
+}  // namespace alertdb_test
