@@ -7,8 +7,15 @@ class App;
 
 namespace alertdb_tool {
 
-void addDemoCommand(CLI::App &tool);
+void addInitCommand(CLI::App &tool);
 void addTablesCommand(CLI::App &tool);
 void addDescribeCommand(CLI::App &tool);
+void addDumpCommand(CLI::App &tool);
+void addWatchCommand(CLI::App &tool);
+void addPurgeCommand(CLI::App &tool);
+void addBackupCommand(CLI::App &tool);
+void addCheckCommand(CLI::App &tool);
+void addRecoverCommand(CLI::App &tool);
+void addDemoCommand(CLI::App &tool);
 
 }  // namespace alertdb_tool

@@ -16,9 +16,16 @@ int main(int argc, char **argv) {
       "alertdb"};
   tool.set_version_flag("--version", "alertdb " ALERTDB_VERSION);
   tool.require_subcommand(1);
-  addDemoCommand(tool);
+  addInitCommand(tool);
   addTablesCommand(tool);
   addDescribeCommand(tool);
+  addDumpCommand(tool);
+  addWatchCommand(tool);
+  addPurgeCommand(tool);
+  addBackupCommand(tool);
+  addCheckCommand(tool);
+  addRecoverCommand(tool);
+  addDemoCommand(tool);
   try {
     tool.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
