@@ -137,9 +137,9 @@ std::uint32_t maxWindow(const Handle &h) {
 
 // The rows a find or find-first fetches: what the walk from the previous
 // one used, so that a walk through one key value's records takes one read.
-std::uint32_t firstFetch(Cursor &c, const KeyDef &key, bool exact) {
+std::uint32_t firstFetch(const Handle &h, Cursor &c, const KeyDef &key, bool exact) {
   // Walks of one kind vary in length: the guess falls back by halves.
-  c.learned = std::clamp(std::max(c.served, c.learned / 2), 1u, Cursor::kMaxWindow);
+  c.learned = std::clamp(std::max(c.served, c.learned / 2), 1u, maxWindow(h));
   std::uint32_t n = c.learned;
   c.served = 0;
   c.window = std::max(n, Cursor::kFirstWindow);
@@ -156,7 +156,7 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
     KeyValue search = store::keyOfSearch(def, *k, keyValue, keyLength);
     // More than one row: from the value on, so that the walk can also see
     // where the value's records end.
-    std::uint32_t limit = firstFetch(c, *k, !search.isPrefix);
+    std::uint32_t limit = firstFetch(h, c, *k, !search.isPrefix);
     FetchFrom from = limit == 1 ? FetchFrom::Equal : FetchFrom::From;
     std::uint64_t mark = h.session->commitMark();
     std::uint32_t r = h.session->fetch(*h.table, *k, from, search, 0, limit, &c.spare);
@@ -286,7 +286,7 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
     Cursor &c = h.cursor;
     static const KeyValue none;
     if (direction == kSkipFirst) {
-      std::uint32_t limit = firstFetch(c, *k, false);
+      std::uint32_t limit = firstFetch(h, c, *k, false);
       std::uint64_t mark = h.session->commitMark();
       std::uint32_t r = takeFetched(
           h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0, limit, &c.spare), mark);
