@@ -317,6 +317,44 @@ std::uint32_t Wait(SharedEvent *event, std::uint32_t milliseconds) {
   }
 }
 
+// Sleeps on the sequence word like Wait, counted among the waiters so that
+// SetEvent wakes it; a reset does not end the wait, only a set does.
+std::uint32_t WaitForSet(SharedEvent *event, std::uint32_t seen, std::uint32_t milliseconds,
+                         std::uint32_t *count) {
+  if (event->manualReset == 0) return kWaitFailed;
+  std::uint32_t now = Load(event->sequence);
+  if (now != seen || milliseconds == 0) {
+    *count = now;
+    return now != seen ? kWaitObject0 : kWaitTimeout;
+  }
+  bool infinite = milliseconds == kInfinite;
+  timespec deadline = After(infinite ? 0 : milliseconds);
+  const timespec *until = infinite ? nullptr : &deadline;
+  int rc = Lock(event, until);
+  if (rc == ETIMEDOUT) {
+    *count = Load(event->sequence);
+    return kWaitTimeout;
+  }
+  if (rc != 0) return kWaitFailed;
+  ++event->waiters;
+  std::uint32_t result = kWaitTimeout;
+  for (;;) {
+    now = Load(event->sequence);
+    if (now != seen) {
+      result = kWaitObject0;
+      break;
+    }
+    if (until != nullptr && Passed(deadline)) break;
+    Unlock(event);
+    FutexWaitTimedOut(&event->sequence, seen, until);
+    if (Lock(event, nullptr) != 0) return kWaitFailed;
+  }
+  --event->waiters;
+  Unlock(event);
+  *count = now;
+  return result;
+}
+
 }  // namespace
 
 HANDLE OpenEventA(std::uint32_t /*access*/, std::int32_t /*inherit*/, const char *name) {
@@ -406,6 +444,28 @@ std::int32_t CloseHandle(HANDLE handle) {
     return 1;
   } catch (...) {
     return 0;
+  }
+}
+
+std::int32_t GetEventSetCount(HANDLE handle, std::uint32_t *count) {
+  try {
+    std::shared_ptr<Mapping> mapping = Find(handle);
+    if (!mapping || count == nullptr) return 0;
+    *count = Load(mapping->event()->sequence);
+    return 1;
+  } catch (...) {
+    return 0;
+  }
+}
+
+std::uint32_t WaitForEventSetAfter(HANDLE handle, std::uint32_t seenCount,
+                                   std::uint32_t milliseconds, std::uint32_t *count) {
+  try {
+    std::shared_ptr<Mapping> mapping = Find(handle);
+    if (!mapping || count == nullptr) return kWaitFailed;
+    return WaitForSet(mapping->event(), seenCount, milliseconds, count);
+  } catch (...) {
+    return kWaitFailed;
   }
 }
 
