@@ -31,8 +31,7 @@ bool ok(std::uint32_t status, const char *what) {
   return false;
 }
 
-// A find-first by a text starts at the first record with that text, or at the
-// one after where it would be: the caller compares.
+// Texts are given as keys with their terminator: the store compares up to it.
 unsigned char *textKey(const char *text) {
   return reinterpret_cast<unsigned char *>(const_cast<char *>(text));
 }
@@ -62,8 +61,7 @@ int main() {
   if (!ok(openOrCreate(eventClasses), "opening the event classes")) return 1;
   _GUID eventClassId{};
   if (eventClasses.DBAlertRecFindFirst(CAlertEVENT_CLASSDB::kEventNameKey, textKeyLength(eventName),
-                                       textKey(eventName), &eventClass) == 0 &&
-      std::strcmp(eventClass.EventName, eventName) == 0) {
+                                       textKey(eventName), &eventClass) == 0) {
     eventClassId = eventClass.KEPOID;
     std::printf("event class \"%s\" was registered already\n", eventName);
   } else {
@@ -83,8 +81,7 @@ int main() {
   if (!ok(openOrCreate(responses), "opening the responses")) return 1;
   _GUID responseId{};
   if (responses.DBAlertRecFindFirst(CAlertRespDB::kNameKey, textKeyLength(responseName),
-                                    textKey(responseName), &response) == 0 &&
-      std::strcmp(response.Name, responseName) == 0) {
+                                    textKey(responseName), &response) == 0) {
     responseId = response.KEPOID;
   } else {
     response = {};
