@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -162,5 +163,81 @@ struct StoreTableInfo {
 
 ALERTDB_API std::uint32_t QDBTableNames(KEPDB *handle, std::vector<std::string> *names);
 ALERTDB_API std::uint32_t QDBTableInfo(KEPDB *handle, const char *tableName, StoreTableInfo *info);
+
+// Whole files, for the tools that back up, check and salvage them.
+
+// Told now and then during long work: how much is done of how much (0 when
+// the whole is not known).
+using StoreProgress = std::function<void(std::uint64_t done, std::uint64_t total)>;
+
+// One thing a check or a salvage found wrong. A problem of the file as a
+// whole names no table; one of a record gives its row (its insertion number,
+// from 1) and, when it can be read, its object ID.
+struct StoreProblem {
+  std::string table;
+  std::int64_t row = 0;
+  bool hasObjectId = false;
+  _GUID objectId{};
+  std::string what;
+};
+
+struct StoreTableCheck {
+  std::string name;
+  std::uint32_t records = 0;  // rows found
+  std::uint32_t damaged = 0;  // of them, or listed by an index but unreadable
+};
+
+struct StoreCheckReport {
+  bool isStore = false;  // a record store, sound or not
+  int format = 0;        // the store format it records (1 or 2)
+  std::vector<StoreTableCheck> tables;
+  std::vector<StoreProblem> problems;
+};
+
+// The full check of a data file: its header, SQLite's integrity check, the
+// catalog against the SQL tables, and every record's checksum, decoding and
+// key columns. The file is only read: a write-ahead log beside it is read,
+// never written back. QDB_OK when sound; QDB_E_DAMAGED with every problem in
+// `report` (also for a file that is not a store); QDB_E_NOTFOUND when there
+// is no such file.
+ALERTDB_API std::uint32_t QDBCheckFile(const char *path, StoreCheckReport *report,
+                                       const StoreProgress &progress = nullptr);
+
+// Writes a consistent copy of the store at `source` to `target`: what its
+// committed transactions hold, write-ahead log included, read in one snapshot
+// through SQLite's online backup, so that writers go on meanwhile. The copy
+// is built under a temporary name beside the target, fully checked, synced
+// and only then renamed over the target: the target is either as it was or
+// the whole copy. QDB_E_DAMAGED when the source is not a store or the copy
+// fails its check; QDB_E_NOTFOUND when there is no source; QDB_E_BUSY when a
+// program has the target open.
+ALERTDB_API std::uint32_t QDBBackupFile(const char *source, const char *target,
+                                        const StoreProgress &progress = nullptr);
+
+struct StoreSalvageTable {
+  std::string name;
+  std::uint32_t saved = 0;
+  std::uint32_t lost = 0;  // rows known to have been there that could not be saved
+};
+
+struct StoreSalvageReport {
+  std::vector<StoreSalvageTable> tables;
+  std::vector<StoreProblem> problems;  // what was lost, and why
+};
+
+// Copies every record of the store at `source` that can still be read into a
+// new store at `target`, with the same catalog (tables, fields, query
+// information, query types), each record under its old insertion number. The
+// source is only read; the target must not exist and appears whole or not at
+// all. QDB_OK also when records were lost (see `report`); QDB_E_EXISTS when
+// the target exists; QDB_E_DAMAGED when the source is not a store or its
+// catalog cannot be read; QDB_E_NOTFOUND when there is no source.
+ALERTDB_API std::uint32_t QDBSalvageFile(const char *source, const char *target,
+                                         StoreSalvageReport *report,
+                                         const StoreProgress &progress = nullptr);
+
+// Whether another process has the store at `path` open (a process's own
+// connections are not seen).
+ALERTDB_API std::uint32_t QDBFileInUse(const char *path, bool *inUse);
 
 }  // namespace platform

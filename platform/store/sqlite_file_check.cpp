@@ -53,52 +53,10 @@ std::uint32_t tableNamesOf(sqlite3 *db, std::vector<std::string> *names) {
 // The SQL table of a catalogued table has exactly its columns, and each key
 // its index; a missing index is noted for the recovery open.
 std::uint32_t checkTable(sqlite3 *db, const TableDef &def, Repairs *repairs) {
-  std::set<std::string> expected = {"seq", "record"};
-  for (const KeyDef &k : def.keys) expected.insert(keyColumn(k.keyNumber));
-  std::set<std::string> columns;
-  {
-    Statement s;
-    if (s.prepare(db, "SELECT name, pk FROM pragma_table_info(?)") != SQLITE_OK) {
-      return QDB_E_DAMAGED;
-    }
-    Use q(s);
-    bindText(*q, 1, def.name);
-    int rc;
-    while ((rc = sqlite3_step(*q)) == SQLITE_ROW) {
-      std::string name = columnText(*q, 0);
-      // The insertion order is the row's own key.
-      if ((name == "seq") != (sqlite3_column_int(*q, 1) == 1)) return QDB_E_DAMAGED;
-      columns.insert(std::move(name));
-    }
-    if (rc != SQLITE_DONE) return resultOf(rc);
-  }
-  if (columns != expected) return QDB_E_DAMAGED;
-
-  for (const KeyDef &k : def.keys) {
-    std::string index = keyIndexName(def.name, k.keyNumber);
-    Statement s;
-    if (s.prepare(db,
-                  "SELECT l.\"unique\", (SELECT group_concat(name) FROM pragma_index_info(l.name))"
-                  " FROM pragma_index_list(?) AS l WHERE l.name=?") != SQLITE_OK) {
-      return QDB_E_DAMAGED;
-    }
-    Use q(s);
-    bindText(*q, 1, def.name);
-    bindText(*q, 2, index);
-    int rc = sqlite3_step(*q);
-    if (rc == SQLITE_DONE) {
-      repairs->indexStatements.push_back(std::string("CREATE ") + (k.unique ? "UNIQUE " : "") +
-                                         "INDEX " + quoted(index) + " ON " + quoted(def.name) +
-                                         "(" + keyColumn(k.keyNumber) + ")");
-      continue;
-    }
-    if (rc != SQLITE_ROW) return resultOf(rc);
-    if ((sqlite3_column_int(*q, 0) != 0) != k.unique ||
-        columnText(*q, 1) != keyColumn(k.keyNumber)) {
-      return QDB_E_DAMAGED;
-    }
-  }
-  return QDB_OK;
+  std::vector<std::string> problems;
+  std::uint32_t status = describeTable(db, def, repairs, &problems);
+  if (status != QDB_OK) return status;
+  return problems.empty() ? QDB_OK : QDB_E_DAMAGED;
 }
 
 // Every record of a table decodes, passes its checksum, and its key columns
@@ -172,26 +130,61 @@ std::uint32_t rewriteLegacyRecords(sqlite3 *db, const TableDef &def) {
 }  // namespace
 
 FileState inspectFile(const std::string &path) {
+  std::string reason;
+  return inspectFile(path, &reason);
+}
+
+FileState inspectFile(const std::string &path, std::string *reason) {
+  auto verdict = [&](FileState state, std::string why) {
+    *reason = std::move(why);
+    return state;
+  };
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno == ENOENT ? FileState::Missing : FileState::NotStore;
+  if (fd < 0) {
+    return errno == ENOENT ? verdict(FileState::Missing, "the file does not exist")
+                           : verdict(FileState::NotStore, std::string("the file cannot be read: ") +
+                                                              std::strerror(errno));
+  }
   struct stat st;
   unsigned char header[100];
-  bool readOk = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size >= 100 &&
+  bool statOk = ::fstat(fd, &st) == 0;
+  bool readOk = statOk && S_ISREG(st.st_mode) && st.st_size >= 100 &&
                 ::pread(fd, header, sizeof header, 0) == static_cast<ssize_t>(sizeof header);
   ::close(fd);
-  if (!readOk) return FileState::NotStore;
-  if (std::memcmp(header, "SQLite format 3", 16) != 0) return FileState::NotStore;
-  if (bigEndian(header + 68, 4) != kApplicationId) return FileState::NotStore;
+  if (!readOk) {
+    if (statOk && !S_ISREG(st.st_mode)) return verdict(FileState::NotStore, "not a regular file");
+    return verdict(FileState::NotStore, "too short to be a store");
+  }
+  if (std::memcmp(header, "SQLite format 3", 16) != 0) {
+    return verdict(FileState::NotStore, "not an SQLite database");
+  }
+  if (bigEndian(header + 68, 4) != kApplicationId) {
+    return verdict(FileState::NotStore, "another program's SQLite database");
+  }
   std::uint32_t version = bigEndian(header + 60, 4);
   // Format 0 is someone else's database with our application ID; above ours,
   // a newer engine's store.
-  if (version < kLegacyFormat || version > kFormatVersion) return FileState::NotStore;
+  if (version < kLegacyFormat) {
+    return verdict(FileState::NotStore, "another program's SQLite database");
+  }
+  if (version > kFormatVersion) {
+    return verdict(FileState::NotStore,
+                   "a store of format " + std::to_string(version) + ", newer than this engine");
+  }
   std::uint32_t pageSize = bigEndian(header + 16, 2);
   if (pageSize == 1) pageSize = 65536;
-  if (pageSize < 512 || (pageSize & (pageSize - 1)) != 0) return FileState::Damaged;
+  if (pageSize < 512 || (pageSize & (pageSize - 1)) != 0) {
+    return verdict(FileState::Damaged, "the header's page size is not valid");
+  }
   // Stores are always in WAL mode; a rollback journal would be replayed on open.
-  if (header[18] != 2 || header[19] != 2) return FileState::Damaged;
-  if (st.st_size % pageSize != 0) return FileState::Damaged;
+  if (header[18] != 2 || header[19] != 2) {
+    return verdict(FileState::Damaged, "the header does not put the file in WAL mode");
+  }
+  if (st.st_size % pageSize != 0) {
+    return verdict(FileState::Damaged, "its size (" + std::to_string(st.st_size) +
+                                           " bytes) is not a whole number of " +
+                                           std::to_string(pageSize) + "-byte pages");
+  }
   // Without a WAL beside it the file must hold every page its header counts.
   struct stat walStat;
   bool hasWal = ::stat((path + "-wal").c_str(), &walStat) == 0 && walStat.st_size > 0;
@@ -199,9 +192,11 @@ FileState inspectFile(const std::string &path) {
   bool countValid = bigEndian(header + 24, 4) == bigEndian(header + 92, 4);
   if (!hasWal && countValid && pageCount != 0 &&
       static_cast<std::uint64_t>(st.st_size) != std::uint64_t{pageCount} * pageSize) {
-    return FileState::Damaged;
+    return verdict(FileState::Damaged, "it holds " + std::to_string(st.st_size / pageSize) +
+                                           " pages where its header counts " +
+                                           std::to_string(pageCount));
   }
-  return FileState::Store;
+  return verdict(FileState::Store, "");
 }
 
 bool queryText(sqlite3 *db, const std::string &sql, std::string *out) {
@@ -220,6 +215,72 @@ bool queryNumber(sqlite3 *db, const std::string &sql, std::int64_t *out) {
   if (sqlite3_step(*q) != SQLITE_ROW) return false;
   *out = sqlite3_column_int64(*q, 0);
   return true;
+}
+
+std::uint32_t describeTable(sqlite3 *db, const TableDef &def, Repairs *repairs,
+                            std::vector<std::string> *problems) {
+  std::set<std::string> expected = {"seq", "record"};
+  for (const KeyDef &k : def.keys) expected.insert(keyColumn(k.keyNumber));
+  std::set<std::string> columns;
+  {
+    Statement s;
+    if (s.prepare(db, "SELECT name, pk FROM pragma_table_info(?)") != SQLITE_OK) {
+      return QDB_E_DAMAGED;
+    }
+    Use q(s);
+    bindText(*q, 1, def.name);
+    int rc;
+    while ((rc = sqlite3_step(*q)) == SQLITE_ROW) {
+      std::string name = columnText(*q, 0);
+      // The insertion order is the row's own key.
+      if ((name == "seq") != (sqlite3_column_int(*q, 1) == 1)) {
+        problems->push_back("column " + name +
+                            (name == "seq" ? " is not the row's key" : " is a row key"));
+      }
+      columns.insert(std::move(name));
+    }
+    if (rc != SQLITE_DONE) return resultOf(rc);
+  }
+  if (columns.empty()) {
+    problems->push_back("the catalog lists the table, but the file has no SQL table of that name");
+    return QDB_OK;
+  }
+  for (const std::string &name : expected) {
+    if (!columns.count(name)) problems->push_back("column " + name + " is missing");
+  }
+  for (const std::string &name : columns) {
+    if (!expected.count(name)) problems->push_back("column " + name + " is not in the catalog");
+  }
+
+  for (const KeyDef &k : def.keys) {
+    std::string index = keyIndexName(def.name, k.keyNumber);
+    Statement s;
+    if (s.prepare(db,
+                  "SELECT l.\"unique\", (SELECT group_concat(name) FROM pragma_index_info(l.name))"
+                  " FROM pragma_index_list(?) AS l WHERE l.name=?") != SQLITE_OK) {
+      return QDB_E_DAMAGED;
+    }
+    Use q(s);
+    bindText(*q, 1, def.name);
+    bindText(*q, 2, index);
+    int rc = sqlite3_step(*q);
+    if (rc == SQLITE_DONE) {
+      repairs->indexStatements.push_back(std::string("CREATE ") + (k.unique ? "UNIQUE " : "") +
+                                         "INDEX " + quoted(index) + " ON " + quoted(def.name) +
+                                         "(" + keyColumn(k.keyNumber) + ")");
+      continue;
+    }
+    if (rc != SQLITE_ROW) return resultOf(rc);
+    if ((sqlite3_column_int(*q, 0) != 0) != k.unique) {
+      problems->push_back(
+          "index " + index +
+          (k.unique ? " does not keep its key unique" : " keeps a key unique that may repeat"));
+    }
+    if (columnText(*q, 1) != keyColumn(k.keyNumber)) {
+      problems->push_back("index " + index + " does not index column " + keyColumn(k.keyNumber));
+    }
+  }
+  return QDB_OK;
 }
 
 std::uint32_t checkStructure(sqlite3 *db, int, Repairs *repairs, std::vector<TableDef> *defs) {

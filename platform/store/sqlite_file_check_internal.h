@@ -16,6 +16,8 @@ namespace platform::store::sqlite {
 // that a file that is not a store is never touched.
 enum class FileState { Missing, NotStore, Store, Damaged };
 FileState inspectFile(const std::string &path);
+// The same, with the rule a file that is not a sound store breaks in `reason`.
+FileState inspectFile(const std::string &path, std::string *reason);
 
 // What the recovery open may rebuild without losing or inventing a record.
 struct Repairs {
@@ -31,6 +33,12 @@ struct Repairs {
 // The table definitions read on the way go to `defs`.
 std::uint32_t checkStructure(sqlite3 *db, int format, Repairs *repairs,
                              std::vector<TableDef> *defs);
+
+// What is wrong with the SQL table of a catalogued table (its columns and
+// key indexes), one text each; a missing index goes to `repairs` instead.
+// An error result when the schema could not be read.
+std::uint32_t describeTable(sqlite3 *db, const TableDef &def, Repairs *repairs,
+                            std::vector<std::string> *problems);
 
 // The full check of the recovery open: SQLite's integrity check, every
 // record's stored form with its checksum, and key columns agreeing with the

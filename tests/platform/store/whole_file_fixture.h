@@ -1,0 +1,140 @@
+// Stores of sample records made, damaged and read back whole, for the tests
+// of backups, full checks and salvage.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/memory_blocks.h"
+#include "platform/store/record_store.h"
+#include "platform/store/record_store_fixture.h"
+
+namespace alertdb_test {
+
+class WholeFileTest : public RecordStoreTest {
+ protected:
+  static constexpr const char *kNeedle = "NEEDLE-COMMENT";
+
+  // Record n of a sample store: object ID idOf(n), name "r<n>", number n;
+  // record 42 alone carries kNeedle.
+  static _GUID idOf(std::uint32_t n) {
+    _GUID id{};
+    id.Data1 = n + 1;
+    return id;
+  }
+  static void fillRecord(SampleTable &t, std::uint32_t n) {
+    t.fill(0, ("r" + std::to_string(n)).c_str(), n);
+    t.record.id = idOf(n);
+    if (n == 42) std::strcpy(t.record.comment, kNeedle);
+    std::memset(t.replication, static_cast<int>(n & 0xFF), sizeof t.replication);
+  }
+
+  // A closed store of `count` sample records, with a registered query type.
+  void makeStore(const std::string &name, std::uint32_t count = 100) {
+    SampleTable t;
+    KEPDB *h = createSample(t, name);
+    const char *texts[] = {"None", "CRITICAL"};
+    void *block = nullptr;
+    std::uint32_t aux = 0;
+    ASSERT_EQ(platform::SchmLoadStrings(nullptr, &block, &aux, texts, 0, 2), 0u);
+    std::uint32_t values[] = {0, 1};
+    ASSERT_EQ(platform::SchmAddQueryInfo(h, "QInfo_Svrty", 97, 2, values, aux, block), 0u);
+    platform::MemFree(block);
+    for (std::uint32_t n = 0; n < count; ++n) {
+      fillRecord(t, n);
+      ASSERT_EQ(platform::QDBRecordAdd(h), 0u);
+    }
+    close(h);
+  }
+
+  // Runs SQL on the file behind the engine's back; with `keepLog` the change
+  // stays in the write-ahead log instead of going into the file.
+  void sql(const std::string &name, const std::string &statements, bool keepLog = false) {
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(dataPath(name).c_str(), &db), SQLITE_OK);
+    if (keepLog) sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    char *error = nullptr;
+    EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, &error), SQLITE_OK)
+        << (error ? error : "");
+    sqlite3_free(error);
+    sqlite3_close(db);
+  }
+
+  // Flips a byte inside the one stored record image that holds `needle`.
+  void flipInRecord(const std::string &name, const char *needle = kNeedle) {
+    std::string bytes = readFile(dataPath(name));
+    std::size_t at = bytes.find(needle);
+    ASSERT_NE(at, std::string::npos);
+    ASSERT_EQ(bytes.find(needle, at + 1), std::string::npos);
+    bytes[at + 3] ^= 0x20;
+    writeFile(dataPath(name), bytes);
+  }
+
+  // The file and its write-ahead log, to show that neither changed.
+  std::string fileAndLog(const std::string &name) {
+    return readFile(dataPath(name)) + "|wal|" + readFile(dataPath(name) + "-wal");
+  }
+
+  // Every record of the sample table of a file, in the order of their
+  // numbers, as the bytes of the record and its replication block.
+  std::vector<std::string> records(const std::string &name) {
+    std::vector<std::string> out;
+    SampleTable t;
+    KEPDB *h = open(name, platform::kOpenExisting);
+    EXPECT_NE(h, nullptr) << name;
+    if (!h) return out;
+    EXPECT_EQ(t.select(h), 0u);
+    std::uint32_t r = platform::QDBRecordSkipAndRead(h, kNumberKey, platform::kSkipFirst);
+    for (; r == 0; r = platform::QDBRecordSkipAndRead(h, kNumberKey, platform::kSkipNext)) {
+      out.push_back(
+          std::string(reinterpret_cast<const char *>(&t.record), sizeof t.record) +
+          std::string(reinterpret_cast<const char *>(t.replication), sizeof t.replication));
+    }
+    EXPECT_EQ(r, platform::QDB_E_NOTFOUND) << name;
+    close(h);
+    return out;
+  }
+
+  // What records(name) gives for a sample store of records 0..count-1.
+  static std::vector<std::string> expectedRecords(std::uint32_t count,
+                                                  std::uint32_t without = ~0u) {
+    std::vector<std::string> out;
+    SampleTable t;
+    for (std::uint32_t n = 0; n < count; ++n) {
+      if (n == without) continue;
+      fillRecord(t, n);
+      out.push_back(
+          std::string(reinterpret_cast<const char *>(&t.record), sizeof t.record) +
+          std::string(reinterpret_cast<const char *>(t.replication), sizeof t.replication));
+    }
+    return out;
+  }
+
+  // The names in the data directory other than `except`: what a failed or
+  // finished operation left behind. Reading a damaged file may leave an
+  // empty log and shared memory beside it, as the store's own opens do: with
+  // `besideDamaged` those are not counted either.
+  std::vector<std::string> leftovers(const std::vector<std::string> &except,
+                                     const std::vector<std::string> &besideDamaged = {}) {
+    std::vector<std::string> out;
+    for (const auto &entry : std::filesystem::directory_iterator(dataDir())) {
+      std::string name = entry.path().filename().string();
+      bool expected = std::find(except.begin(), except.end(), name) != except.end();
+      for (const std::string &damaged : besideDamaged) {
+        if (name == damaged + "-wal" || name == damaged + "-shm") {
+          expected = entry.file_size() == 0 || name.back() == 'm';
+        }
+      }
+      if (!expected) out.push_back(name);
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+  }
+};
+
+}  // namespace alertdb_test
