@@ -1,0 +1,139 @@
+// `alertdb init` run as its own process on the test's data directory.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "alertdb.h"
+#include "support/test_environment.h"
+#include "support/tool_run.h"
+#include "tools/data_file_damage.h"
+
+namespace alertdb_test {
+namespace {
+
+using Json = nlohmann::json;
+
+const std::vector<std::string> kDataFiles = {"AlCfgdb.dat",  "APgeProv.dat", "AlServdb.dat",
+                                             "AlEvntdb.dat", "KEPLogDB.dat", "AlRespDB.dat",
+                                             "kepuser.dat"};
+constexpr std::size_t kLibraryTables = 42;
+
+class InitCommandTest : public IsolatedTest {
+ protected:
+  // The rows of `alertdb init --format json`, which must have succeeded.
+  Json initRows() {
+    ToolResult result = runTool({"init", "--format", "json"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    Json rows = Json::parse(result.out, nullptr, false);
+    EXPECT_TRUE(rows.is_array()) << result.out;
+    return rows.is_array() ? rows : Json::array();
+  }
+
+  // The tables the data file's own catalog lists.
+  std::set<std::string> catalogTables(const std::string &file) {
+    std::set<std::string> names;
+    KEPDB *h = platform::QDBInit(0, dataPath(file).c_str(), platform::kOpenExisting, 1);
+    if (!h) return names;
+    std::vector<std::string> list;
+    platform::QDBTableNames(h, &list);
+    platform::QDBDone(h);
+    names.insert(list.begin(), list.end());
+    return names;
+  }
+
+  static std::vector<std::string> results(const Json &rows) {
+    std::vector<std::string> all;
+    for (const Json &row : rows) all.push_back(row.value("result", ""));
+    return all;
+  }
+};
+
+TEST_F(InitCommandTest, MakesEveryTableOnceAndThenFindsThemThere) {
+  Json first = initRows();
+  ASSERT_EQ(first.size(), kLibraryTables);
+  std::set<std::pair<std::string, std::string>> tables;
+  std::set<std::string> files;
+  for (const Json &row : first) {
+    EXPECT_EQ(row["result"], "made") << row.dump();
+    tables.emplace(row["file"], row["table"]);
+    files.insert(row["file"].get<std::string>());
+  }
+  EXPECT_EQ(tables.size(), kLibraryTables) << "each table reported once";
+  EXPECT_EQ(files, std::set<std::string>(kDataFiles.begin(), kDataFiles.end()));
+  EXPECT_TRUE(tables.count({"KEPLogDB.dat", "EVENT_LOG"}));
+  EXPECT_TRUE(tables.count({"kepuser.dat", "UserObj"})) << "made through the object manager";
+  // What was reported made is in the files, and every table class opens it.
+  for (const auto &[file, table] : tables) {
+    EXPECT_TRUE(catalogTables(file).count(table)) << file << " " << table;
+  }
+  {
+    CAlertEVENT_LOGDB log;
+    EXPECT_EQ(log.DBOpen(), 0u);
+    CUsrDB userObjects;
+    EXPECT_EQ(userObjects.DBOpen(), 0u);
+    CAlertAPAGE_SERVICE_PROVIDERDB providers;
+    EXPECT_EQ(providers.DBOpen(), 0u);
+  }
+
+  std::map<std::string, std::string> afterFirst = directoryContents(dataDir());
+  Json second = initRows();
+  ASSERT_EQ(second.size(), kLibraryTables);
+  EXPECT_EQ(results(second), std::vector<std::string>(kLibraryTables, "there"));
+  for (std::size_t i = 0; i < second.size(); ++i) {
+    EXPECT_EQ(second[i]["table"], first[i]["table"]);
+    EXPECT_EQ(second[i]["file"], first[i]["file"]);
+  }
+  EXPECT_EQ(directoryContents(dataDir()).size(), afterFirst.size()) << "no file added";
+  EXPECT_EQ(afterFirst.size(), kDataFiles.size());
+}
+
+TEST_F(InitCommandTest, MakesOnlyWhatIsMissing) {
+  ASSERT_EQ(initRows().size(), kLibraryTables);
+  ASSERT_EQ(std::remove(dataPath("APgeProv.dat").c_str()), 0);
+  Json rows = initRows();
+  ASSERT_EQ(rows.size(), kLibraryTables);
+  for (const Json &row : rows) {
+    EXPECT_EQ(row["result"], row["file"] == "APgeProv.dat" ? "made" : "there") << row.dump();
+  }
+  EXPECT_TRUE(catalogTables("APgeProv.dat").count("APageServProvider"));
+
+  // The table output says the same in words.
+  ToolResult table = runTool({"init"});
+  EXPECT_EQ(table.exitCode, 0) << table.err;
+  EXPECT_NE(table.out.find("0 made, 42 there"), std::string::npos) << table.out;
+  EXPECT_NE(table.out.find("EVENT_LOG"), std::string::npos);
+}
+
+TEST_F(InitCommandTest, RefusedDataFileStopsItBeforeAnythingIsMade) {
+  ASSERT_EQ(initRows().size(), kLibraryTables);
+  truncateFile(dataPath("AlEvntdb.dat"), 100);
+  writeFile(dataPath("AlCfgdb.dat"), "not a store at all");
+  ASSERT_EQ(std::remove(dataPath("KEPLogDB.dat").c_str()), 0);
+  std::map<std::string, std::string> before = directoryContents(dataDir());
+
+  ToolResult result = runTool({"init", "--format", "json"});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_TRUE(result.out.empty()) << result.out;
+  for (const char *named : {"AlEvntdb.dat", "AlCfgdb.dat", "ALRT_E_INITFAILED"}) {
+    EXPECT_NE(result.err.find(named), std::string::npos) << named << ": " << result.err;
+  }
+  EXPECT_EQ(directoryContents(dataDir()), before) << "nothing made, nothing changed";
+}
+
+TEST_F(InitCommandTest, HelpNamesTheFormats) {
+  ToolResult help = runTool({"init", "--help"});
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_NE(help.out.find("--format"), std::string::npos) << help.out;
+  ToolResult bad = runTool({"init", "--format", "xml"});
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_FALSE(fileExists(dataPath("AlCfgdb.dat"))) << "a usage error makes nothing";
+}
+
+}  // namespace
+}  // namespace alertdb_test
