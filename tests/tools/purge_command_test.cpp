@@ -1,0 +1,175 @@
+// "alertdb purge": the log purge by name, on the tool's data directory, with
+// the number of entries that went.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/test_environment.h"
+#include "support/tool_run.h"
+#include "tools/event_log_entries.h"
+
+namespace alertdb_test {
+namespace {
+
+constexpr std::uint32_t kActivityEvent = 12545;
+
+std::vector<std::string> sorted(std::vector<std::string> ids) {
+  std::sort(ids.begin(), ids.end());
+  return ids;
+}
+
+std::vector<std::string> idTexts(const std::vector<_GUID> &ids) {
+  std::vector<std::string> texts;
+  for (const _GUID &id : ids) texts.push_back(platform::GuidToString(id));
+  return sorted(texts);
+}
+
+class PurgeCommandTest : public IsolatedTest {
+ protected:
+  // Runs the purge with JSON output; the parsed report, null when it failed.
+  nlohmann::json purge(std::vector<std::string> args) {
+    args.insert(args.begin(), "purge");
+    args.insert(args.end(), {"--format", "json"});
+    ToolResult result = runTool(args);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    if (result.exitCode != 0) return nullptr;
+    return nlohmann::json::parse(result.out);
+  }
+
+  void writeSettings(const std::string &lines) {
+    writeFile(dataPath("QADMIN.INI"), "[Alert Log Purge Settings]\n" + lines);
+  }
+};
+
+TEST_F(PurgeCommandTest, AcknowledgedEntriesGoWhateverTheirAgeAndTheCountIsReported) {
+  std::vector<_GUID> kept = {addLogEntry(5, false), addLogEntry(6, false, 400)};
+  addLogEntry(5, true);
+  addLogEntry(7, true, 400);
+  addLogEntry(kActivityEvent, true);
+
+  nlohmann::json report = purge({"--acknowledged"});
+  ASSERT_FALSE(report.is_null());
+  EXPECT_EQ(report["removed"], 3);
+  EXPECT_EQ(report["before"], 5);
+  EXPECT_EQ(report["left"], 2);
+  EXPECT_EQ(report["purged"], nlohmann::json::array({"acknowledged"}));
+  EXPECT_EQ(report["log"], dataPath("KEPLogDB.dat"));
+  EXPECT_EQ(sorted(logEntryIds()), idTexts(kept));
+
+  // Nothing acknowledged is left: a second purge removes nothing.
+  report = purge({"--acknowledged"});
+  EXPECT_EQ(report["removed"], 0);
+  EXPECT_EQ(report["left"], 2);
+
+  // The default output is a sentence.
+  addLogEntry(8, true);
+  ToolResult plain = runTool({"purge", "--acknowledged"});
+  EXPECT_EQ(plain.exitCode, 0) << plain.err;
+  EXPECT_EQ(plain.out, "removed 1 of 3 entries from the event log; 2 left\n");
+}
+
+TEST_F(PurgeCommandTest, AgesComeFromTheSettingsOfTheToolsDataDirectory) {
+  writeSettings("PurgeEventLogDays=30\nPurgeActivityDays=7\n");
+  // A console settings file naming another directory does not redirect the purge.
+  writeFile(dataPath("QADMIN.DAT"), "[Directories]\nDataDir=" + dataPath("elsewhere") + "\n");
+  _GUID oldEvent = addLogEntry(5, false, 40);
+  _GUID newEvent = addLogEntry(5, false, 1);
+  _GUID oldActivity = addLogEntry(kActivityEvent, false, 10);
+  _GUID newActivity = addLogEntry(kActivityEvent, false, 3);
+  _GUID acknowledged = addLogEntry(9, true, 2);
+
+  nlohmann::json report = purge({"--old"});
+  ASSERT_FALSE(report.is_null());
+  EXPECT_EQ(report["removed"], 1);
+  EXPECT_EQ(sorted(logEntryIds()), idTexts({newEvent, oldActivity, newActivity, acknowledged}));
+
+  report = purge({"--activity"});
+  EXPECT_EQ(report["removed"], 1);
+  EXPECT_EQ(sorted(logEntryIds()), idTexts({newEvent, newActivity, acknowledged}));
+  (void)oldEvent;
+
+  // Without ages configured nothing is old.
+  writeSettings("");
+  report = purge({"--old", "--activity"});
+  EXPECT_EQ(report["removed"], 0);
+  EXPECT_EQ(report["purged"], nlohmann::json::array({"old", "activity"}));
+}
+
+TEST_F(PurgeCommandTest, AcknowledgedIfAutoFollowsTheAutoPurgeSetting) {
+  _GUID open = addLogEntry(5, false);
+  addLogEntry(5, true);
+  nlohmann::json report = purge({"--acknowledged-if-auto"});
+  ASSERT_FALSE(report.is_null());
+  EXPECT_EQ(report["removed"], 0);
+  writeSettings("AutoPurgeAckEvents=2\n");
+  EXPECT_EQ(purge({"--acknowledged-if-auto"})["removed"], 0);
+  writeSettings("AutoPurgeAckEvents=1\n");
+  EXPECT_EQ(purge({"--acknowledged-if-auto"})["removed"], 1);
+  EXPECT_EQ(logEntryIds(), idTexts({open}));
+}
+
+TEST_F(PurgeCommandTest, DataDirOptionChoosesWhoseLogIsPurged) {
+  _GUID here = addLogEntry(5, true);
+  std::string other = dataPath("other");
+  std::filesystem::create_directory(other);
+  setenv("ALERTDB_DATA_DIR", other.c_str(), 1);
+  _GUID thereOpen = addLogEntry(5, false);
+  addLogEntry(6, true);
+  setenv("ALERTDB_DATA_DIR", dataDir().c_str(), 1);
+
+  nlohmann::json report = purge({"--acknowledged", "--data-dir", other});
+  ASSERT_FALSE(report.is_null());
+  EXPECT_EQ(report["removed"], 1);
+  EXPECT_EQ(report["log"], other + "/KEPLogDB.dat");
+  EXPECT_EQ(logEntryIds(), idTexts({here}));
+  setenv("ALERTDB_DATA_DIR", other.c_str(), 1);
+  EXPECT_EQ(logEntryIds(), idTexts({thereOpen}));
+  setenv("ALERTDB_DATA_DIR", dataDir().c_str(), 1);
+}
+
+TEST_F(PurgeCommandTest, BadFlagCombinationsAreUsageErrors) {
+  addLogEntry(5, true);
+  struct Case {
+    std::vector<std::string> args;
+    std::string message;
+  };
+  for (const Case &c : std::vector<Case>{
+           {{"purge"}, "nothing to purge"},
+           {{"purge", "--format", "json"}, "nothing to purge"},
+           {{"purge", "--acknowledged", "--acknowledged-if-auto"}, "exclude each other"},
+           {{"purge", "--old", "--acknowledged", "--acknowledged-if-auto"}, "exclude each other"},
+           {{"purge", "--acknowledged", "--format", "xml"}, "--format"},
+           {{"purge", "--everything"}, "--everything"},
+       }) {
+    ToolResult result = runTool(c.args);
+    EXPECT_EQ(result.exitCode, 2) << c.args.back();
+    EXPECT_TRUE(result.out.empty()) << result.out;
+    EXPECT_NE(result.err.find(c.message), std::string::npos) << result.err;
+  }
+  // Nothing was purged by any of them.
+  EXPECT_EQ(logEntryIds().size(), 1u);
+}
+
+TEST_F(PurgeCommandTest, MissingOrDamagedLogFailsWithTheStatusAndIsLeftAlone) {
+  ToolResult missing = runTool({"purge", "--acknowledged"});
+  EXPECT_EQ(missing.exitCode, 1);
+  EXPECT_TRUE(missing.out.empty()) << missing.out;
+  EXPECT_NE(missing.err.find("ALRT_E_OPENFAILED ("), std::string::npos) << missing.err;
+  EXPECT_FALSE(fileExists(dataPath("KEPLogDB.dat")));
+
+  const std::string garbage(8192, 'x');
+  writeFile(dataPath("KEPLogDB.dat"), garbage);
+  ToolResult damaged = runTool({"purge", "--acknowledged", "--format", "json"});
+  EXPECT_EQ(damaged.exitCode, 1);
+  EXPECT_TRUE(damaged.out.empty()) << damaged.out;
+  EXPECT_NE(damaged.err.find("ALRT_E_OPENFAILED"), std::string::npos) << damaged.err;
+  EXPECT_NE(damaged.err.find("KEPLogDB.dat"), std::string::npos) << damaged.err;
+  EXPECT_EQ(readFile(dataPath("KEPLogDB.dat")), garbage);
+}
+
+}  // namespace
+}  // namespace alertdb_test
