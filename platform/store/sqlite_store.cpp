@@ -86,10 +86,13 @@ std::size_t prefixEnd(const KeyValue &prefix, unsigned char *out) {
 }
 
 // The files this process found sound, by identity and schema version.
+// A file is known by its inode, schema and last write: another file that
+// reuses a freed inode, or a file written by other means, is checked afresh.
 struct CheckedFile {
   dev_t device;
   ino_t inode;
   std::int64_t schema;
+  std::int64_t modified;
   bool operator==(const CheckedFile &) const = default;
 };
 
@@ -254,12 +257,14 @@ std::uint32_t SqliteSession::checkFile(std::uint32_t mode, Repairs *repairs,
   }
   format_ = static_cast<int>(format);
   // A file this process has checked keeps its structure until its schema
-  // changes: the normal open then reads only the header and these pragmas.
+  // changes or the file itself is written (a checkpoint, another program):
+  // the normal open then reads only the header and these pragmas.
   std::int64_t schema = 0;
   struct stat st;
   bool identified =
       queryNumber(db_, "PRAGMA schema_version", &schema) && ::stat(path_.c_str(), &st) == 0;
-  CheckedFile file{st.st_dev, st.st_ino, schema};
+  CheckedFile file{st.st_dev, st.st_ino, schema,
+                   identified ? st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec : 0};
   if (identified) counter_ = ChangeCounter::forFile(st.st_dev, st.st_ino);
   if (mode != kOpenRecover && identified && checkedFiles().contains(file)) return QDB_OK;
   std::uint32_t status = checkStructure(db_, format_, repairs, defs);

@@ -4,9 +4,11 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "events/event_resp_table.h"
@@ -346,6 +348,15 @@ TEST_F(DamagedFileTest, AFileCheckedOnceIsCheckedAgainWhenItsSchemaOrItselfChang
   ASSERT_EQ(std::rename(dataPath("Other.dat").c_str(), dataPath("Moved.dat").c_str()), 0);
   writeFile(dataPath("Other.dat"), damaged);
   EXPECT_EQ(open("Other.dat", kOpenExisting), nullptr);
+  // The same file, its catalog emptied in place by another program.
+  makeStore("Third.dat");
+  h = open("Third.dat", kOpenExisting);
+  ASSERT_NE(h, nullptr);
+  close(h);
+  // File times move in kernel clock ticks.
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  sql("Third.dat", "DELETE FROM alertdb_fields");
+  EXPECT_EQ(open("Third.dat", kOpenExisting), nullptr);
 }
 
 TEST_F(DamagedFileTest, RecoveryRebuildsLostQueryTypeTablesOnlyAfterTheFullCheck) {
