@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 namespace {
 
@@ -37,6 +38,18 @@ unsigned char *textKey(const char *text) {
 }
 std::uint32_t textKeyLength(const char *text) {
   return static_cast<std::uint32_t>(std::strlen(text) + 1);
+}
+
+// An event time stamp: years since 1900, month, day, hour, minute, second,
+// hundredths, one byte not used.
+void stampNow(unsigned char stamp[8]) {
+  std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  const int parts[7] = {
+      local.tm_year, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, 0};
+  for (int i = 0; i < 7; ++i) stamp[i] = static_cast<unsigned char>(parts[i]);
+  stamp[7] = 0;
 }
 
 const char *changeState(HANDLE changeEvent) {
@@ -113,6 +126,7 @@ int main() {
   occurrence.EventClass_OID = eventClassId;
   occurrence.EventID = eventClass.EventID;
   occurrence.Severity = eventClass.Severity;
+  stampNow(occurrence.Time);
   std::snprintf(occurrence.EventName, sizeof occurrence.EventName, "%s", eventName);
   std::snprintf(occurrence.MachineName, sizeof occurrence.MachineName, "FILESRV1");
   std::snprintf(occurrence.EventText, sizeof occurrence.EventText, "Volume D: is 99%% full");
