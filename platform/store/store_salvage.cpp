@@ -27,22 +27,32 @@ class Salvage {
       : source_(source), format_(format), report_(report), progress_(progress) {}
   ~Salvage() {
     insert_.finalize();
-    if (target_) sqlite3_close_v2(target_);
+    sqlite3_close_v2(target_);
+    sqlite3_close_v2(catalog_);
   }
 
-  // The catalogued tables' names; QDB_E_DAMAGED when none can be read.
+  // Copies the catalog's rows, each table scanned whole, into memory, so
+  // that a damaged index of the catalog cannot hide a field; QDB_E_DAMAGED
+  // when no table can be told.
   std::uint32_t readCatalog() {
+    if (sqlite3_open_v2(":memory:", &catalog_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
+                        nullptr) != SQLITE_OK ||
+        execute(catalog_, kCatalogSchema) != SQLITE_OK) {
+      return QDB_E_NOMEMORY;
+    }
+    for (const char *table : {"alertdb_tables", "alertdb_fields", "alertdb_query_info",
+                              "alertdb_query_types", "alertdb_query_type_values"}) {
+      copyCatalogTable(table);
+    }
     Statement s;
-    if (s.prepare(source_, "SELECT name FROM alertdb_tables ORDER BY name") != SQLITE_OK) {
-      problem("", std::string("the catalog cannot be read: ") + sqlite3_errmsg(source_));
-      return QDB_E_DAMAGED;
+    if (s.prepare(catalog_, "SELECT name FROM alertdb_tables ORDER BY name") != SQLITE_OK) {
+      return QDB_E_NOMEMORY;
     }
     Use q(s);
-    int rc;
-    while ((rc = sqlite3_step(*q)) == SQLITE_ROW) names_.push_back(columnText(*q, 0));
-    if (rc != SQLITE_DONE) {
-      problem("", std::string("the catalog cannot be read whole: ") + sqlite3_errmsg(source_));
-      if (names_.empty()) return QDB_E_DAMAGED;
+    while (sqlite3_step(*q) == SQLITE_ROW) names_.push_back(columnText(*q, 0));
+    if (names_.empty()) {
+      problem("", "the catalog lists no table that can be read: nothing can be saved");
+      return QDB_E_DAMAGED;
     }
     return QDB_OK;
   }
@@ -64,7 +74,7 @@ class Salvage {
     std::vector<TableDef> defs;
     for (const std::string &name : names_) {
       TableDef def;
-      if (loadTableDef(source_, name, &def) != QDB_OK) {
+      if (loadTableDef(catalog_, name, &def) != QDB_OK) {
         StoreSalvageTable lost{name, 0, static_cast<std::uint32_t>(countRows(source_, name))};
         report_->tables.push_back(lost);
         problem(name, "its catalog entry cannot be read: its records cannot be told apart");
@@ -112,11 +122,20 @@ class Salvage {
   }
 
   // Copies a catalog table's rows as they are, as far as they can be read.
-  void copyRows(const char *select, const char *insert, int columns) {
+  void copyCatalogTable(const std::string &table) {
     Statement from, to;
-    // A missing query-type table leaves the new one empty.
-    if (from.prepare(source_, select) != SQLITE_OK) return;
-    if (to.prepare(target_, insert) != SQLITE_OK) return;
+    if (from.prepare(source_, "SELECT * FROM " + table + " NOT INDEXED") != SQLITE_OK) {
+      problem("", "the catalog table " + table + " cannot be read: " + sqlite3_errmsg(source_));
+      return;
+    }
+    int columns = sqlite3_column_count(from.get());
+    std::string values = "?";
+    for (int i = 1; i < columns; ++i) values += ",?";
+    if (to.prepare(catalog_, "INSERT OR IGNORE INTO " + table + " VALUES(" + values + ")") !=
+        SQLITE_OK) {
+      problem("", "the catalog table " + table + " does not have its columns");
+      return;
+    }
     Use q(from);
     int rc;
     while ((rc = sqlite3_step(*q)) == SQLITE_ROW) {
@@ -125,7 +144,22 @@ class Salvage {
       sqlite3_step(*w);
     }
     if (rc != SQLITE_DONE) {
-      problem("", std::string("the query types cannot be read whole: ") + sqlite3_errmsg(source_));
+      problem("",
+              "the catalog table " + table + " cannot be read whole: " + sqlite3_errmsg(source_));
+    }
+  }
+
+  // The query types as the catalog copy holds them.
+  void copyRows(const char *select, const char *insert, int columns) {
+    Statement from, to;
+    if (from.prepare(catalog_, select) != SQLITE_OK || to.prepare(target_, insert) != SQLITE_OK) {
+      return;
+    }
+    Use q(from);
+    while (sqlite3_step(*q) == SQLITE_ROW) {
+      Use w(to);
+      for (int i = 0; i < columns; ++i) sqlite3_bind_value(*w, i + 1, sqlite3_column_value(*q, i));
+      sqlite3_step(*w);
     }
   }
 
@@ -213,6 +247,7 @@ class Salvage {
   int format_;
   StoreSalvageReport *report_;
   const StoreProgress &progress_;
+  sqlite3 *catalog_ = nullptr;
   sqlite3 *target_ = nullptr;
   Statement insert_;
   std::vector<std::string> names_;

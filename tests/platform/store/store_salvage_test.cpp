@@ -107,6 +107,19 @@ TEST_F(SalvageTest, KeyColumnsAreMadeAgainFromTheRecords) {
   EXPECT_EQ(records("Saved.dat"), expectedRecords(100));
 }
 
+TEST_F(SalvageTest, ADamagedIndexOfTheCatalogHidesNoField) {
+  makeStore("Store.dat");
+  std::string expectedCatalog = catalog("Store.dat");
+  // The catalog's own index no longer finds the table's third field.
+  changeInIndex("Store.dat", "sqlite_autoindex_alertdb_fields_1", "Sample_Table", "Sample_TablX");
+  StoreSalvageReport report;
+  ASSERT_EQ(salvage("Store.dat", "Saved.dat", &report), QDB_OK);
+  ASSERT_EQ(report.tables.size(), 1u);
+  EXPECT_EQ(report.tables[0].saved, 100u);
+  EXPECT_EQ(catalog("Saved.dat"), expectedCatalog);
+  EXPECT_EQ(records("Saved.dat"), expectedRecords(100));
+}
+
 TEST_F(SalvageTest, ARecordDamagedInTheLogIsLostAndTheLogLeftAlone) {
   makeStore("Store.dat");
   sql("Store.dat", "UPDATE Sample_Table SET record=x'00' WHERE k3=9", true);

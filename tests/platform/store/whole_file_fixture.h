@@ -75,6 +75,33 @@ class WholeFileTest : public RecordStoreTest {
     writeFile(dataPath(name), bytes);
   }
 
+  // Replaces the last `from` in the page where the b-tree of `index` starts
+  // (its entries fill the page from its end) by `to`, behind SQLite's back.
+  void changeInIndex(const std::string &name, const std::string &index, const std::string &from,
+                     const std::string &to) {
+    sqlite3 *db = nullptr;
+    std::int64_t root = 0, pageSize = 0;
+    ASSERT_EQ(sqlite3_open_v2(dataPath(name).c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
+              SQLITE_OK);
+    sqlite3_stmt *s = nullptr;
+    sqlite3_prepare_v2(db, "SELECT rootpage FROM sqlite_master WHERE name=?", -1, &s, nullptr);
+    sqlite3_bind_text(s, 1, index.c_str(), -1, SQLITE_TRANSIENT);
+    if (sqlite3_step(s) == SQLITE_ROW) root = sqlite3_column_int64(s, 0);
+    sqlite3_finalize(s);
+    sqlite3_prepare_v2(db, "PRAGMA page_size", -1, &s, nullptr);
+    if (sqlite3_step(s) == SQLITE_ROW) pageSize = sqlite3_column_int64(s, 0);
+    sqlite3_finalize(s);
+    sqlite3_close(db);
+    ASSERT_GT(root, 1);
+    std::string bytes = readFile(dataPath(name));
+    auto end = static_cast<std::size_t>(root * pageSize);
+    std::size_t at = bytes.rfind(from, end - from.size());
+    ASSERT_NE(at, std::string::npos);
+    ASSERT_GE(at, end - static_cast<std::size_t>(pageSize)) << "not in the index's page";
+    bytes.replace(at, to.size(), to);
+    writeFile(dataPath(name), bytes);
+  }
+
   // The file and its write-ahead log, to show that neither changed.
   std::string fileAndLog(const std::string &name) {
     return readFile(dataPath(name)) + "|wal|" + readFile(dataPath(name) + "-wal");

@@ -1,0 +1,77 @@
+// `alertdb backup` writes the copies that opening a table restores from, and
+// never replaces a good one with a damaged file.
+#include <gtest/gtest.h>
+
+#include "tools/event_link_files.h"
+
+namespace alertdb_test {
+namespace {
+
+class BackupCommandTest : public EventLinkFileTest {};
+
+TEST_F(BackupCommandTest, ATableWhoseFileIsGoneIsRestoredFromTheBackup) {
+  std::vector<_GUID> ids = addLinks(3);
+  ToolResult result;
+  nlohmann::json files = runJson({"backup", "--format", "json"}, &result);
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  nlohmann::json entry = entryOf(files, kFile);
+  ASSERT_TRUE(entry.is_object()) << result.out;
+  EXPECT_EQ(entry["backup"], "AlEvntdb.BAK");
+  EXPECT_EQ(entry["status"], "written");
+  EXPECT_EQ(entry["records"], 3);
+  // The other restorable files are not there, so they get no backup.
+  ASSERT_EQ(files.size(), 5u);
+  for (const char *absent : {"kepuser.dat", "AlRespDB.dat", "AlServdb.dat", "AlCfgdb.dat"}) {
+    EXPECT_EQ(entryOf(files, absent)["status"], "absent") << absent;
+    EXPECT_FALSE(fileExists(dataPath(absent)));
+  }
+  EXPECT_FALSE(fileExists(dataPath("AlEvntdb.BAK-wal")));
+
+  ASSERT_EQ(std::remove(dataPath(kFile).c_str()), 0);
+  CAlertEVENT_RESPDB links;
+  ASSERT_EQ(links.DBOpen(), 0u) << "the table opens from its backup";
+  for (std::uint32_t n = 0; n < ids.size(); ++n) {
+    ALRTEVENT_RESPREC out{};
+    ASSERT_EQ(retrieve(links, ids[n], &out), 0u) << n;
+    EXPECT_TRUE(sameLink(out, linkOf(n)));
+  }
+  EXPECT_TRUE(fileExists(dataPath(kFile)));
+}
+
+TEST_F(BackupCommandTest, ADamagedFileKeepsItsPreviousBackup) {
+  addLinks(2, true);
+  ToolResult first = runTool({"backup"});
+  ASSERT_EQ(first.exitCode, 0) << first.err;
+  EXPECT_NE(first.out.find("AlEvntdb.BAK"), std::string::npos) << first.out;
+  std::string good = readFile(dataPath("AlEvntdb.BAK"));
+
+  damageNeedle();
+  std::string damaged = readFile(dataPath(kFile));
+  ToolResult result;
+  nlohmann::json files = runJson({"backup", "--format", "json"}, &result);
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(entryOf(files, kFile)["status"], "failed");
+  EXPECT_NE(result.err.find("QDB_E_DAMAGED"), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find(kFile), std::string::npos) << result.err;
+  EXPECT_EQ(readFile(dataPath("AlEvntdb.BAK")), good);
+  EXPECT_EQ(readFile(dataPath(kFile)), damaged);
+  for (const std::string &name : directoryNames()) {
+    EXPECT_EQ(name.find(".alertdb"), std::string::npos) << "a temporary file is left: " << name;
+  }
+}
+
+TEST_F(BackupCommandTest, BadArgumentsAreUsageErrors) {
+  for (const std::vector<std::string> &args :
+       {std::vector<std::string>{"backup", "AlEvntdb.dat"}, {"backup", "--format", "xml"}}) {
+    ToolResult result = runTool(args);
+    EXPECT_EQ(result.exitCode, 2) << args.back();
+    EXPECT_TRUE(result.out.empty());
+    EXPECT_FALSE(result.err.empty());
+  }
+  ToolResult help = runTool({"backup", "--help"});
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_NE(help.out.find(".BAK"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace alertdb_test
