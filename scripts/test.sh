@@ -1,9 +1,9 @@
 #!/bin/sh
 # Builds everything and runs every test, then again under AddressSanitizer and
-# UndefinedBehaviorSanitizer.
+# UndefinedBehaviorSanitizer, then a short run of each fuzz target.
 set -e
 cd "$(dirname "$0")/.."
-scripts/deps.sh
+scripts/deps.sh tests
 jobs="$(nproc)"
 
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=ON
@@ -15,3 +15,5 @@ cmake -S . -B build-sanitize -DCMAKE_BUILD_TYPE=Debug -DBUILD_TESTING=ON \
 cmake --build build-sanitize -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-sanitize -j"$jobs" --output-on-failure
+
+scripts/fuzz.sh "${ALERTDB_FUZZ_SECONDS:-10}"
