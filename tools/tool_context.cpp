@@ -49,7 +49,7 @@ std::string resolveDataDirectory() {
 }  // namespace
 
 std::string describeStatus(std::uint32_t status, const std::string &what) {
-  return fmt::format("{} ({:#X}): {}", AlertDBStatusName(status), status, what);
+  return fmt::format("{} (0x{:X}): {}", AlertDBStatusName(status), status, what);
 }
 
 void failWithStatus(std::uint32_t status, const std::string &what) {

@@ -61,6 +61,14 @@ TEST_F(ToolBasicsTest, DataDirectoryFollowsOptionThenEnvironmentThenPerUserDirec
   EXPECT_TRUE(fileExists(dataPath("AlEvntdb.dat")));
 }
 
+TEST_F(ToolBasicsTest, FailuresNameTheStatusAndItsNumber) {
+  ToolResult result = runTool({"dump", "NO_SUCH_TABLE"});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_TRUE(result.out.empty()) << result.out;
+  EXPECT_NE(result.err.find("ALRT_E_NOTABLE (0x200DF): "), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find("NO_SUCH_TABLE"), std::string::npos) << result.err;
+}
+
 TEST_F(ToolBasicsTest, UnusableDataDirectoryIsAnError) {
   writeFile(dataPath("plain-file"), "x");
   ToolResult result = runTool({"tables", "--data-dir", dataPath("plain-file/sub")});
