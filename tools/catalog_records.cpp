@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/file_names.h"
+#include "tools/data_file_list.h"
 #include "tools/tool_context.h"
 
 namespace alertdb_tool {
@@ -34,7 +35,9 @@ std::string dataFilePath(const std::string &file) {
 
 std::string missingFileText(const std::string &file) {
   if (file.find('/') != std::string::npos) return fmt::format("no data file {}", file);
-  return fmt::format("no data file {} in {}", file, dataDirectory());
+  std::string text = fmt::format("no data file {} in {}", file, dataDirectory());
+  if (isKnownDataFile(file)) text += " (`alertdb init` makes the data files)";
+  return text;
 }
 
 std::unique_ptr<StoreFile> openDataFile(const std::string &file) {

@@ -152,8 +152,9 @@ KeyWalk chooseWalk(const platform::StoreTableInfo &info, const std::vector<Condi
         continue;
       }
       walk.value.clear();
-      for (std::uint32_t b = 0; b < field.size; ++b)
-        walk.value.push_back((number >> (8 * b)) & 0xFF);
+      for (std::uint32_t b = 0; b < field.size; ++b) {
+        walk.value.push_back(static_cast<unsigned char>(number >> (8 * b)));
+      }
     } else {
       continue;
     }
@@ -248,10 +249,10 @@ int runDump(const DumpOptions &options) {
 
   printDump(options, located, shown);
   if (status == platform::QDB_E_DAMAGED) {
-    failWithStatus(status,
-                   fmt::format("the record after the {} read from {} in {} fails its checks; the "
-                               "records after it are not shown (`alertdb check` looks into it)",
-                               read, info.name, located.file));
+    failWithStatus(status, fmt::format("a record of {} in {} fails its checks after {} good ones; "
+                                       "it and the records after it are not shown (`alertdb "
+                                       "check` looks into the file)",
+                                       info.name, located.file, read));
   }
   if (status != 0 && status != platform::QDB_E_NOTFOUND) {
     failWithStatus(status, fmt::format("reading {} in {} stopped after {} records", info.name,
