@@ -1,6 +1,8 @@
 // Backups are consistent snapshots taken while others write, and a backup
 // that cannot be made whole never replaces the one that was there.
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/store/whole_file_fixture.h"
@@ -25,7 +27,7 @@ class BackupTest : public WholeFileTest {
     EXPECT_EQ(t.select(h), 0u);
     for (std::uint32_t r = QDBRecordSkipAndRead(h, alertdb_test::kNumberKey, kSkipFirst); r == 0;
          r = QDBRecordSkipAndRead(h, alertdb_test::kNumberKey, kSkipNext)) {
-      out.push_back(t.record.number);
+      out.push_back(std::uint32_t{t.record.number});
     }
     close(h);
     return out;
@@ -54,6 +56,42 @@ TEST_F(BackupTest, ABackupTakenWhileAnotherProcessWritesHoldsEveryCommittedRecor
   EXPECT_LE(copied.size(), std::size_t{committedAfter} + 1);
   for (std::uint32_t n = 0; n < copied.size(); ++n) ASSERT_EQ(copied[n], n);
   EXPECT_EQ(numbers("Store.dat").size(), 3000u);
+}
+
+TEST_F(BackupTest, ABackupTakenWhileAnotherThreadWritesIsOneSnapshot) {
+  makeStore("Store.dat", 0);
+  std::atomic<std::uint32_t> committed{0};
+  std::thread writer([&] {
+    SampleTable t;
+    KEPDB *h = QDBInit(0, dataPath("Store.dat").c_str(), kOpenExisting, 1);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(t.select(h), 0u);
+    for (std::uint32_t n = 0; n < 2000; ++n) {
+      fillRecord(t, n);
+      ASSERT_EQ(QDBRecordAdd(h), 0u);
+      committed = n + 1;
+    }
+    QDBDone(h);
+  });
+  while (committed < 200) std::this_thread::yield();
+  std::uint32_t before = committed;
+  std::uint64_t lastDone = 0, lastTotal = 0;
+  std::uint32_t status = QDBBackupFile(dataPath("Store.dat").c_str(), dataPath("Store.BAK").c_str(),
+                                       [&](std::uint64_t done, std::uint64_t total) {
+                                         lastDone = done;
+                                         lastTotal = total;
+                                       });
+  std::uint32_t after = committed;
+  writer.join();
+  ASSERT_EQ(status, QDB_OK);
+  EXPECT_GT(lastTotal, 0u);
+  EXPECT_EQ(lastDone, lastTotal) << "progress ends with every page copied";
+
+  std::vector<std::string> copied = records("Store.BAK");
+  ASSERT_GE(copied.size(), before);
+  EXPECT_LE(copied.size(), after);
+  std::vector<std::string> expected = expectedRecords(static_cast<std::uint32_t>(copied.size()));
+  EXPECT_TRUE(copied == expected) << "the records 0..n-1, whole";
 }
 
 TEST_F(BackupTest, WhatOnlyTheLogHoldsIsInTheBackupAndTheSourceStaysAsItWas) {
