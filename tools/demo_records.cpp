@@ -7,13 +7,6 @@ namespace alertdb_tool::demo {
 
 namespace {
 
-template <std::size_t N>
-void copyText(char (&field)[N], const char *text) {
-  std::snprintf(field, N, "%s", text);
-}
-
-bool sameId(const _GUID &a, const _GUID &b) { return std::memcmp(&a, &b, sizeof a) == 0; }
-
 unsigned char *keyBytes(const void *value) {
   return static_cast<unsigned char *>(const_cast<void *>(value));
 }

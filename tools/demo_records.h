@@ -7,6 +7,8 @@
 #include <fmt/format.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "alertdb.h"
@@ -24,6 +26,14 @@ inline constexpr char kMailSender[] = "alertdb@example.com";
 inline constexpr char kUserName[] = "Pat Example";
 inline constexpr char kUserAddress[] = "pat@example.com";
 inline constexpr char kResponseName[] = "Mail Pat when a disk fills";
+
+// Fills a text field, cut to its size.
+template <std::size_t N>
+void copyText(char (&field)[N], const char *text) {
+  std::snprintf(field, N, "%s", text);
+}
+
+inline bool sameId(const _GUID &a, const _GUID &b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 // Opens a table the way the library's own relations do, and also makes a data
 // file that is not there yet; throws ToolError naming the status otherwise.

@@ -116,7 +116,7 @@ class PurgeProgress {
 
  private:
   void watch() {
-    Progress progress("purging the event log: entries checked and removed");
+    Progress progress("purging the event log, entries removed");
     std::unique_lock<std::mutex> lock(mutex_);
     while (!wake_.wait_for(lock, std::chrono::milliseconds(250), [this] { return done_; })) {
       lock.unlock();

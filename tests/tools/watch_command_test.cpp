@@ -2,10 +2,11 @@
 // seen from another process, with its count, time-out and reset rules.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -37,24 +38,57 @@ struct Report {
   bool reset = false;
 };
 
+bool digitsAt(const std::string &text, std::size_t at, std::size_t count) {
+  if (at + count > text.size()) return false;
+  for (std::size_t i = at; i < at + count; ++i) {
+    if (!std::isdigit(static_cast<unsigned char>(text[i]))) return false;
+  }
+  return true;
+}
+
+int numberAt(const std::string &text, std::size_t at, std::size_t count) {
+  return std::stoi(text.substr(at, count));
+}
+
 Report parseReport(const std::string &line) {
-  static const std::regex pattern(
-      R"(^(\d{4})-(\d\d)-(\d\d)T(\d\d):(\d\d):(\d\d)\.\d{3}([+-])(\d\d):(\d\d) )"
-      R"(AlertDBModifyEvent set(?: (\d+) times)?( and reset)?$)");
-  std::smatch m;
   Report report;
-  if (!std::regex_match(line, m, pattern)) return report;
+  const std::string stamp = "0000-00-00T00:00:00.000+00:00";
+  if (line.size() < stamp.size()) return report;
+  for (std::size_t i = 0; i < stamp.size(); ++i) {
+    bool ok = stamp[i] == '0' ? digitsAt(line, i, 1)
+              : i == 23       ? line[i] == '+' || line[i] == '-'
+                              : line[i] == stamp[i];
+    if (!ok) return report;
+  }
+  std::string rest = line.substr(stamp.size());
+  const std::string set = " AlertDBModifyEvent set";
+  if (rest.rfind(set, 0) != 0) return report;
+  rest.erase(0, set.size());
+  const std::string reset = " and reset";
+  if (rest.size() >= reset.size() &&
+      rest.compare(rest.size() - reset.size(), reset.size(), reset) == 0) {
+    report.reset = true;
+    rest.erase(rest.size() - reset.size());
+  }
+  report.sets = 1;
+  if (!rest.empty()) {
+    const std::string times = " times";
+    std::size_t digits = rest.size() - std::min(rest.size(), times.size() + 1);
+    if (rest[0] != ' ' || digits == 0 || !digitsAt(rest, 1, digits) ||
+        rest.substr(1 + digits) != times) {
+      return report;
+    }
+    report.sets = static_cast<std::uint32_t>(std::stoul(rest.substr(1, digits)));
+  }
   std::tm utc{};
-  utc.tm_year = std::stoi(m[1]) - 1900;
-  utc.tm_mon = std::stoi(m[2]) - 1;
-  utc.tm_mday = std::stoi(m[3]);
-  utc.tm_hour = std::stoi(m[4]);
-  utc.tm_min = std::stoi(m[5]);
-  utc.tm_sec = std::stoi(m[6]);
-  int offset = (std::stoi(m[8]) * 60 + std::stoi(m[9])) * 60;
-  report.when = timegm(&utc) - (m[7] == "+" ? offset : -offset);
-  report.sets = m[10].matched ? static_cast<std::uint32_t>(std::stoul(m[10])) : 1;
-  report.reset = m[11].matched;
+  utc.tm_year = numberAt(line, 0, 4) - 1900;
+  utc.tm_mon = numberAt(line, 5, 2) - 1;
+  utc.tm_mday = numberAt(line, 8, 2);
+  utc.tm_hour = numberAt(line, 11, 2);
+  utc.tm_min = numberAt(line, 14, 2);
+  utc.tm_sec = numberAt(line, 17, 2);
+  int offset = (numberAt(line, 24, 2) * 60 + numberAt(line, 27, 2)) * 60;
+  report.when = timegm(&utc) - (line[23] == '+' ? offset : -offset);
   report.valid = true;
   return report;
 }

@@ -34,9 +34,11 @@ constexpr const char *kDescription =
 
 void step(int number, const char *title) { fmt::print("\n{:2}. {}\n", number, title); }
 
+// Arguments are taken by value: record members are packed and cannot be bound
+// to references.
 template <class... Args>
-void show(fmt::format_string<Args...> format, Args &&...args) {
-  fmt::print("    {}\n", fmt::format(format, std::forward<Args>(args)...));
+void show(fmt::format_string<Args...> format, Args... args) {
+  fmt::print("    {}\n", fmt::vformat(format, fmt::make_format_args(args...)));
 }
 
 const char *madeOrFound(bool earlier) { return earlier ? "from an earlier run" : "new"; }
@@ -50,13 +52,6 @@ std::string serviceTypeName(std::uint32_t serviceType) {
   platform::LoadStringA(AlertDBModuleHandle(), 2300 + serviceType, name, sizeof name);
   return name;
 }
-
-template <std::size_t N>
-void copyText(char (&field)[N], const char *text) {
-  std::snprintf(field, N, "%s", text);
-}
-
-bool sameId(const _GUID &a, const _GUID &b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 void stampNow(unsigned char *stamp) {
   std::uint16_t month = 0, day = 0, year = 0, hour = 0, minute = 0, second = 0, hundredths = 0;
