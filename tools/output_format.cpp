@@ -61,8 +61,13 @@ void printTable(const std::vector<std::string> &columns, const nlohmann::ordered
 void addFormatOption(CLI::App &command, OutputFormat &format) {
   static const std::map<std::string, OutputFormat> kFormats = {
       {"table", OutputFormat::Table}, {"json", OutputFormat::Json}, {"csv", OutputFormat::Csv}};
-  command.add_option("--format", format, "output format: table, json or csv")
-      ->transform(CLI::CheckedTransformer(kFormats, CLI::ignore_case));
+  command
+      .add_option_function<std::string>(
+          "--format",
+          [&format](const std::string &name) { format = kFormats.at(CLI::detail::to_lower(name)); },
+          "output format: table, json or csv")
+      ->check(CLI::IsMember({"table", "json", "csv"}, CLI::ignore_case))
+      ->option_text("table|json|csv");
 }
 
 void printRows(OutputFormat format, const std::vector<std::string> &columns,

@@ -61,6 +61,16 @@ TEST_F(ToolBasicsTest, DataDirectoryFollowsOptionThenEnvironmentThenPerUserDirec
   EXPECT_TRUE(fileExists(dataPath("AlEvntdb.dat")));
 }
 
+TEST_F(ToolBasicsTest, OutputFormatIsChosenByNameInAnyCase) {
+  ToolResult json = runTool({"tables", "--format", "JSON"});
+  EXPECT_EQ(json.out.rfind("[", 0), 0u) << json.out;
+  ToolResult csv = runTool({"tables", "--format", "csv"});
+  EXPECT_EQ(csv.out.rfind("file,", 0), 0u) << csv.out;
+  ToolResult unknown = runTool({"tables", "--format", "xml"});
+  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_NE(unknown.err.find("xml not in {table,json,csv}"), std::string::npos) << unknown.err;
+}
+
 TEST_F(ToolBasicsTest, FailuresNameTheStatusAndItsNumber) {
   ToolResult result = runTool({"dump", "NO_SUCH_TABLE"});
   EXPECT_EQ(result.exitCode, 1);
