@@ -95,6 +95,8 @@ std::optional<std::int64_t> resumeAfter(Statement &s, std::int64_t last, std::in
   std::int64_t seq = 0;
   std::int64_t failed = last;
   std::int64_t good = kNoSeq;
+  // Rows may lie past the highest number anything lists: look a little further.
+  std::int64_t bound = std::max(highest, plus(last, std::int64_t{1} << 20));
   for (std::int64_t gap = 1;;
        gap = gap > std::numeric_limits<std::int64_t>::max() / 2 ? gap : gap * 2) {
     std::int64_t at = plus(last, gap);
@@ -104,7 +106,7 @@ std::optional<std::int64_t> resumeAfter(Statement &s, std::int64_t last, std::in
       break;
     }
     failed = at;
-    if (at >= highest || at == std::numeric_limits<std::int64_t>::max()) return std::nullopt;
+    if (at >= bound || at == std::numeric_limits<std::int64_t>::max()) return std::nullopt;
   }
   while (good - failed > 1) {
     std::int64_t middle = failed + (good - failed) / 2;
@@ -124,8 +126,10 @@ ReadOnlyFile::~ReadOnlyFile() { sqlite3_close_v2(db_); }
 std::uint32_t ReadOnlyFile::open(const std::string &path) {
   path_ = path;
   struct stat st;
-  hadCompanions_ =
-      ::stat((path + "-wal").c_str(), &st) == 0 || ::stat((path + "-shm").c_str(), &st) == 0;
+  hadCompanions_ = false;
+  for (const char *suffix : {"-wal", "-shm", "-journal"}) {
+    hadCompanions_ = hadCompanions_ || ::stat((path + suffix).c_str(), &st) == 0;
+  }
   int rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     sqlite3_close_v2(db_);

@@ -150,6 +150,45 @@ TEST_F(SalvageTest, AFileCutShortGivesUpOnlyWhatIsGone) {
   }
 }
 
+TEST_F(SalvageTest, APageLostInTheMiddleCostsOnlyTheRecordsOnIt) {
+  makeStore("Store.dat", 2000);
+  sqlite3 *db = nullptr;
+  ASSERT_EQ(sqlite3_open(dataPath("Store.dat").c_str(), &db), SQLITE_OK);
+  sqlite3_stmt *s = nullptr;
+  sqlite3_prepare_v2(db, "PRAGMA page_size", -1, &s, nullptr);
+  ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
+  auto pageSize = static_cast<std::size_t>(sqlite3_column_int64(s, 0));
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+  std::string bytes = readFile(dataPath("Store.dat"));
+  std::size_t page = bytes.find(kNeedle) / pageSize;
+  std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(page * pageSize), pageSize, '\0');
+  writeFile(dataPath("Store.dat"), bytes);
+
+  StoreSalvageReport report;
+  ASSERT_EQ(salvage("Store.dat", "Saved.dat", &report), QDB_OK);
+  ASSERT_EQ(report.tables.size(), 1u);
+  const StoreSalvageTable &counts = report.tables[0];
+  // The key indexes still list every record, so each lost one is counted.
+  EXPECT_EQ(counts.saved + counts.lost, 2000u);
+  EXPECT_GT(counts.lost, 0u);
+  EXPECT_LT(counts.lost, 100u);
+  std::vector<std::string> all = expectedRecords(2000), saved = records("Saved.dat");
+  ASSERT_EQ(saved.size(), counts.saved);
+  EXPECT_EQ(saved.front(), all.front());
+  EXPECT_EQ(saved.back(), all.back()) << "reading went on past the damaged page";
+  for (const std::string &record : saved) {
+    EXPECT_NE(std::find(all.begin(), all.end(), record), all.end());
+  }
+
+  // The check counts the same records as damaged, each named.
+  StoreCheckReport check;
+  ASSERT_EQ(QDBCheckFile(dataPath("Store.dat").c_str(), &check), QDB_E_DAMAGED);
+  ASSERT_EQ(check.tables.size(), 1u);
+  EXPECT_EQ(check.tables[0].damaged, counts.lost);
+  EXPECT_EQ(check.tables[0].records, 2000u);
+}
+
 TEST_F(SalvageTest, ATargetThatExistsOrASourceThatIsNoStoreIsRefused) {
   makeStore("Store.dat");
   flipInRecord("Store.dat");
