@@ -108,6 +108,14 @@ const std::vector<std::string> &restorableDataFiles() {
   return files;
 }
 
+std::string backupPathOf(const std::string &path) {
+  std::vector<char> name(path.begin(), path.end());
+  name.resize(path.size() + 8, '\0');
+  platform::NameStripExtension(name.data());
+  platform::NameAppendExtension(name.data(), "BAK");
+  return name.data();
+}
+
 Progress::Progress(std::string what) : what_(std::move(what)), shown_(::isatty(2) == 1) {}
 
 Progress::~Progress() { finish(); }

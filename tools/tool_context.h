@@ -41,6 +41,8 @@ std::string dataPath(const std::string &file);
 const std::vector<std::string> &dataFiles();
 // The data files that opening a table restores from their ".BAK" copy.
 const std::vector<std::string> &restorableDataFiles();
+// "DIR/AlCfgdb.BAK" for "DIR/AlCfgdb.dat": the copy that opening a table restores from.
+std::string backupPathOf(const std::string &path);
 
 // A one-line progress display on standard error, shown only when it is a
 // terminal, so that pipes and logs get clean output.

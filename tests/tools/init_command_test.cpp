@@ -110,6 +110,28 @@ TEST_F(InitCommandTest, MakesOnlyWhatIsMissing) {
   EXPECT_NE(table.out.find("EVENT_LOG"), std::string::npos);
 }
 
+TEST_F(InitCommandTest, AMissingFileWithABackupIsRestoredNotMadeAfresh) {
+  ASSERT_EQ(initRows().size(), kLibraryTables);
+  _GUID id{};
+  {
+    CAlertEVENT_CLASSDB classes;
+    ASSERT_EQ(classes.DBOpen(), 0u);
+    ALRTEVENT_CLASSREC eventClass{};
+    std::snprintf(eventClass.EventName, sizeof eventClass.EventName, "kept");
+    ASSERT_EQ(classes.DBAlertRecAdd(&eventClass, &id), 0u);
+  }
+  ASSERT_EQ(runTool({"backup"}).exitCode, 0);
+  ASSERT_EQ(std::remove(dataPath("AlEvntdb.dat").c_str()), 0);
+  for (const Json &row : initRows()) {
+    EXPECT_EQ(row["result"], row["file"] == "AlEvntdb.dat" ? "restored" : "there") << row.dump();
+  }
+  CAlertEVENT_CLASSDB classes;
+  ASSERT_EQ(classes.DBOpen(), 0u);
+  ALRTEVENT_CLASSREC found{};
+  EXPECT_EQ(classes.DBAlertRecRetrieve(&id, &found), 0u);
+  EXPECT_STREQ(found.EventName, "kept");
+}
+
 TEST_F(InitCommandTest, RefusedDataFileStopsItBeforeAnythingIsMade) {
   ASSERT_EQ(initRows().size(), kLibraryTables);
   truncateFile(dataPath("AlEvntdb.dat"), 100);

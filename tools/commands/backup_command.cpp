@@ -28,15 +28,6 @@ constexpr const char *kDescription =
 
 OutputFormat g_format = OutputFormat::Table;
 
-// "AlCfgdb.BAK" for "AlCfgdb.dat": the name that opening a table restores from.
-std::string backupPathOf(const std::string &path) {
-  std::vector<char> name(path.begin(), path.end());
-  name.resize(path.size() + 8, '\0');
-  platform::NameStripExtension(name.data());
-  platform::NameAppendExtension(name.data(), "BAK");
-  return name.data();
-}
-
 std::string baseName(const std::string &path) { return path.substr(path.rfind('/') + 1); }
 
 // Writes and proves one backup; false, with the reason in the entry, when

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -283,7 +284,9 @@ void addDumpCommand(CLI::App &tool) {
   addFormatOption(command, options.format);
   command.add_option("--limit", options.limit, "show at most N records")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(std::size_t{1}, std::numeric_limits<std::size_t>::max())
+                  .description("")
+                  .name("N"));
   command.add_flag("--show-secrets", options.showSecrets, "show passwords in clear");
 }
 

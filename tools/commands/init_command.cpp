@@ -163,6 +163,14 @@ std::map<std::string, std::set<std::string>> tablesBefore(const std::vector<Tabl
 int runInit(OutputFormat format) {
   std::vector<TableStep> steps = tableSteps();
   std::map<std::string, std::set<std::string>> before = tablesBefore(steps);
+  // A missing data file with a backup comes back from it when its first table opens.
+  std::set<std::string> fromBackup;
+  for (const TableStep &s : steps) {
+    std::string path = dataPath(s.file);
+    if (!platform::FileExists(path.c_str()) && platform::FileExists(backupPathOf(path).c_str())) {
+      fromBackup.insert(fileKey(s.file));
+    }
+  }
   nlohmann::ordered_json rows = nlohmann::ordered_json::array();
   int made = 0, there = 0, failed = 0;
   for (const TableStep &s : steps) {
@@ -181,7 +189,7 @@ int runInit(OutputFormat format) {
       row["result"] = "there";
       ++there;
     } else {
-      row["result"] = result.restored ? "restored" : "made";
+      row["result"] = result.restored || fromBackup.count(fileKey(s.file)) ? "restored" : "made";
       ++made;
     }
     rows.push_back(std::move(row));
