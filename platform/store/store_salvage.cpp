@@ -83,6 +83,11 @@ class Salvage {
       total_ += countRows(source_, name);
       defs.push_back(std::move(def));
     }
+    // A store without any table would only take the damaged file's place.
+    if (defs.empty()) {
+      problem("", "no table of the catalog can be read whole: nothing can be saved");
+      return QDB_E_DAMAGED;
+    }
     for (const TableDef &def : defs) {
       std::uint32_t status = copyTable(def);
       if (status != QDB_OK) return status;
