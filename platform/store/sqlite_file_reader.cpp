@@ -144,7 +144,15 @@ std::uint32_t ReadOnlyFile::open(const std::string &path) {
   // short is read as far as it goes instead of refused as a whole.
   execute(db_, "PRAGMA query_only=1; PRAGMA cell_size_check=1; PRAGMA writable_schema=1");
   std::int64_t format = 0;
-  if (queryNumber(db_, "PRAGMA user_version", &format)) format_ = static_cast<int>(format);
+  if (queryNumber(db_, "PRAGMA user_version", &format)) {
+    format_ = static_cast<int>(format);
+  } else if ((sqlite3_extended_errcode(db_) & 0xFF) == SQLITE_CANTOPEN) {
+    // SQLite opens lazily: a file it cannot open (no room or no right to
+    // make its shared memory) is unreadable, which says nothing of damage.
+    sqlite3_close_v2(db_);
+    db_ = nullptr;
+    return QDB_E_IO;
+  }
   return QDB_OK;
 }
 

@@ -253,9 +253,10 @@ std::uint32_t QDBCheckFile(const char *path, StoreCheckReport *report,
     // A damaged header is no reason to stop: the rest says what can be saved.
     if (state == FileState::Damaged) fileProblem("the header shows damage: " + reason);
     ReadOnlyFile source;
-    if (source.open(file) != QDB_OK) {
+    std::uint32_t opened = source.open(file);
+    if (opened != QDB_OK) {
       fileProblem("SQLite cannot open the file");
-      return QDB_E_DAMAGED;
+      return opened == QDB_E_IO ? QDB_E_IO : QDB_E_DAMAGED;
     }
     report->format = source.format();
     if (report->format != kLegacyFormat && report->format != kFormatVersion) {
