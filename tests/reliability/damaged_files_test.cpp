@@ -42,7 +42,7 @@ namespace fs = std::filesystem;
 constexpr std::size_t kDefaultSample = 12;
 constexpr unsigned kChildSeconds = 120;
 #else
-constexpr std::size_t kDefaultSample = 60;
+constexpr std::size_t kDefaultSample = 48;
 constexpr unsigned kChildSeconds = 30;
 #endif
 constexpr int kBatches = 5;
