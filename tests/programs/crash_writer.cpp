@@ -1,0 +1,1434 @@
+// A writer for the crash rounds: a seeded random mix of changes to every data
+// file of the alerting data through the table classes, some of them in
+// batches under the file locks. It prints each call before making it and
+// each success after (reliability/crash_lines.h), so that a test that kills
+// it knows what was acknowledged. It works only on records of its own slot,
+// so that two writers can share a data directory.
+//
+//   crash_writer SLOT SEED [CALLS]
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "alertdb.h"
+#include "reliability/crash_lines.h"
+#include "reliability/crash_tables.h"
+
+namespace {
+
+using namespace crash;
+using Bytes = std::vector<unsigned char>;
+
+void emit(const std::string &line) {
+  std::string data = line + "\n";
+  const char *p = data.data();
+  std::size_t left = data.size();
+  while (left > 0) {
+    ssize_t n = ::write(1, p, left);
+    if (n <= 0) std::_Exit(4);
+    p += n;
+    left -= static_cast<std::size_t>(n);
+  }
+}
+
+std::string hexOf(const Id &id, int bytes = 16) {
+  static const char digits[] = "0123456789abcdef";
+  std::string text;
+  for (int i = 0; i < bytes; ++i) {
+    text += digits[id[i] >> 4];
+    text += digits[id[i] & 15];
+  }
+  return text;
+}
+
+template <std::size_t N>
+void setText(char (&field)[N], const std::string &text) {
+  std::memset(field, 0, N);
+  std::memcpy(field, text.data(), std::min(text.size(), N - 1));
+}
+
+// The colour the event tables derive from a severity.
+unsigned char colourOf(std::uint32_t severity) {
+  static const unsigned char colours[] = {0, 3, 2, 1};
+  return severity < 4 ? colours[severity] : 0;
+}
+
+bool hasPassword(Table t) {
+  return t == kSpecMhs || t == kSpecMci || t == kSpecCompus || t == kSpecSmtp || t == kSpecMapi ||
+         t == kSpecCcmail;
+}
+
+// The field an update rewrites: text, or a number when size is 4 and text false.
+struct Scribble {
+  int offset;
+  int size;
+  bool text;
+};
+
+#define AT(rec, field) static_cast<int>(offsetof(rec, field)), static_cast<int>(sizeof(rec::field))
+
+Scribble scribbleOf(Table t) {
+  switch (t) {
+    case kServer:
+      return {AT(ALRT_SRV_CFGREC, Addr), true};
+    case kTrap:
+      return {AT(ALRTSERV_SNMPTRAP, Comment), true};
+    case kPing:
+      return {AT(ALRTSERV_AUTOPING, Comment), true};
+    case kModem:
+      return {AT(ALRTSERV_MODEM, Comment), true};
+    case kInstalled:
+      return {AT(ALRTSERV_INST_NTFY_SERVREC, ServiceName), true};
+    case kAgent:
+      return {AT(ALRT_EXTAGT_CFGREC, Addr), true};
+    case kAgentToServer:
+    case kServerToAgent:
+      return {-1, 0, false};
+    case kLocation:
+      return {AT(ALRTMODEM_LOCATION, AreaCode), true};
+    case kProvider:
+      return {AT(ALRTAPAGE_SERVICE_PROVIDER_REC, City), true};
+    case kCatalogue:
+      return {AT(ALRTNTFYSERV, Comment), true};
+    case kSpecMhs:
+      return {AT(ALRTMHSSERVICEREC, Dir), true};
+    case kSpecSnmp:
+      return {AT(ALRTSNMPSERVICEREC, Comment), true};
+    case kSpecMci:
+      return {AT(ALRTMCISERVICEREC, Phone), true};
+    case kSpecCompus:
+      return {AT(ALRTCOMPUSSERVICEREC, Phone), true};
+    case kSpecSmtp:
+      return {AT(ALRTSMTPSERVICEREC, Server_addr), true};
+    case kSpecMapi:
+      return {AT(ALRTMAPISERVICEREC, Login), true};
+    case kSpecCcmail:
+      return {AT(ALRTCCMAILSERVICEREC, Login), true};
+    case kSpecWave:
+      return {AT(ALRTWAVESERVICEREC, WaveFile), true};
+    case kSpecTts:
+      return {AT(ALRTTTSSERVICEREC, Text_msg), true};
+    case kSpecPhone:
+      return {AT(ALRTPHONESERVICEREC, Phone), true};
+    case kSpecApage:
+      return {AT(ALRTAPAGESERVICEREC, Loc_Descr), true};
+    case kSpecNpage:
+      return {AT(ALRTNPAGESERVICEREC, Msg), true};
+    case kSpecGenport:
+      return {AT(ALRTGENPORTSERVICEREC, Default_Message), true};
+    case kSpecBroadcast:
+      return {AT(ALRTBROADCASTSERVICEREC, Default_Message), true};
+    case kEventClass:
+      return {AT(ALRTEVENT_CLASSREC, Comment), true};
+    case kLink:
+      return {-1, 0, false};
+    case kLog:
+      return {AT(ALRTEVENT_LOGREC, EventText), true};
+    case kResponse:
+      return {AT(ALERTRESPREC, Description), true};
+    case kResult:
+      return {AT(ALERTRESPRESULTREC, ErrorText), true};
+    case kUser:
+      return {AT(ALERTUSRREC, AlertRecp), false};
+    case kInstance:
+      return {AT(ALRTUSRINSTSERV, Enable), false};
+    case kAddrMhs:
+      return {AT(ALRTUSR_MHSSERVICEREC, UserName), true};
+    case kAddrSnmp:
+      return {AT(ALRTUSR_SNMPSERVICEREC, Comment), true};
+    case kAddrMci:
+      return {AT(ALRTUSR_MCISERVICEREC, EMSAddr), true};
+    case kAddrCompus:
+      return {AT(ALRTUSR_COMPUSERVICEREC, UserName), true};
+    case kAddrSmtp:
+      return {AT(ALRTUSR_SMTPSERVICEREC, SMTPMailAddr), true};
+    case kAddrMapi:
+      return {AT(ALRTUSR_MAPISERVICEREC, UserName), true};
+    case kAddrCcmail:
+      return {AT(ALRTUSR_CCMAILSERVICEREC, UserName), true};
+    case kAddrApage:
+      return {AT(ALRTUSR_APAGESERVICEREC, Pin), true};
+    case kAddrNpage:
+      return {AT(ALRTUSR_NPAGESERVICEREC, NPAGE_Phone), true};
+    case kUserObject:
+      return {AT(tagUSEROBJ, Description), true};
+    case kTableCount:
+      break;
+  }
+  return {-1, 0, false};
+}
+
+#undef AT
+
+// The key that walks the records of one owner, for records whose ID the
+// library makes.
+std::uint32_t ownerKeyOf(Table t) {
+  switch (t) {
+    case kLink:
+      return CAlertEVENT_RESPDB::kEventClassKey;
+    case kInstance:
+      return CAlertUsrInstServDB::kUserKey;
+    case kInstalled:
+      return CAlertSERV_INST_NTFY_SERVDB::kServerKey;
+    case kAgentToServer:
+      return CAlertAGNT_SERV_RELDB::kAgentKey;
+    case kServerToAgent:
+      return CAlertSERV_AGNT_RELDB::kAgentKey;
+    default:
+      return 0;
+  }
+}
+
+class Writer {
+ public:
+  Writer(int slot, std::uint64_t seed) : slot_(slot), random_(seed) {}
+
+  bool open();
+  void scan();
+  void run(long calls);
+
+ private:
+  // ---------------------------------------------------------------- basics
+
+  std::uint64_t next() { return random_(); }
+  std::uint32_t below(std::uint32_t n) { return static_cast<std::uint32_t>(next() % n); }
+  bool chance(double p) { return std::uniform_real_distribution<double>(0, 1)(random_) < p; }
+
+  Id newId() {
+    Id id{};
+    for (int i = 0; i < 16; i += 8) {
+      std::uint64_t r = next();
+      std::memcpy(id.data() + i, &r, 8);
+    }
+    id[7] = static_cast<unsigned char>((id[7] & 0x0F) | 0x40);
+    id[8] = static_cast<unsigned char>((id[8] & 0x3F) | 0x80);
+    id[14] = kSlotMark;
+    id[15] = static_cast<unsigned char>(slot_);
+    return id;
+  }
+
+  std::string word(std::size_t maxLength) {
+    static const char letters[] = "abcdefghijklmnopqrstuvwxyz0123456789 -_.";
+    std::size_t length =
+        1 + below(static_cast<std::uint32_t>(std::min<std::size_t>(maxLength, 60)));
+    std::string text = "w" + std::to_string(slot_) + "c" + std::to_string(calls_) + ":";
+    while (text.size() < length + 8) text += letters[below(sizeof letters - 1)];
+    return text.substr(0, maxLength);
+  }
+
+  void scribble(Table t, unsigned char *record) {
+    Scribble s = scribbleOf(t);
+    if (s.offset < 0) return;
+    if (s.text) {
+      std::string text = word(static_cast<std::size_t>(s.size - 1));
+      std::memset(record + s.offset, 0, static_cast<std::size_t>(s.size));
+      std::memcpy(record + s.offset, text.data(), text.size());
+    } else {
+      std::uint32_t n = below(1000) + 1;
+      std::memcpy(record + s.offset, &n, 4);
+    }
+  }
+
+  // ---------------------------------------------------------------- tables
+
+  template <class Fn>
+  void with(Table t, Fn &&fn) {
+    switch (t) {
+      case kServer:
+        return fn(servers_);
+      case kTrap:
+        return fn(traps_);
+      case kPing:
+        return fn(pings_);
+      case kModem:
+        return fn(modems_);
+      case kInstalled:
+        return fn(installed_);
+      case kAgent:
+        return fn(agents_);
+      case kAgentToServer:
+        return fn(agentToServer_);
+      case kServerToAgent:
+        return fn(serverToAgent_);
+      case kLocation:
+        return fn(locations_);
+      case kProvider:
+        return fn(providers_);
+      case kCatalogue:
+        return fn(catalogue_);
+      case kSpecMhs:
+        return fn(specMhs_);
+      case kSpecSnmp:
+        return fn(specSnmp_);
+      case kSpecMci:
+        return fn(specMci_);
+      case kSpecCompus:
+        return fn(specCompus_);
+      case kSpecSmtp:
+        return fn(specSmtp_);
+      case kSpecMapi:
+        return fn(specMapi_);
+      case kSpecCcmail:
+        return fn(specCcmail_);
+      case kSpecWave:
+        return fn(specWave_);
+      case kSpecTts:
+        return fn(specTts_);
+      case kSpecPhone:
+        return fn(specPhone_);
+      case kSpecApage:
+        return fn(specApage_);
+      case kSpecNpage:
+        return fn(specNpage_);
+      case kSpecGenport:
+        return fn(specGenport_);
+      case kSpecBroadcast:
+        return fn(specBroadcast_);
+      case kEventClass:
+        return fn(eventClasses_);
+      case kLink:
+        return fn(links_);
+      case kLog:
+        return fn(log_);
+      case kResponse:
+        return fn(responses_);
+      case kResult:
+        return fn(results_);
+      case kUser:
+        return fn(users_);
+      case kInstance:
+        return fn(instances_);
+      case kAddrMhs:
+        return fn(addrMhs_);
+      case kAddrSnmp:
+        return fn(addrSnmp_);
+      case kAddrMci:
+        return fn(addrMci_);
+      case kAddrCompus:
+        return fn(addrCompus_);
+      case kAddrSmtp:
+        return fn(addrSmtp_);
+      case kAddrMapi:
+        return fn(addrMapi_);
+      case kAddrCcmail:
+        return fn(addrCcmail_);
+      case kAddrApage:
+        return fn(addrApage_);
+      case kAddrNpage:
+        return fn(addrNpage_);
+      case kUserObject:
+        return fn(userObjects_);
+      case kTableCount:
+        break;
+    }
+  }
+
+  KEPDB *fileHandle(DataFile f) {
+    switch (f) {
+      case kConfigFile:
+        return servers_.handle();
+      case kProviderFile:
+        return providers_.handle();
+      case kServiceFile:
+        return catalogue_.handle();
+      case kEventFile:
+        return eventClasses_.handle();
+      case kLogFile:
+        return log_.handle();
+      case kResponseFile:
+        return responses_.handle();
+      case kUserFile:
+        return users_.handle();
+      case kDataFileCount:
+        break;
+    }
+    return nullptr;
+  }
+
+  // The stored record `id` of table t into `out`; false when it is not there.
+  bool fetch(Table t, const Id &id, Bytes *out) {
+    out->assign(tableInfo(t).size, 0);
+    bool found = false;
+    with(t, [&](auto &table) {
+      using R = RecordOf<std::remove_reference_t<decltype(table)>>;
+      _GUID guid = guidOf(id);
+      found = table.DBAlertRecRetrieve(&guid, reinterpret_cast<R *>(out->data())) == 0;
+    });
+    return found;
+  }
+
+  // A random record of table t of this slot that is still there.
+  bool pickOwn(Table t, Id *id, Bytes *record) {
+    std::vector<Id> &ids = own_[t];
+    while (!ids.empty()) {
+      std::size_t i = below(static_cast<std::uint32_t>(ids.size()));
+      *id = ids[i];
+      if (fetch(t, *id, record)) return true;
+      // Gone with a cascade.
+      ids[i] = ids.back();
+      ids.pop_back();
+    }
+    return false;
+  }
+  bool pickOwn(Table t, Id *id) {
+    Bytes record;
+    return pickOwn(t, id, &record);
+  }
+
+  // The records of table t whose owner reference is `owner`, walked on the
+  // owner's key.
+  std::vector<Bytes> ownedBy(Table t, const Id &owner) {
+    std::vector<Bytes> found;
+    int ref = tableInfo(t).ownerRef;
+    with(t, [&](auto &table) {
+      using R = RecordOf<std::remove_reference_t<decltype(table)>>;
+      Bytes record(tableInfo(t).size, 0);
+      Id value = owner;
+      R *rec = reinterpret_cast<R *>(record.data());
+      for (std::uint32_t r = table.DBAlertRecFindFirst(ownerKeyOf(t), 16, value.data(), rec);
+           r == 0 && std::memcmp(record.data() + ref, owner.data(), 16) == 0;
+           r = table.DBAlertRecFindNext(rec)) {
+        found.push_back(record);
+      }
+    });
+    return found;
+  }
+
+  // A random record of a table whose IDs the library makes, by its owner.
+  bool pickDependent(Table t, Table ownerTable, Bytes *record) {
+    Id owner{};
+    if (!pickOwn(ownerTable, &owner)) return false;
+    std::vector<Bytes> records = ownedBy(t, owner);
+    if (records.empty()) return false;
+    *record = records[below(static_cast<std::uint32_t>(records.size()))];
+    return true;
+  }
+
+  // ---------------------------------------------------------------- calls
+
+  std::string token(Table t, const Bytes &record, bool pendingId = false) {
+    Id id = idOfRecord(record.data());
+    return formatRecord(t, pendingId ? nullptr : &id, digestOf(t, record.data()));
+  }
+
+  // Announces the call, makes it and acknowledges it; stops the writer on
+  // any failure, which the test reports.
+  // `made` names, after the call, the IDs the library made for the records
+  // announced without one.
+  template <class Fn>
+  void call(const std::string &op, const std::vector<std::string> &args, const std::string &what,
+            Fn &&fn, const std::function<std::vector<Id>()> &made = nullptr) {
+    int number = ++calls_;
+    WriterCall announced{number, op, args, {}};
+    emit("do " + announced.describe());
+    std::uint32_t status = fn();
+    if (status != 0) {
+      char text[32];
+      std::snprintf(text, sizeof text, "0x%X", status);
+      emit("error " + std::to_string(number) + " " + op + " " + text + " " +
+           AlertDBStatusName(status));
+      std::exit(3);
+    }
+    std::string ids;
+    if (made) {
+      for (const Id &id : made()) ids += (ids.empty() ? " made=" : ",") + idText(id);
+    }
+    emit(std::string(inBatch_ ? "ok " : "ack ") + std::to_string(number) + " " + op + " " + what +
+         ids);
+  }
+
+  // The library must store what it was given: a record that the call
+  // changed would not be the one announced.
+  void expectUnchanged(Table t, const Bytes &record, const RecordDigest &announced) {
+    if (hasPassword(t) || digestOf(t, record.data()) == announced) return;
+    emit("error " + std::to_string(calls_) + " changed-by-call " + tableInfo(t).name);
+    std::exit(3);
+  }
+
+  static std::string label(Table t, const Id &id) {
+    return std::string(tableInfo(t).name) + " " + idText(id);
+  }
+
+  void add(Table t, Bytes &record, const std::string &op = "add") {
+    RecordDigest digest = digestOf(t, record.data());
+    Id id = idOfRecord(record.data());
+    call(op, {formatRecord(t, &id, digest)}, label(t, id), [&] {
+      std::uint32_t status = 0;
+      with(t, [&](auto &table) {
+        using R = RecordOf<std::remove_reference_t<decltype(table)>>;
+        _GUID newId{};
+        status = table.DBAlertRecAdd(reinterpret_cast<R *>(record.data()), &newId);
+      });
+      return status;
+    });
+    expectUnchanged(t, record, digest);
+    own_[t].push_back(id);
+  }
+
+  void update(Table t, Bytes &record) {
+    RecordDigest digest = digestOf(t, record.data());
+    Id id = idOfRecord(record.data());
+    call("update", {formatRecord(t, &id, digest)}, label(t, id), [&] {
+      std::uint32_t status = 0;
+      with(t, [&](auto &table) {
+        using R = RecordOf<std::remove_reference_t<decltype(table)>>;
+        status = table.DBAlertRecUpdate(reinterpret_cast<R *>(record.data()));
+      });
+      return status;
+    });
+    expectUnchanged(t, record, digest);
+  }
+
+  void remove(Table t, const Id &id) {
+    call("delete", {tableInfo(t).name, idText(id)}, label(t, id), [&] {
+      std::uint32_t status = 0;
+      with(t, [&](auto &table) {
+        _GUID guid = guidOf(id);
+        status = table.DBAlertRecDelete(&guid);
+      });
+      return status;
+    });
+  }
+
+  // ---------------------------------------------------------------- records
+
+  Bytes blank(Table t, const Id &id) {
+    Bytes record(tableInfo(t).size, 0);
+    std::memcpy(record.data(), id.data(), 16);
+    scribble(t, record.data());
+    return record;
+  }
+
+  template <class R>
+  static R &as(Bytes &record) {
+    return *reinterpret_cast<R *>(record.data());
+  }
+
+  Id ownOrZero(Table t) {
+    Id id{};
+    if (!pickOwn(t, &id)) return Id{};
+    return id;
+  }
+
+  std::array<unsigned char, 8> nextTime() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    std::uint64_t micros = static_cast<std::uint64_t>(now.tv_sec) * 1000000 +
+                           static_cast<std::uint64_t>(now.tv_nsec) / 1000;
+    // Strictly increasing within the process.
+    if (micros <= lastTime_) micros = lastTime_ + 1;
+    lastTime_ = micros;
+    std::array<unsigned char, 8> time{};
+    for (int i = 0; i < 7; ++i) time[static_cast<std::size_t>(6 - i)] = (micros >> (8 * i)) & 0xFF;
+    time[7] = static_cast<unsigned char>(slot_);
+    return time;
+  }
+
+  // A new record of table t with the fields the library would otherwise set
+  // already set, so that what is stored is what was announced.
+  Bytes make(Table t) {
+    Id id = newId();
+    Bytes record = blank(t, id);
+    std::string hex = hexOf(id);
+    switch (t) {
+      case kServer: {
+        auto &r = as<ALRT_SRV_CFGREC>(record);
+        setText(r.MachineName, "srv-" + hex);
+        r.status = below(4);
+        r.Primary = below(2);
+        r.UPTime = below(100000);
+        break;
+      }
+      case kTrap: {
+        auto &r = as<ALRTSERV_SNMPTRAP>(record);
+        setText(r.TrapName, "trap-" + hex);
+        r.EventClassOID = guidOf(ownOrZero(kEventClass));
+        setText(r.TrapOID, "1.3.6.1.4.1." + std::to_string(below(100000)));
+        r.TrapType = below(7);
+        break;
+      }
+      case kPing: {
+        auto &r = as<ALRTSERV_AUTOPING>(record);
+        setText(r.Name, "ping-" + hex);
+        setText(r.ServerAddr,
+                "10.0." + std::to_string(below(256)) + "." + std::to_string(below(256)));
+        r.PingFreq = below(600);
+        break;
+      }
+      case kModem: {
+        auto &r = as<ALRTSERV_MODEM>(record);
+        setText(r.ModemName, "modem-" + hex);
+        r.ServerOID = guidOf(ownOrZero(kServer));
+        r.LocationOID = guidOf(ownOrZero(kLocation));
+        setText(r.InitString, "AT&F" + word(10));
+        r.Baud = 9600u << below(4);
+        break;
+      }
+      case kAgent: {
+        auto &r = as<ALRT_EXTAGT_CFGREC>(record);
+        setText(r.MachineName, "agent-" + hex);
+        r.EventStat = below(1000);
+        break;
+      }
+      case kLocation: {
+        auto &r = as<ALRTMODEM_LOCATION>(record);
+        setText(r.LocationName, "loc-" + word(20));
+        r.CountryCode = static_cast<std::uint16_t>(below(999));
+        r.CountryID = below(0x20000);
+        break;
+      }
+      case kProvider: {
+        auto &r = as<ALRTAPAGE_SERVICE_PROVIDER_REC>(record);
+        setText(r.CompanyName, "prov-" + hex);
+        setText(r.PhoneNum, "555" + std::to_string(below(10000000)));
+        r.baud = 1200;
+        break;
+      }
+      case kEventClass: {
+        auto &r = as<ALRTEVENT_CLASSREC>(record);
+        setText(r.EventName, "ec-" + hex);
+        r.Icon = guidOf(id);
+        r.EventID = 0x50000 + below(0x10000);
+        r.Severity = below(6);
+        r.SeverityColor = colourOf(r.Severity);
+        setText(r.SNMP_OID, "1.3.6.1.4.1.9999." + std::to_string(r.EventID));
+        setText(r.Product, "product " + word(20));
+        r.NumParam = below(21);
+        for (std::uint32_t i = 0; i < r.NumParam; ++i)
+          r.ParamList[i] = static_cast<unsigned char>(below(40));
+        break;
+      }
+      case kLog: {
+        auto &r = as<ALRTEVENT_LOGREC>(record);
+        r.EventClass_OID = guidOf(ownOrZero(kEventClass));
+        r.Icon = r.EventClass_OID;
+        r.Severity = below(5);
+        r.SeverityColor = colourOf(r.Severity);
+        auto time = nextTime();
+        std::memcpy(r.Time, time.data(), 8);
+        // Only slot 0 acknowledges entries, and only it purges them.
+        r.Ack = slot_ == 0 && chance(0.3) ? 1 : 0;
+        r.BlobSize = below(64);
+        for (std::uint32_t i = 0; i < r.BlobSize; ++i)
+          r.binblob[i] = static_cast<unsigned char>(next());
+        setText(r.MachineName, "host" + std::to_string(below(50)));
+        break;
+      }
+      case kResponse: {
+        auto &r = as<ALERTRESPREC>(record);
+        setText(r.Name, "resp-" + hex);
+        setText(r.Target, "target " + word(30));
+        setText(r.Msg, "%1 happened on %2: " + word(40));
+        r.Priority = static_cast<std::uint16_t>(below(5));
+        r.UserOID = guidOf(chance(0.7) ? ownOrZero(kUser) : Id{});
+        Id service{};
+        Bytes serviceRecord;
+        if (chance(0.8) && pickOwn(kCatalogue, &service, &serviceRecord)) {
+          r.ServiceOID = guidOf(service);
+          if (chance(0.6)) {
+            r.Type = CAlertRespDB::kServiceResponse;
+            r.ServiceType = as<ALRTNTFYSERV>(serviceRecord).ServiceType;
+          } else {
+            r.ServiceType = below(17);
+          }
+        }
+        if (chance(0.1)) r.Type |= CAlertRespDB::kProtected;
+        break;
+      }
+      case kResult: {
+        auto &r = as<ALERTRESPRESULTREC>(record);
+        r.LogEntryOID = guidOf(ownOrZero(kLog));
+        r.ResponseOID = guidOf(ownOrZero(kResponse));
+        r.Result = below(10);
+        r.Ack = static_cast<unsigned char>(below(2));
+        break;
+      }
+      case kUser:
+        break;
+      case kUserObject: {
+        auto &r = as<tagUSEROBJ>(record);
+        setText(r.LoginName, "login" + hexOf(id, 8));
+        setText(r.FullName, "Full Name " + word(30));
+        setText(r.TelephoneNumber, std::to_string(below(1000000)));
+        break;
+      }
+      default:
+        break;
+    }
+    if (hasPassword(t)) {
+      // The password field follows the login in every kind that has one.
+      static const int offsets[] = {static_cast<int>(offsetof(ALRTMHSSERVICEREC, Password)),
+                                    static_cast<int>(offsetof(ALRTMCISERVICEREC, Password)),
+                                    static_cast<int>(offsetof(ALRTCOMPUSSERVICEREC, Password)),
+                                    static_cast<int>(offsetof(ALRTSMTPSERVICEREC, Password)),
+                                    static_cast<int>(offsetof(ALRTMAPISERVICEREC, Password)),
+                                    static_cast<int>(offsetof(ALRTCCMAILSERVICEREC, Password))};
+      int offset = offsets[t == kSpecMhs      ? 0
+                           : t == kSpecMci    ? 1
+                           : t == kSpecCompus ? 2
+                           : t == kSpecSmtp   ? 3
+                           : t == kSpecMapi   ? 4
+                                              : 5];
+      std::string password = "pw" + word(30);
+      std::memcpy(record.data() + offset, password.data(),
+                  std::min<std::size_t>(password.size(), 48));
+    }
+    return record;
+  }
+
+  // The change an update makes, with what the library recomputes.
+  void mutate(Table t, Bytes &record) {
+    scribble(t, record.data());
+    if (t == kEventClass) {
+      auto &r = as<ALRTEVENT_CLASSREC>(record);
+      if (chance(0.5)) r.Severity = below(6);
+      r.SeverityColor = colourOf(r.Severity);
+      r.Icon = r.KEPOID;
+      if (chance(0.3)) r.IconID = below(100);
+    } else if (t == kLog) {
+      auto &r = as<ALRTEVENT_LOGREC>(record);
+      if (slot_ == 0 && chance(0.5)) r.Ack = 1;
+      r.SeverityColor = colourOf(r.Severity);
+      r.Icon = r.EventClass_OID;
+    }
+  }
+
+  // ---------------------------------------------------------------- ops
+
+  bool addSimple(Table t) {
+    Bytes record = make(t);
+    add(t, record);
+    return true;
+  }
+
+  bool updateSimple(Table t) {
+    Id id{};
+    Bytes record;
+    if (!pickOwn(t, &id, &record)) return false;
+    mutate(t, record);
+    update(t, record);
+    return true;
+  }
+
+  bool deleteSimple(Table t) {
+    Id id{};
+    Bytes record;
+    if (!pickOwn(t, &id, &record)) return false;
+    if (t == kResponse && (as<ALERTRESPREC>(record).Type & CAlertRespDB::kProtected)) return false;
+    remove(t, id);
+    return true;
+  }
+
+  bool updateDependent(Table t, Table ownerTable) {
+    Bytes record;
+    if (!pickDependent(t, ownerTable, &record)) return false;
+    mutate(t, record);
+    update(t, record);
+    return true;
+  }
+
+  bool deleteDependent(Table t, Table ownerTable) {
+    Bytes record;
+    if (!pickDependent(t, ownerTable, &record)) return false;
+    remove(t, idOfRecord(record.data()));
+    return true;
+  }
+
+  bool linked(const Id &eventClass, const Id &response) {
+    for (const Bytes &link : ownedBy(kLink, eventClass)) {
+      if (std::memcmp(link.data() + offsetof(ALRTEVENT_RESPREC, ResponseOID), response.data(),
+                      16) == 0) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  bool addLink(bool throughEventClass) {
+    Id eventClass{}, response{};
+    if (!pickOwn(kEventClass, &eventClass) || !pickOwn(kResponse, &response) ||
+        linked(eventClass, response)) {
+      return false;
+    }
+    Bytes record(sizeof(ALRTEVENT_RESPREC), 0);
+    as<ALRTEVENT_RESPREC>(record).EventClassOID = guidOf(eventClass);
+    as<ALRTEVENT_RESPREC>(record).ResponseOID = guidOf(response);
+    if (!throughEventClass) {
+      Id id = newId();
+      std::memcpy(record.data(), id.data(), 16);
+      add(kLink, record);
+      return true;
+    }
+    call(
+        "link-add", {token(kLink, record, true)}, label(kEventClass, eventClass),
+        [&] {
+          _GUID e = guidOf(eventClass), r = guidOf(response);
+          return eventClasses_.QALRTEventClassAddResponse(&e, &r);
+        },
+        [&] {
+          for (const Bytes &link : ownedBy(kLink, eventClass)) {
+            if (std::memcmp(link.data() + offsetof(ALRTEVENT_RESPREC, ResponseOID), response.data(),
+                            16) == 0) {
+              return std::vector<Id>{idOfRecord(link.data())};
+            }
+          }
+          return std::vector<Id>{};
+        });
+    return true;
+  }
+
+  bool purgeLog() {
+    if (slot_ != 0) return false;
+    std::uint32_t flags = chance(0.5) ? kPurgeAcknowledged : kPurgeAcknowledgedIfAuto;
+    call("log-purge", {std::to_string(flags)}, "", [&] { return PurgeLog(flags); });
+    return true;
+  }
+
+  template <class SpecTable>
+  void addTypedService(Table specTable) {
+    Bytes spec = make(specTable);
+    Bytes service = make(kCatalogue);
+    auto &s = as<ALRTNTFYSERV>(service);
+    s.ServiceType = SpecTable::kServiceType;
+    std::memcpy(&s.ServiceSpecific_KEPOID, spec.data(), 16);
+    setText(s.Service_Name, "svc-" + hexOf(idOfRecord(service.data()), 6));
+    s.Enabled = below(2);
+    Id specId = idOfRecord(spec.data()), serviceId = idOfRecord(service.data());
+    RecordDigest serviceDigest = digestOf(kCatalogue, service.data());
+    call("svc-add-typed",
+         {formatRecord(specTable, &specId, digestOf(specTable, spec.data())),
+          formatRecord(kCatalogue, &serviceId, serviceDigest)},
+         label(kCatalogue, serviceId), [&] {
+           _GUID oid{}, specOid{};
+           return catalogue_.DBAlertRecAdd(
+               &s, &oid, reinterpret_cast<typename SpecTable::Record *>(spec.data()), &specOid);
+         });
+    expectUnchanged(kCatalogue, service, serviceDigest);
+    own_[specTable].push_back(specId);
+    own_[kCatalogue].push_back(serviceId);
+  }
+
+  bool addTypedService() {
+    switch (below(14)) {
+      case 0:
+        addTypedService<CAlertMHSNtfyServDB>(kSpecMhs);
+        break;
+      case 1:
+        addTypedService<CAlertSNMPNtfyServDB>(kSpecSnmp);
+        break;
+      case 2:
+        addTypedService<CAlertMCINtfyServDB>(kSpecMci);
+        break;
+      case 3:
+        addTypedService<CAlertCOMPUSNtfyServDB>(kSpecCompus);
+        break;
+      case 4:
+        addTypedService<CAlertSMTPNtfyServDB>(kSpecSmtp);
+        break;
+      case 5:
+        addTypedService<CAlertMAPINtfyServDB>(kSpecMapi);
+        break;
+      case 6:
+        addTypedService<CAlertCCMAILNtfyServDB>(kSpecCcmail);
+        break;
+      case 7:
+        addTypedService<CAlertWAVENtfyServDB>(kSpecWave);
+        break;
+      case 8:
+        addTypedService<CAlertTTSNtfyServDB>(kSpecTts);
+        break;
+      case 9:
+        addTypedService<CAlertPHONENtfyServDB>(kSpecPhone);
+        break;
+      case 10:
+        addTypedService<CAlertAPAGENtfyServDB>(kSpecApage);
+        break;
+      case 11:
+        addTypedService<CAlertNPAGENtfyServDB>(kSpecNpage);
+        break;
+      case 12:
+        addTypedService<CAlertGENPORTNtfyServDB>(kSpecGenport);
+        break;
+      default:
+        addTypedService<CAlertBROADCASTNtfyServDB>(kSpecBroadcast);
+        break;
+    }
+    return true;
+  }
+
+  bool addPlainService() {
+    Bytes service = make(kCatalogue);
+    static const std::uint32_t types[] = {14, 15, 5, 8};
+    as<ALRTNTFYSERV>(service).ServiceType = types[below(4)];
+    setText(as<ALRTNTFYSERV>(service).Service_Name, "plain-" + word(20));
+    add(kCatalogue, service);
+    return true;
+  }
+
+  bool updateSpec() {
+    static const Table specs[] = {kSpecMhs,   kSpecSnmp,   kSpecMci,     kSpecCompus,   kSpecSmtp,
+                                  kSpecMapi,  kSpecCcmail, kSpecWave,    kSpecTts,      kSpecPhone,
+                                  kSpecApage, kSpecNpage,  kSpecGenport, kSpecBroadcast};
+    return updateSimple(specs[below(14)]);
+  }
+
+  bool addUser() {
+    Bytes record = make(kUser);
+    if (chance(0.5)) {
+      add(kUser, record);
+      return true;
+    }
+    // The three-argument form differs only in the status of a refused registration.
+    RecordDigest digest = digestOf(kUser, record.data());
+    Id id = idOfRecord(record.data());
+    call("add", {formatRecord(kUser, &id, digest)}, label(kUser, id), [&] {
+      _GUID newId{};
+      return users_.DBAlertRecAdd(&as<ALERTUSRREC>(record), &newId, 1);
+    });
+    own_[kUser].push_back(id);
+    return true;
+  }
+
+  // An address record of the kind of `type` for `user`.
+  Bytes makeAddress(Table t, const Id &user) {
+    Bytes record = make(t);
+    int userRef = tableInfo(t).refs[0];
+    std::memcpy(record.data() + userRef, user.data(), 16);
+    if (t == kAddrApage) {
+      as<ALRTUSR_APAGESERVICEREC>(record).SelServiceOID = guidOf(ownOrZero(kCatalogue));
+    }
+    return record;
+  }
+
+  // Calls fn with the address record typed by the kind of table t.
+  template <class Fn>
+  std::uint32_t typedAddress(Table t, Bytes &address, Fn &&fn) {
+    switch (t) {
+      case kAddrMhs:
+        return fn(reinterpret_cast<ALRTUSR_MHSSERVICEREC *>(address.data()));
+      case kAddrSnmp:
+        return fn(reinterpret_cast<ALRTUSR_SNMPSERVICEREC *>(address.data()));
+      case kAddrMci:
+        return fn(reinterpret_cast<ALRTUSR_MCISERVICEREC *>(address.data()));
+      case kAddrCompus:
+        return fn(reinterpret_cast<ALRTUSR_COMPUSERVICEREC *>(address.data()));
+      case kAddrSmtp:
+        return fn(reinterpret_cast<ALRTUSR_SMTPSERVICEREC *>(address.data()));
+      case kAddrMapi:
+        return fn(reinterpret_cast<ALRTUSR_MAPISERVICEREC *>(address.data()));
+      case kAddrCcmail:
+        return fn(reinterpret_cast<ALRTUSR_CCMAILSERVICEREC *>(address.data()));
+      case kAddrApage:
+        return fn(reinterpret_cast<ALRTUSR_APAGESERVICEREC *>(address.data()));
+      default:
+        return fn(reinterpret_cast<ALRTUSR_NPAGESERVICEREC *>(address.data()));
+    }
+  }
+
+  static std::uint32_t randomKindType(std::uint32_t r) {
+    static const std::uint32_t types[] = {1, 2, 3, 4, 5, 6, 7, 11, 12};
+    return types[r % 9];
+  }
+
+  // A user is given a service with the address for it, by the user table's
+  // member or by the instance table's own add.
+  bool addUserService(bool throughUser) {
+    Id user{}, service{};
+    if (!pickOwn(kUser, &user) || !pickOwn(kCatalogue, &service)) return false;
+    std::uint32_t type = randomKindType(below(9));
+    Table addressTable = addressTableOfType(type);
+    Bytes address = makeAddress(addressTable, user);
+    Id addressId = idOfRecord(address.data());
+    Bytes instance(sizeof(ALRTUSRINSTSERV), 0);
+    auto &inst = as<ALRTUSRINSTSERV>(instance);
+    inst.UserOid = guidOf(user);
+    inst.Service_KEPOID = guidOf(service);
+    inst.ServicePerInfo_KEPOID = guidOf(addressId);
+    inst.ServiceType = type;
+    std::vector<std::string> args{token(addressTable, address)};
+    if (throughUser) {
+      setText(inst.Service_Name, instanceServiceName(type));
+      args.push_back(token(kInstance, instance, true));
+      call(
+          "user-add-service", args, label(kUser, user),
+          [&] {
+            _GUID u = guidOf(user), s = guidOf(service);
+            return typedAddress(addressTable, address,
+                                [&](auto *a) { return users_.QALRTUsrAddService(&u, &s, a); });
+          },
+          [&] {
+            Bytes found(sizeof(ALRTUSRINSTSERV), 0);
+            Id key = addressId;
+            if (instances_.DBAlertRecFindFirst(CAlertUsrInstServDB::kAddressKey, 16, key.data(),
+                                               &as<ALRTUSRINSTSERV>(found)) != 0) {
+              return std::vector<Id>{};
+            }
+            return std::vector<Id>{idOfRecord(found.data())};
+          });
+    } else {
+      Id instanceId = newId();
+      std::memcpy(instance.data(), instanceId.data(), 16);
+      setText(inst.Service_Name, word(20));
+      inst.Enable = below(2);
+      args.push_back(token(kInstance, instance));
+      call("inst-add", args, label(kInstance, instanceId), [&] {
+        _GUID instOid{}, addrOid{};
+        return typedAddress(addressTable, address, [&](auto *a) {
+          return instances_.DBAlertRecAdd(&inst, &instOid, a, &addrOid);
+        });
+      });
+    }
+    own_[addressTable].push_back(addressId);
+    return true;
+  }
+
+  // An instance of a kind without address records.
+  bool addBareInstance() {
+    Id user{}, service{};
+    if (!pickOwn(kUser, &user) || !pickOwn(kCatalogue, &service)) return false;
+    Bytes instance = make(kInstance);
+    auto &inst = as<ALRTUSRINSTSERV>(instance);
+    inst.UserOid = guidOf(user);
+    inst.Service_KEPOID = guidOf(service);
+    inst.ServiceType = 8;
+    setText(inst.Service_Name, "Wave File");
+    add(kInstance, instance);
+    return true;
+  }
+
+  bool updateAddress() {
+    static const Table tables[] = {kAddrMhs,  kAddrSnmp,   kAddrMci,   kAddrCompus, kAddrSmtp,
+                                   kAddrMapi, kAddrCcmail, kAddrApage, kAddrNpage};
+    return updateSimple(tables[below(9)]);
+  }
+
+  bool addServerEntry(Table t) {
+    Id server{};
+    if (!pickOwn(kServer, &server)) return false;
+    Bytes record = make(t);
+    // The member writes the server's ID into the caller's record.
+    int serverRef = tableInfo(t).refs[0];
+    std::memcpy(record.data() + serverRef, server.data(), 16);
+    Id id = idOfRecord(record.data());
+    RecordDigest digest = digestOf(t, record.data());
+    call("srv-add-entry", {formatRecord(t, &id, digest)}, label(t, id), [&] {
+      _GUID s = guidOf(server), newId{};
+      if (t == kPing) {
+        return servers_.QALRTServCfgAddAutoPingEntry(&s, &as<ALRTSERV_AUTOPING>(record), &newId);
+      }
+      return servers_.QALRTServCfgAddSNMPTrapEntry(&s, &as<ALRTSERV_SNMPTRAP>(record), &newId);
+    });
+    expectUnchanged(t, record, digest);
+    own_[t].push_back(id);
+    return true;
+  }
+
+  bool addServerAgent() {
+    Id server{}, agent{};
+    if (!pickOwn(kServer, &server) || !pickOwn(kAgent, &agent)) return false;
+    Bytes record(sizeof(ALRTSERV_AGNT_RELREC), 0);
+    as<ALRTSERV_AGNT_RELREC>(record).AgentOID = guidOf(agent);
+    as<ALRTSERV_AGNT_RELREC>(record).ServerOID = guidOf(server);
+    _GUID newId{};
+    call(
+        "srv-add-agent", {token(kServerToAgent, record, true)}, label(kServer, server),
+        [&] {
+          _GUID s = guidOf(server), a = guidOf(agent);
+          return servers_.QALRTServCfgAddAgentEntry(&s, &a, &newId);
+        },
+        [&] { return std::vector<Id>{idOf(newId)}; });
+    return true;
+  }
+
+  bool relateAgent() {
+    Id server{}, agent{};
+    if (!pickOwn(kServer, &server) || !pickOwn(kAgent, &agent)) return false;
+    Bytes first(sizeof(ALRTAGNT_SERV_RELREC), 0), second(sizeof(ALRTSERV_AGNT_RELREC), 0);
+    as<ALRTAGNT_SERV_RELREC>(first).AgentOID = guidOf(agent);
+    as<ALRTAGNT_SERV_RELREC>(first).ServerOID = guidOf(server);
+    as<ALRTSERV_AGNT_RELREC>(second).AgentOID = guidOf(agent);
+    as<ALRTSERV_AGNT_RELREC>(second).ServerOID = guidOf(server);
+    // The member returns only the second record's ID; the first is the one
+    // the agent did not have before.
+    std::set<Id> before;
+    for (const Bytes &r : ownedBy(kAgentToServer, agent)) before.insert(idOfRecord(r.data()));
+    _GUID newId{};
+    call(
+        "agent-relate", {token(kAgentToServer, first, true), token(kServerToAgent, second, true)},
+        label(kAgent, agent),
+        [&] {
+          _GUID s = guidOf(server), a = guidOf(agent);
+          return agents_.QALRTAgntCfgAddServiceEntry(&s, &a, &newId);
+        },
+        [&] {
+          std::vector<Id> made;
+          for (const Bytes &r : ownedBy(kAgentToServer, agent)) {
+            if (!before.count(idOfRecord(r.data()))) made.push_back(idOfRecord(r.data()));
+          }
+          if (made.size() != 1) return std::vector<Id>{};
+          made.push_back(idOf(newId));
+          return made;
+        });
+    return true;
+  }
+
+  bool addInstalled(bool throughServer) {
+    Id server{}, service{};
+    Bytes serviceRecord;
+    if (!pickOwn(kServer, &server) || !pickOwn(kCatalogue, &service, &serviceRecord)) return false;
+    Bytes record(sizeof(ALRTSERV_INST_NTFY_SERVREC), 0);
+    auto &r = as<ALRTSERV_INST_NTFY_SERVREC>(record);
+    r.ServiceOID = guidOf(service);
+    r.ServerOID = guidOf(server);
+    std::string name = "inst " + word(20);
+    setText(r.ServiceName, name);
+    if (throughServer) {
+      _GUID newId{};
+      call(
+          "srv-add-installed", {token(kInstalled, record, true)}, label(kServer, server),
+          [&] {
+            _GUID s = guidOf(server), v = guidOf(service);
+            return servers_.QALRTServCfgAddNtfyServiceEntry(&s, &v, r.ServiceName, &newId);
+          },
+          [&] { return std::vector<Id>{idOf(newId)}; });
+      return true;
+    }
+    Id id = newId();
+    std::memcpy(record.data(), id.data(), 16);
+    r.ServiceSpecOID = as<ALRTNTFYSERV>(serviceRecord).ServiceSpecific_KEPOID;
+    r.BackupServer = chance(0.5) ? CAlertSERV_INST_NTFY_SERVDB::kBackupServer : 0;
+    add(kInstalled, record);
+    return true;
+  }
+
+  // ---------------------------------------------------------------- mix
+
+  bool step();
+  void batch();
+
+  int slot_;
+  std::mt19937_64 random_;
+  int calls_ = 0;
+  bool inBatch_ = false;
+  std::uint64_t lastTime_ = 0;
+  std::vector<Id> own_[kTableCount];
+
+  Exposed<CAlert_SRV_CFGDB> servers_;
+  Exposed<CAlertSERV_TRAPListDB> traps_;
+  Exposed<CAlertSERV_AUTOPINGDB> pings_;
+  Exposed<CAlertSERV_MODEMDB> modems_;
+  Exposed<CAlertSERV_INST_NTFY_SERVDB> installed_;
+  Exposed<CAlert_EXTAGT_CFGDB> agents_;
+  Exposed<CAlertAGNT_SERV_RELDB> agentToServer_;
+  Exposed<CAlertSERV_AGNT_RELDB> serverToAgent_;
+  Exposed<CAlertMODEM_LOCATIONDB> locations_;
+  Exposed<CAlertAPAGE_SERVICE_PROVIDERDB> providers_;
+  Exposed<CAlertNtfyServDB> catalogue_;
+  Exposed<CAlertMHSNtfyServDB> specMhs_;
+  Exposed<CAlertSNMPNtfyServDB> specSnmp_;
+  Exposed<CAlertMCINtfyServDB> specMci_;
+  Exposed<CAlertCOMPUSNtfyServDB> specCompus_;
+  Exposed<CAlertSMTPNtfyServDB> specSmtp_;
+  Exposed<CAlertMAPINtfyServDB> specMapi_;
+  Exposed<CAlertCCMAILNtfyServDB> specCcmail_;
+  Exposed<CAlertWAVENtfyServDB> specWave_;
+  Exposed<CAlertTTSNtfyServDB> specTts_;
+  Exposed<CAlertPHONENtfyServDB> specPhone_;
+  Exposed<CAlertAPAGENtfyServDB> specApage_;
+  Exposed<CAlertNPAGENtfyServDB> specNpage_;
+  Exposed<CAlertGENPORTNtfyServDB> specGenport_;
+  Exposed<CAlertBROADCASTNtfyServDB> specBroadcast_;
+  Exposed<CAlertEVENT_CLASSDB> eventClasses_;
+  Exposed<CAlertEVENT_RESPDB> links_;
+  Exposed<CAlertEVENT_LOGDB> log_;
+  Exposed<CAlertRespDB> responses_;
+  Exposed<CAlertRespResultsDB> results_;
+  Exposed<CAlertUsrDB> users_;
+  Exposed<CAlertUsrInstServDB> instances_;
+  Exposed<CAlertUSR_MHSDB> addrMhs_;
+  Exposed<CAlertUSR_SNMPDB> addrSnmp_;
+  Exposed<CAlertUSR_MCIDB> addrMci_;
+  Exposed<CAlertUSR_COMPUDB> addrCompus_;
+  Exposed<CAlertUSR_SMTPDB> addrSmtp_;
+  Exposed<CAlertUSR_MAPIDB> addrMapi_;
+  Exposed<CAlertUSR_CCMAILDB> addrCcmail_;
+  Exposed<CAlertUSR_APAGEDB> addrApage_;
+  Exposed<CAlertUSR_NPAGEDB> addrNpage_;
+  Exposed<CUsrDB> userObjects_;
+};
+
+bool Writer::open() {
+  for (int t = 0; t < kTableCount; ++t) {
+    std::uint32_t status = 0;
+    with(static_cast<Table>(t), [&](auto &table) { status = table.DBOpen(); });
+    if (status != 0) {
+      char text[32];
+      std::snprintf(text, sizeof text, "0x%X", status);
+      emit(std::string("error 0 open ") + text + " " + tableInfo(static_cast<Table>(t)).name);
+      return false;
+    }
+  }
+  return true;
+}
+
+// The records of this slot that earlier writers left. Records the object
+// manager does not know (an add killed before it registered them) are left
+// alone: the object manager would refuse their update or delete.
+void Writer::scan() {
+  for (int i = 0; i < kTableCount; ++i) {
+    Table t = static_cast<Table>(i);
+    if (tableInfo(t).ownerRef >= 0) continue;
+    bool mirrored = t == kEventClass || t == kLog || t == kUser || t == kUserObject;
+    with(t, [&](auto &table) {
+      using R = RecordOf<std::remove_reference_t<decltype(table)>>;
+      Bytes record(tableInfo(t).size, 0);
+      R *rec = reinterpret_cast<R *>(record.data());
+      for (std::uint32_t r = table.DBAlertRecFindFirst(table.idKey(), 0, nullptr, rec); r == 0;
+           r = table.DBAlertRecFindNext(rec)) {
+        if (slotOfRecord(t, record.data()) != slot_) continue;
+        Id id = idOfRecord(record.data());
+        _GUID guid = guidOf(id), classId;
+        char name[64];
+        if (mirrored && platform::KepOMGetInstance(&guid, &classId, name, sizeof name) != 0) {
+          continue;
+        }
+        own_[t].push_back(id);
+      }
+    });
+  }
+}
+
+bool Writer::step() {
+  // Weighted so that there is always something for the cascades to take.
+  switch (below(100)) {
+    case 0:
+    case 1:
+    case 2:
+    case 3:
+      return addSimple(kEventClass);
+    case 4:
+    case 5:
+      return updateSimple(kEventClass);
+    case 6:
+      return deleteSimple(kEventClass);
+    case 7:
+    case 8:
+      return addLink(true);
+    case 9:
+      return addLink(false);
+    case 10:
+      return deleteDependent(kLink, kEventClass);
+    case 11:
+    case 12:
+    case 13:
+      return addSimple(kLog);
+    case 14:
+    case 15:
+      return updateSimple(kLog);
+    case 16:
+      return deleteSimple(kLog);
+    case 17:
+      return purgeLog();
+    case 18:
+    case 19:
+    case 20:
+    case 21:
+      return addSimple(kResponse);
+    case 22:
+    case 23:
+      return updateSimple(kResponse);
+    case 24:
+      return deleteSimple(kResponse);
+    case 25:
+    case 26:
+      return addSimple(kResult);
+    case 27:
+      return updateSimple(kResult);
+    case 28:
+      return deleteSimple(kResult);
+    case 29:
+    case 30:
+    case 31:
+    case 32:
+      return addTypedService();
+    case 33:
+      return addPlainService();
+    case 34:
+      return updateSimple(kCatalogue);
+    case 35:
+    case 36:
+      return updateSpec();
+    case 37:
+      return deleteSimple(kCatalogue);
+    case 38:
+    case 39:
+    case 40:
+      return addUser();
+    case 41:
+      return updateSimple(kUser);
+    case 42:
+    case 43:
+      return deleteSimple(kUser);
+    case 44:
+    case 45:
+    case 46:
+    case 47:
+      return addUserService(true);
+    case 48:
+    case 49:
+      return addUserService(false);
+    case 50:
+      return addBareInstance();
+    case 51:
+      return updateDependent(kInstance, kUser);
+    case 52:
+    case 53:
+      return deleteDependent(kInstance, kUser);
+    case 54:
+    case 55:
+      return updateAddress();
+    case 56:
+    case 57:
+      return addSimple(kUserObject);
+    case 58:
+      return updateSimple(kUserObject);
+    case 59:
+      return deleteSimple(kUserObject);
+    case 60:
+    case 61:
+    case 62:
+      return addSimple(kServer);
+    case 63:
+      return updateSimple(kServer);
+    case 64:
+    case 65:
+      return deleteSimple(kServer);
+    case 66:
+    case 67:
+      return addServerEntry(kPing);
+    case 68:
+    case 69:
+      return addServerEntry(kTrap);
+    case 70:
+      return updateSimple(kPing);
+    case 71:
+      return deleteSimple(kPing);
+    case 72:
+      return updateSimple(kTrap);
+    case 73:
+      return deleteSimple(kTrap);
+    case 74:
+      return addServerAgent();
+    case 75:
+    case 76:
+      return addInstalled(true);
+    case 77:
+    case 78:
+    case 79:
+      return addInstalled(false);
+    case 80:
+      return updateDependent(kInstalled, kServer);
+    case 81:
+    case 82:
+      return deleteDependent(kInstalled, kServer);
+    case 83:
+    case 84:
+      return addSimple(kModem);
+    case 85:
+      return updateSimple(kModem);
+    case 86:
+      return deleteSimple(kModem);
+    case 87:
+    case 88:
+      return addSimple(kAgent);
+    case 89:
+      return updateSimple(kAgent);
+    case 90:
+      return deleteSimple(kAgent);
+    case 91:
+    case 92:
+      return relateAgent();
+    case 93:
+      return deleteDependent(below(2) ? kAgentToServer : kServerToAgent, kAgent);
+    case 94:
+      return addSimple(kLocation);
+    case 95:
+      return below(2) ? updateSimple(kLocation) : deleteSimple(kLocation);
+    case 96:
+    case 97:
+      return addSimple(kProvider);
+    case 98:
+      return updateSimple(kProvider);
+    default:
+      return deleteSimple(kProvider);
+  }
+}
+
+// A few calls under the lock of every data file, committed together.
+void Writer::batch() {
+  int number = ++calls_;
+  std::string n = std::to_string(number);
+  emit("batch " + n + " begin");
+  for (int f = 0; f < kDataFileCount; ++f) {
+    std::uint32_t status = DBFileLock(fileHandle(static_cast<DataFile>(f)));
+    if (status != 0) {
+      emit("error " + n + " lock " + std::to_string(status) + " " + kDataFileNames[f]);
+      std::exit(3);
+    }
+  }
+  inBatch_ = true;
+  int made = 0, wanted = 2 + static_cast<int>(below(7));
+  for (int tries = 0; made < wanted && tries < 50; ++tries) made += step() ? 1 : 0;
+  inBatch_ = false;
+  emit("batch " + n + " unlock");
+  for (int f = 0; f < kDataFileCount; ++f) {
+    std::uint32_t status = DBFileUnlock(fileHandle(static_cast<DataFile>(f)));
+    if (status != 0) {
+      emit("error " + n + " unlock " + std::to_string(status) + " " + kDataFileNames[f]);
+      std::exit(3);
+    }
+  }
+  emit("ack " + n + " batch-commit " + std::to_string(made));
+}
+
+void Writer::run(long calls) {
+  while (calls_ < calls) {
+    if (below(100) < 8) {
+      batch();
+    } else {
+      for (int tries = 0; tries < 20 && !step(); ++tries) {
+      }
+    }
+  }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  if (argc < 3) {
+    std::fprintf(stderr, "usage: crash_writer SLOT SEED [CALLS]\n");
+    return 2;
+  }
+  int slot = std::atoi(argv[1]);
+  std::uint64_t seed = std::strtoull(argv[2], nullptr, 10);
+  long calls = argc > 3 ? std::atol(argv[3]) : 1000000;
+  if (slot < 0 || slot > 1) return 2;
+  auto writer = std::make_unique<Writer>(slot, seed);
+  if (!writer->open()) return 2;
+  writer->scan();
+  emit("ready " + std::to_string(slot));
+  writer->run(calls);
+  emit("done");
+  return 0;
+}
