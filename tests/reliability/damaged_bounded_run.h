@@ -26,8 +26,16 @@ struct BoundedRun {
   std::string out;
   std::string err;
 
+  // A sanitizer's report on standard error: a fault, whatever the exit
+  // status says.
+  bool sanitizerReport() const {
+    return err.find("Sanitizer") != std::string::npos ||
+           err.find("runtime error:") != std::string::npos;
+  }
+
   // How it ended, for messages.
   std::string ending() const {
+    if (sanitizerReport()) return "reported by a sanitizer: " + err.substr(0, 3000);
     if (timedOut) return "hung (killed at its time limit)";
     if (signal != 0) return std::string("killed by signal ") + strsignal(signal);
     return "exit " + std::to_string(exitCode);

@@ -188,6 +188,7 @@ class DamagedDataFilesTest : public IsolatedTest {
   std::string dump(const std::string &file, const FilePair &pair) {
     materialize(scratchDir_, file, pair);
     BoundedRun run = runReader({"dump", scratchDir_, file}, scratchDir_);
+    EXPECT_FALSE(run.sanitizerReport()) << run.err;
     EXPECT_EQ(run.exitCode, 0) << "dump of the intact " << file << ": " << run.ending() << "\n"
                                << run.out << run.err;
     return run.out;
@@ -290,7 +291,7 @@ class DamagedDataFilesTest : public IsolatedTest {
 
     materialize(variantDir_, p.file, damaged);
     BoundedRun check = runToolIn({"check", p.file, "--format", "json"}, variantDir_);
-    if (check.exitCode != 0 && check.exitCode != 1) {
+    if ((check.exitCode != 0 && check.exitCode != 1) || check.sanitizerReport()) {
       return fail("check " + check.ending() + ": " + check.err);
     }
     if (!sameBytes(readPair(path), damaged)) fail("check changed the file or its log");
@@ -299,7 +300,7 @@ class DamagedDataFilesTest : public IsolatedTest {
     const nlohmann::json &entry = verdict[0];
 
     BoundedRun reading = runReader({"check", variantDir_, p.file, p.referencePath}, variantDir_);
-    if (reading.exitCode != 0) {
+    if (reading.exitCode != 0 || reading.sanitizerReport()) {
       return fail("reading it " + reading.ending() + ": " + reading.err.substr(0, 2000));
     }
     ReaderReport r = ReaderReport::parse(reading.out);
@@ -349,6 +350,7 @@ class DamagedDataFilesTest : public IsolatedTest {
     const std::string path = variantDir_ + "/" + p.file;
     materialize(variantDir_, p.file, damaged);
     BoundedRun run = runToolIn({"recover", p.file, "--format", "json"}, variantDir_);
+    if (run.sanitizerReport()) return fail("recover " + run.ending());
     if (run.exitCode == 1) {
       // Refused: nothing is changed, nothing is left behind.
       ++t.recoverRefused;
@@ -376,7 +378,9 @@ class DamagedDataFilesTest : public IsolatedTest {
     std::size_t saved = report.value("saved", 0u), lost = report.value("lost", 0u);
 
     BoundedRun reading = runReader({"check", variantDir_, p.file, p.referencePath}, variantDir_);
-    if (reading.exitCode != 0) return fail("reading the recovered file " + reading.ending());
+    if (reading.exitCode != 0 || reading.sanitizerReport()) {
+      return fail("reading the recovered file " + reading.ending());
+    }
     ReaderReport r = ReaderReport::parse(reading.out);
     for (const std::string &bad : r.bad) fail("recovered: " + bad);
     if (!r.opened() || r.state == "partial") {
@@ -400,7 +404,9 @@ class DamagedDataFilesTest : public IsolatedTest {
            std::to_string(r.records));
     }
     BoundedRun recheck = runToolIn({"check", p.file}, variantDir_);
-    if (recheck.exitCode != 0) fail("the recovered file fails check: " + recheck.out);
+    if (recheck.exitCode != 0 || recheck.sanitizerReport()) {
+      fail("the recovered file fails check: " + recheck.ending() + recheck.out);
+    }
     ++t.recovered;
     t.saved += saved;
     t.lost += lost;

@@ -108,6 +108,7 @@ class ResourcesTest : public IsolatedTest {
   void expectCheckPasses(const std::string &dir, const std::string &when) {
     BoundedRun run = tool({"check", "--format", "json"}, dir);
     EXPECT_EQ(run.exitCode, 0) << when << ": " << run.ending() << "\n" << run.out << run.err;
+    EXPECT_FALSE(run.sanitizerReport()) << run.err;
     nlohmann::json files = nlohmann::json::parse(run.out, nullptr, false);
     ASSERT_FALSE(files.is_discarded()) << when << ": " << run.out;
     EXPECT_GE(files.size(), 6u) << when;
@@ -293,6 +294,7 @@ class ReadOnlyDirectoryTest : public ResourcesTest {
   // stored or a named status, and no byte of the directory changes.
   void expectRefusedAndUnchanged(const BoundedRun &run, const std::string &how) {
     ASSERT_EQ(run.exitCode, 0) << how << ": " << run.ending() << run.err;
+    EXPECT_FALSE(run.sanitizerReport()) << run.err;
     WorkerReport r = WorkerReport::parse(run.out);
     EXPECT_EQ(r.ops.size(), 12u) << how << ":\n" << run.out;
     std::string summary;
