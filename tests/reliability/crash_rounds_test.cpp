@@ -301,8 +301,8 @@ struct Figures {
   int rounds = 0;
   int directories = 0;
   int writersKilled = 0;
+  int writersFinished = 0;
   long callsAnnounced = 0;
-  long changesAcknowledged = 0;
   long changesVerified = 0;
   int killsInBatch = 0;
   int killsWhileUnlocking = 0;
@@ -311,6 +311,30 @@ struct Figures {
 };
 
 constexpr int kRoundsPerDirectory = 10;
+// Calls of the writers that are left to finish after each set of rounds.
+constexpr int kFinishingCalls = 40;
+
+struct RoundPlan {
+  std::vector<int> slots;
+  std::vector<std::uint64_t> seeds;
+  double lifetimeMs = 0;
+  int calls = 0;  // 0: killed after the lifetime
+};
+
+// One writer or two on the same data, for tens to hundreds of milliseconds.
+RoundPlan planRound(std::mt19937_64 &random, bool finishing) {
+  RoundPlan plan;
+  if (random() % 5 < 2) {
+    plan.slots = {0, 1};
+  } else {
+    plan.slots = {static_cast<int>(random() % 2)};
+  }
+  for (std::size_t i = 0; i < plan.slots.size(); ++i) plan.seeds.push_back(random() >> 1);
+  plan.lifetimeMs =
+      std::exp(std::uniform_real_distribution<double>(std::log(10.0), std::log(400.0))(random));
+  if (finishing) plan.calls = kFinishingCalls;
+  return plan;
+}
 
 class CrashRoundsTest : public IsolatedTest {
  protected:
@@ -332,6 +356,59 @@ class CrashRoundsTest : public IsolatedTest {
     model_ = World{};
   }
 
+  // Starts the writers and kills them once they have run for the plan's
+  // lifetime, or lets them make their calls and end; `outputs` gets what
+  // each printed.
+  void runWriters(const RoundPlan &plan, std::vector<std::vector<std::string>> *outputs) {
+    std::vector<std::unique_ptr<WriterProcess>> processes;
+    std::vector<WriterProcess *> writers;
+    for (std::size_t i = 0; i < plan.slots.size(); ++i) {
+      std::vector<std::string> args{std::to_string(plan.slots[i]), std::to_string(plan.seeds[i])};
+      if (plan.calls > 0) args.push_back(std::to_string(plan.calls));
+      processes.push_back(std::make_unique<WriterProcess>("crash_writer", args));
+      ASSERT_TRUE(processes.back()->started());
+      writers.push_back(processes.back().get());
+    }
+    auto all = [&](auto &&test) {
+      return [&writers, test] {
+        for (WriterProcess *w : writers) {
+          if (!test(w)) return false;
+        }
+        return true;
+      };
+    };
+    auto ended = all([](WriterProcess *w) { return w->ended(); });
+    auto ready = all([](WriterProcess *w) {
+      for (const std::string &line : w->lines()) {
+        if (line.rfind("ready", 0) == 0) return true;
+      }
+      return w->ended();
+    });
+    auto now = [] { return std::chrono::steady_clock::now(); };
+    pumpUntil(writers, now() + std::chrono::seconds(60), ready);
+    if (plan.calls > 0) {
+      // Nothing an earlier kill left behind may keep a writer from its end.
+      pumpUntil(writers, now() + std::chrono::seconds(60), ended);
+      for (WriterProcess *w : writers) {
+        EXPECT_TRUE(w->ended()) << "a writer did not finish its calls";
+        w->kill(SIGKILL);
+        int status = w->wait();
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+      }
+    } else {
+      auto lifetime = std::chrono::microseconds(static_cast<long>(plan.lifetimeMs * 1000));
+      pumpUntil(writers, now() + lifetime, [] { return false; });
+      for (WriterProcess *w : writers) w->kill(SIGKILL);
+      for (WriterProcess *w : writers) w->wait();
+    }
+    pumpUntil(writers, now() + std::chrono::seconds(10), ended);
+    outputs->clear();
+    for (WriterProcess *w : writers) {
+      outputs->push_back(w->lines());
+      EXPECT_TRUE(w->torn().empty()) << "half a line: " << w->torn();
+    }
+  }
+
   // The tool's full check of every file; the records each table holds.
   void checkFiles(std::map<std::string, std::uint32_t> *counts) {
     ToolResult check = runTool({"check", "--format", "json"});
@@ -349,82 +426,25 @@ class CrashRoundsTest : public IsolatedTest {
     EXPECT_TRUE(seen.count("KepOM.dat"));
   }
 
-  std::string directory_;
-  Id domain_{};
-  World model_;
-};
-
-TEST_F(CrashRoundsTest, AcknowledgedChangesSurviveWritersKilledAtRandomMoments) {
-  const long rounds = settingOr("ALERTDB_CRASH_ROUNDS", 20);
-  ASSERT_GT(rounds, 0);
-  const std::uint64_t seed = static_cast<std::uint64_t>(settingOr(
-      "ALERTDB_CRASH_SEED",
-      static_cast<long>(std::chrono::system_clock::now().time_since_epoch().count() & 0x7FFFFFFF)));
-  std::cout << "crash rounds: " << rounds << " rounds, seed " << seed
-            << " (ALERTDB_CRASH_SEED=" << seed << " runs the same mix again)" << std::endl;
-  std::mt19937_64 random(seed);
-  Figures figures;
-
-  for (long round = 0; round < rounds; ++round) {
-    SCOPED_TRACE("round " + std::to_string(round) + " of seed " + std::to_string(seed));
-    if (round % kRoundsPerDirectory == 0) {
-      ASSERT_NO_FATAL_FAILURE(freshDirectory(figures.directories++));
-    }
-
-    // One writer or two on the same data, for tens to hundreds of milliseconds.
-    std::vector<int> slots;
-    if (random() % 5 < 2) {
-      slots = {0, 1};
-    } else {
-      slots = {static_cast<int>(random() % 2)};
-    }
-    double lifetime =
-        std::exp(std::uniform_real_distribution<double>(std::log(10.0), std::log(400.0))(random));
-    std::vector<std::unique_ptr<WriterProcess>> processes;
-    std::vector<WriterProcess *> writers;
-    for (int slot : slots) {
-      processes.push_back(std::make_unique<WriterProcess>(
-          "crash_writer",
-          std::vector<std::string>{std::to_string(slot), std::to_string(random() >> 1)}));
-      ASSERT_TRUE(processes.back()->started());
-      writers.push_back(processes.back().get());
-    }
-    auto allReady = [&] {
-      for (WriterProcess *w : writers) {
-        bool ready = false;
-        for (const std::string &line : w->lines()) ready = ready || line.rfind("ready", 0) == 0;
-        if (!ready && !w->ended()) return false;
-      }
-      return true;
-    };
-    pumpUntil(writers, std::chrono::steady_clock::now() + std::chrono::seconds(60), allReady);
-    pumpUntil(writers,
-              std::chrono::steady_clock::now() +
-                  std::chrono::microseconds(static_cast<long>(lifetime * 1000)),
-              [] { return false; });
-    for (WriterProcess *w : writers) w->kill(SIGKILL);
-    for (WriterProcess *w : writers) w->wait();
-    pumpUntil(writers, std::chrono::steady_clock::now() + std::chrono::seconds(10), [&] {
-      for (WriterProcess *w : writers) {
-        if (!w->ended()) return false;
-      }
-      return true;
-    });
-
+  // Checks the data against what the writers printed, and takes it as the
+  // start of the next round.
+  void checkData(const std::vector<std::vector<std::string>> &outputs, bool finishing,
+                 Figures *figures) {
     std::vector<WriterLog> logs;
-    for (WriterProcess *w : writers) {
-      logs.push_back(parseWriterLog(w->lines()));
+    for (const std::vector<std::string> &lines : outputs) {
+      logs.push_back(parseWriterLog(lines));
       const WriterLog &log = logs.back();
-      ASSERT_TRUE(log.ready) << "a writer did not start: " << w->torn();
+      ASSERT_TRUE(log.ready) << "a writer did not start";
       ASSERT_TRUE(log.fault.empty()) << log.fault;
-      ++figures.writersKilled;
-      figures.callsAnnounced += log.announced;
+      ASSERT_EQ(log.done, finishing);
+      ++(finishing ? figures->writersFinished : figures->writersKilled);
+      figures->callsAnnounced += log.announced;
       for (const WriterItem &item : log.acknowledged) {
-        figures.changesAcknowledged += static_cast<long>(item.calls.size());
+        figures->changesVerified += static_cast<long>(item.calls.size());
       }
       if (log.running && log.running->batch) {
-        ++figures.killsInBatch;
-        if (log.running->unlocking) ++figures.killsWhileUnlocking;
+        ++figures->killsInBatch;
+        if (log.running->unlocking) ++figures->killsWhileUnlocking;
       }
     }
 
@@ -469,8 +489,7 @@ TEST_F(CrashRoundsTest, AcknowledgedChangesSurviveWritersKilledAtRandomMoments) 
     Verdict verdict = verifyRound(expected, units, actual);
     if (!verdict.sound) {
       std::string tails;
-      for (WriterProcess *w : writers) {
-        const auto &lines = w->lines();
+      for (const std::vector<std::string> &lines : outputs) {
         tails += "\n  writer output, last lines:";
         for (std::size_t i = lines.size() > 12 ? lines.size() - 12 : 0; i < lines.size(); ++i) {
           tails += "\n    " + lines[i];
@@ -479,21 +498,56 @@ TEST_F(CrashRoundsTest, AcknowledgedChangesSurviveWritersKilledAtRandomMoments) 
       FAIL() << "the data after the kill is not what the writers acknowledged:\n"
              << verdict.report << tails;
     }
-    ASSERT_FALSE(HasFailure());
     for (std::size_t u = 0; u < units.size(); ++u) {
       if (verdict.taken[u] > 0 && verdict.taken[u] < units[u].steps.size()) {
-        ++figures.callsCutPartway;
+        ++figures->callsCutPartway;
       }
     }
-    figures.changesVerified = figures.changesAcknowledged;
-    figures.mostRecords = std::max(figures.mostRecords, actual.records.size());
+    figures->mostRecords = std::max(figures->mostRecords, actual.records.size());
     model_ = std::move(verdict.verified);
+  }
+
+  std::string directory_;
+  Id domain_{};
+  World model_;
+};
+
+TEST_F(CrashRoundsTest, AcknowledgedChangesSurviveWritersKilledAtRandomMoments) {
+  const long rounds = settingOr("ALERTDB_CRASH_ROUNDS", 20);
+  ASSERT_GT(rounds, 0);
+  const std::uint64_t seed = static_cast<std::uint64_t>(settingOr(
+      "ALERTDB_CRASH_SEED",
+      static_cast<long>(std::chrono::system_clock::now().time_since_epoch().count() & 0x7FFFFFFF)));
+  std::cout << "crash rounds: " << rounds << " rounds, seed " << seed
+            << " (ALERTDB_CRASH_SEED=" << seed << " runs the same mix again)" << std::endl;
+  std::mt19937_64 random(seed);
+  Figures figures;
+  std::vector<std::vector<std::string>> outputs;
+
+  for (long round = 0; round < rounds; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round) + " of seed " + std::to_string(seed));
+    if (round % kRoundsPerDirectory == 0) {
+      ASSERT_NO_FATAL_FAILURE(freshDirectory(figures.directories++));
+    }
+    ASSERT_NO_FATAL_FAILURE(runWriters(planRound(random, false), &outputs));
+    ASSERT_NO_FATAL_FAILURE(checkData(outputs, false, &figures));
+    ASSERT_FALSE(HasFailure());
     ++figures.rounds;
+
+    // At the end of a set, writers that are not killed must get through
+    // their calls on the data the kills left.
+    if ((round + 1) % kRoundsPerDirectory == 0 || round + 1 == rounds) {
+      SCOPED_TRACE("writers left to finish");
+      ASSERT_NO_FATAL_FAILURE(runWriters(planRound(random, true), &outputs));
+      ASSERT_NO_FATAL_FAILURE(checkData(outputs, true, &figures));
+      ASSERT_FALSE(HasFailure());
+    }
   }
 
   std::cout << "crash rounds survived: " << figures.rounds << " (seed " << seed << ", "
-            << figures.directories << " fresh data directories, " << figures.writersKilled
-            << " writers killed)\n"
+            << figures.directories << " fresh data directories)\n"
+            << "  writers killed: " << figures.writersKilled << "; writers left to finish "
+            << "after each set, all finished: " << figures.writersFinished << "\n"
             << "  calls attempted: " << figures.callsAnnounced << "\n"
             << "  acknowledged changes verified: " << figures.changesVerified << "\n"
             << "  kills inside a batch: " << figures.killsInBatch << " ("
