@@ -1,6 +1,7 @@
 // Salvaging a damaged data file: every record that can still be read, with
 // the catalog that describes it, copied into a new store. The damaged file is
 // only read.
+#include <algorithm>
 #include <new>
 #include <string>
 #include <vector>
@@ -71,6 +72,20 @@ class Salvage {
   }
 
   std::uint32_t copyTables() {
+    // A table the catalog no longer lists cannot be told apart either; its
+    // records are counted lost, not left out unsaid.
+    Statement tables;
+    if (tables.prepare(source_,
+                       "SELECT name FROM sqlite_master WHERE type='table' AND "
+                       "name NOT LIKE 'sqlite%' AND name NOT LIKE 'alertdb%'") == SQLITE_OK) {
+      Use q(tables);
+      while (sqlite3_step(*q) == SQLITE_ROW) {
+        std::string name = columnText(*q, 0);
+        if (std::find(names_.begin(), names_.end(), name) != names_.end()) continue;
+        report_->tables.push_back({name, 0, static_cast<std::uint32_t>(countRows(source_, name))});
+        problem(name, "the catalog does not list it: its records cannot be told apart");
+      }
+    }
     std::vector<TableDef> defs;
     for (const std::string &name : names_) {
       TableDef def;
