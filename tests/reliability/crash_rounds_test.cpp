@@ -362,10 +362,12 @@ class CrashRoundsTest : public IsolatedTest {
   void runWriters(const RoundPlan &plan, std::vector<std::vector<std::string>> *outputs) {
     std::vector<std::unique_ptr<WriterProcess>> processes;
     std::vector<WriterProcess *> writers;
+    std::vector<std::string> errorFiles;
     for (std::size_t i = 0; i < plan.slots.size(); ++i) {
       std::vector<std::string> args{std::to_string(plan.slots[i]), std::to_string(plan.seeds[i])};
       if (plan.calls > 0) args.push_back(std::to_string(plan.calls));
-      processes.push_back(std::make_unique<WriterProcess>("crash_writer", args));
+      errorFiles.push_back(dataPath("writer-" + std::to_string(i) + ".err"));
+      processes.push_back(std::make_unique<WriterProcess>("crash_writer", args, errorFiles.back()));
       ASSERT_TRUE(processes.back()->started());
       writers.push_back(processes.back().get());
     }
@@ -399,13 +401,23 @@ class CrashRoundsTest : public IsolatedTest {
       auto lifetime = std::chrono::microseconds(static_cast<long>(plan.lifetimeMs * 1000));
       pumpUntil(writers, now() + lifetime, [] { return false; });
       for (WriterProcess *w : writers) w->kill(SIGKILL);
-      for (WriterProcess *w : writers) w->wait();
+      for (WriterProcess *w : writers) {
+        int status = w->wait();
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL)
+            << "a writer ended before it was killed: " << status;
+      }
     }
     pumpUntil(writers, now() + std::chrono::seconds(10), ended);
     outputs->clear();
     for (WriterProcess *w : writers) {
       outputs->push_back(w->lines());
       EXPECT_TRUE(w->torn().empty()) << "half a line: " << w->torn();
+    }
+    // A writer says nothing on its standard error: anything there is a
+    // sanitizer's report or a failure of its own.
+    for (const std::string &file : errorFiles) {
+      std::string said = readFile(file);
+      EXPECT_TRUE(said.empty()) << "a writer's standard error:\n" << said.substr(0, 4000);
     }
   }
 

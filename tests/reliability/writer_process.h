@@ -17,7 +17,9 @@ namespace crash {
 
 class WriterProcess {
  public:
-  WriterProcess(const std::string &program, const std::vector<std::string> &args) {
+  // The child's standard error goes to the file `errorPath`.
+  WriterProcess(const std::string &program, const std::vector<std::string> &args,
+                const std::string &errorPath) {
     std::string path = std::string(ALERTDB_TEST_BINARY_DIR) + "/programs/" + program;
     int out[2];
     if (::pipe2(out, O_CLOEXEC) != 0) return;
@@ -26,6 +28,11 @@ class WriterProcess {
       int null = ::open("/dev/null", O_RDONLY);
       ::dup2(null, 0);
       if (null > 0) ::close(null);
+      int err = ::open(errorPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+      if (err >= 0) {
+        ::dup2(err, 2);
+        if (err != 2) ::close(err);
+      }
       ::dup2(out[1], 1);
       ::close(out[0]);
       ::close(out[1]);
