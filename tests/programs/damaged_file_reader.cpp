@@ -245,7 +245,6 @@ struct BoundTable {
   std::uint32_t select(KEPDB *h) {
     return platform::SchmSetCurrentTbl(h, layout.name.c_str(), templates.data());
   }
-  std::string id() const { return image.substr(layout.idOffset(), 16); }
 };
 
 const char *statusName(std::uint32_t status) { return AlertDBStatusName(status); }

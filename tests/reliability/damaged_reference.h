@@ -60,14 +60,15 @@ struct TableLayout {
     for (const FieldLayout &f : fields) size += f.size;
     return size;
   }
-  // Where the object-ID field lies in the image; imageSize() when none.
+  // Where the object-ID field lies in the image (the start, when the
+  // catalog names none).
   std::size_t idOffset() const {
     std::size_t at = 0;
     for (const FieldLayout &f : fields) {
       if (f.key == idKey && f.size == 16) return at;
       at += f.size;
     }
-    return imageSize();
+    return 0;
   }
   // Each key number once, in field order.
   std::vector<std::uint32_t> keys() const {
