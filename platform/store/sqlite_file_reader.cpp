@@ -284,7 +284,9 @@ std::uint32_t readRows(sqlite3 *db, const TableDef &def,
       breaks->push_back("rows after position " + std::to_string(last) + " cannot be read: " + why);
     }
     std::optional<std::int64_t> next = resumeAfter(seek, last, highest);
-    if (!next || *next <= last) break;
+    // A damaged page can give back a row before the one asked for: going on
+    // from there would go round for ever.
+    if (!next || *next <= std::max(last, from)) break;
     from = *next;
     fromIsRow = true;
   }
