@@ -592,6 +592,35 @@ TEST_F(DamagedDataFilesTest, RecoverCountsTheRecordsOfATableItsCatalogLost) {
   EXPECT_TRUE(named) << run.out;
 }
 
+// A catalog that lost a table's entry while the table and its field list
+// are still there disagrees with itself: every open mode refuses the file,
+// unchanged, instead of opening it without the table (whose open would then
+// say it is missing, and invite the caller to create it afresh).
+TEST_F(DamagedDataFilesTest, AStoreWhoseCatalogLostATableIsRefusedNotOpenedWithoutIt) {
+  WrittenRecords written;
+  EventFileBuilder builder;
+  builder.fill(written);
+  ASSERT_FALSE(HasFatalFailure());
+  std::string path = dataPath("AlEvntdb.dat");
+  sqlite3 *db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(db, "DELETE FROM alertdb_tables WHERE name='EVENT_RESP'", nullptr, nullptr,
+                         nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+  std::string before = readFile(path);
+
+  for (std::uint32_t mode :
+       {platform::kOpenExisting, platform::kOpenRecover, platform::kOpenCreate}) {
+    KEPDB *h = platform::QDBInit(0, path.c_str(), mode, 1);
+    EXPECT_EQ(h, nullptr) << "mode " << mode;
+    if (h) platform::QDBDone(h);
+    EXPECT_TRUE(readFile(path) == before) << "mode " << mode << " changed the file";
+  }
+  CAlertEVENT_RESPDB links;
+  EXPECT_EQ(links.DBOpen(), ALRT_E_INITFAILED);
+}
+
 // Whatever a page of the records holds, and wherever the file is cut, check
 // and recover come to an end: a scan that gives back a row before the one it
 // was asked to start at must not send them round again.
