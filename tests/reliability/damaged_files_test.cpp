@@ -621,6 +621,41 @@ TEST_F(DamagedDataFilesTest, AStoreWhoseCatalogLostATableIsRefusedNotOpenedWitho
   EXPECT_EQ(links.DBOpen(), ALRT_E_INITFAILED);
 }
 
+// A catalog entry whose key numbers no longer fit the table's columns
+// cannot read the table's rows: recover counts them lost and leaves the
+// table out, rather than make it again empty with the damaged layout.
+TEST_F(DamagedDataFilesTest, RecoverLeavesOutATableItsCatalogEntryCannotRead) {
+  WrittenRecords written;
+  EventFileBuilder builder;
+  builder.fill(written);
+  ASSERT_FALSE(HasFatalFailure());
+  std::size_t classes = written.tables().at(tableName<CAlertEVENT_CLASSDB>()).size();
+  sqlite3 *db = nullptr;
+  ASSERT_EQ(sqlite3_open(dataPath("AlEvntdb.dat").c_str(), &db), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(db,
+                         "UPDATE alertdb_fields SET key_number=4294967288 "
+                         "WHERE table_name='EVENT_CLASS' AND key_number=7",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  EXPECT_EQ(sqlite3_changes(db), 1);
+  sqlite3_close(db);
+
+  BoundedRun run = runToolIn({"recover", "AlEvntdb.dat", "--format", "json"}, dataDir());
+  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
+  nlohmann::json report = nlohmann::json::parse(run.out, nullptr, false);
+  ASSERT_FALSE(report.is_discarded()) << run.out;
+  for (const auto &table : report["tables"]) {
+    if (table["name"] == "EVENT_CLASS") {
+      EXPECT_EQ(table["lost"], classes) << run.out;
+    }
+  }
+  // The new store serves the other tables, and takes the lost one afresh.
+  CAlertEVENT_RESPDB links;
+  EXPECT_EQ(links.DBOpen(), 0u);
+  CAlertEVENT_CLASSDB eventClasses;
+  EXPECT_EQ(OpenOrCreate(eventClasses), 0u);
+}
+
 // Whatever a page of the records holds, and wherever the file is cut, check
 // and recover come to an end: a scan that gives back a row before the one it
 // was asked to start at must not send them round again.
