@@ -249,10 +249,16 @@ class Salvage {
         },
         &lost, &breaks);
     if (failure != QDB_OK) return failure;
-    execute(target_, "RELEASE salvage_table");
     if (readStatus != QDB_OK) {
+      // A catalog entry that cannot read the table's rows does not describe
+      // them: the table is left out, its rows lost, not made again empty.
       problem(def.name, std::string("its rows cannot be read: ") + sqlite3_errmsg(source_));
+      insert_.finalize();
+      execute(target_, "ROLLBACK TO salvage_table");
+      counts.saved = 0;
+      counts.lost = static_cast<std::uint32_t>(countRows(source_, def.name));
     }
+    execute(target_, "RELEASE salvage_table");
     for (const std::string &what : breaks) problem(def.name, what);
     for (const LostRow &row : lost) {
       ++counts.lost;
