@@ -139,22 +139,32 @@ FileState inspectFile(const std::string &path, std::string *reason) {
     *reason = std::move(why);
     return state;
   };
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) {
     return errno == ENOENT ? verdict(FileState::Missing, "the file does not exist")
                            : verdict(FileState::NotStore, std::string("the file cannot be read: ") +
                                                               std::strerror(errno));
   }
-  struct stat st;
+  if (!S_ISREG(st.st_mode)) return verdict(FileState::NotStore, "not a regular file");
+  if (st.st_size < 100) return verdict(FileState::NotStore, "too short to be a store");
+  // The header is read through SQLite's file layer: closing a descriptor of
+  // the file would drop every lock this process holds on it, those of its
+  // open connections included, and SQLite's layer keeps the descriptor until
+  // they let go.
   unsigned char header[100];
-  bool statOk = ::fstat(fd, &st) == 0;
-  bool readOk = statOk && S_ISREG(st.st_mode) && st.st_size >= 100 &&
-                ::pread(fd, header, sizeof header, 0) == static_cast<ssize_t>(sizeof header);
-  ::close(fd);
-  if (!readOk) {
-    if (statOk && !S_ISREG(st.st_mode)) return verdict(FileState::NotStore, "not a regular file");
-    return verdict(FileState::NotStore, "too short to be a store");
+  sqlite3_vfs *vfs = sqlite3_vfs_find(nullptr);
+  std::vector<unsigned char> handle(vfs ? static_cast<std::size_t>(vfs->szOsFile) : 0);
+  auto *file = reinterpret_cast<sqlite3_file *>(handle.data());
+  int opened =
+      vfs ? vfs->xOpen(vfs, path.c_str(), file, SQLITE_OPEN_READONLY | SQLITE_OPEN_MAIN_DB, nullptr)
+          : SQLITE_ERROR;
+  bool readOk =
+      opened == SQLITE_OK && file->pMethods->xRead(file, header, sizeof header, 0) == SQLITE_OK;
+  if (vfs && file->pMethods) file->pMethods->xClose(file);
+  if (!readOk && opened != SQLITE_OK && errno == ENOENT) {
+    return verdict(FileState::Missing, "the file does not exist");
   }
+  if (!readOk) return verdict(FileState::NotStore, "the file cannot be read");
   if (std::memcmp(header, "SQLite format 3", 16) != 0) {
     return verdict(FileState::NotStore, "not an SQLite database");
   }

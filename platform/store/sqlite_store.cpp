@@ -187,6 +187,10 @@ class SqliteSession final : public StoreSession {
   // `limit` of them to `out`.
   std::uint32_t collect(Statement &s, std::uint32_t limit, RowBatch *out);
   std::uint32_t beginRead();
+  // Schema changes outside a transaction run in one of their own, begun
+  // with the write lock; `own` tells whether it was begun here.
+  int beginSchemaChange(bool *own);
+  int endSchemaChange(bool own, bool commit);
   // A rollback undoes this session's changes: rows fetched since are stale.
   void noteRollback();
   // Runs a write; outside a transaction it commits, so the counter is
@@ -316,7 +320,12 @@ std::uint32_t SqliteSession::table(const std::string &name, std::shared_ptr<Tabl
 }
 
 std::uint32_t SqliteSession::createTable(const TableDef &def, std::shared_ptr<TableHandle> *out) {
-  if (execute(db_, "SAVEPOINT create_table") != SQLITE_OK) return QDB_E_BUSY;
+  bool own = false;
+  if (beginSchemaChange(&own) != SQLITE_OK) return QDB_E_BUSY;
+  if (execute(db_, "SAVEPOINT create_table") != SQLITE_OK) {
+    endSchemaChange(own, false);
+    return QDB_E_BUSY;
+  }
   TableDef existing;
   std::uint32_t r = loadTableDef(db_, def.name, &existing);
   if (r == QDB_OK) {
@@ -340,11 +349,14 @@ std::uint32_t SqliteSession::createTable(const TableDef &def, std::shared_ptr<Ta
   if (r != QDB_OK) {
     execute(db_, "ROLLBACK TO create_table");
     execute(db_, "RELEASE create_table");
+    endSchemaChange(own, false);
     return r;
   }
-  if (execute(db_, "RELEASE create_table") != SQLITE_OK) {
+  if (execute(db_, "RELEASE create_table") != SQLITE_OK ||
+      endSchemaChange(own, true) != SQLITE_OK) {
     execute(db_, "ROLLBACK TO create_table");
     execute(db_, "RELEASE create_table");
+    endSchemaChange(own, false);
     return QDB_E_IO;
   }
   tables_.erase(def.name);
@@ -352,11 +364,34 @@ std::uint32_t SqliteSession::createTable(const TableDef &def, std::shared_ptr<Ta
 }
 
 std::uint32_t SqliteSession::addQueryType(const QueryTypeDef &type) {
-  if (execute(db_, "SAVEPOINT query_type") != SQLITE_OK) return QDB_E_BUSY;
+  bool own = false;
+  if (beginSchemaChange(&own) != SQLITE_OK) return QDB_E_BUSY;
+  if (execute(db_, "SAVEPOINT query_type") != SQLITE_OK) {
+    endSchemaChange(own, false);
+    return QDB_E_BUSY;
+  }
   std::uint32_t r = storeQueryType(db_, type);
   if (r != QDB_OK) execute(db_, "ROLLBACK TO query_type");
   execute(db_, "RELEASE query_type");
+  if (endSchemaChange(own, r == QDB_OK) != SQLITE_OK && r == QDB_OK) r = QDB_E_IO;
   return r;
+}
+
+int SqliteSession::beginSchemaChange(bool *own) {
+  *own = sqlite3_get_autocommit(db_) != 0;
+  // A savepoint alone would start a deferred transaction that reads the
+  // catalog before it writes, and SQLite refuses that upgrade at once when
+  // another connection committed meanwhile; the write lock taken first
+  // waits for the others instead.
+  return *own ? execute(db_, "BEGIN IMMEDIATE") : SQLITE_OK;
+}
+
+int SqliteSession::endSchemaChange(bool own, bool commit) {
+  if (!own) return SQLITE_OK;
+  if (!commit) return execute(db_, "ROLLBACK");
+  int rc = committing([&] { return execute(db_, "COMMIT"); });
+  if (rc != SQLITE_OK) execute(db_, "ROLLBACK");
+  return rc;
 }
 
 std::uint32_t SqliteSession::tableNames(std::vector<std::string> *names) {
