@@ -1,0 +1,1487 @@
+// A worker process of the concurrency harness: two threads, each with its
+// own table objects, mix every record operation, the cascades, enumerations
+// and the file and read locks on the data directory of ALERTDB_DATA_DIR until
+// their time is up, logging each call. Each thread changes only records it
+// made; it reads and enumerates everyone's.
+//
+//   concurrency_worker <worker> <seconds> <seed> <log directory> [open]
+//
+// Talks on its standard streams: prints "ready <pid>", waits for "go", runs,
+// prints "done <calls> <problems> <sets seen>", then serves "signal" (makes a
+// change through a third table set and prints "signalled <count before>
+// <count after>"), "watch <count>" (waits for the change event's set count to
+// reach it: "saw <count> <signalled>" or "missed <count>") and "quit".
+// With "open" the threads only open or create every table at once and add a
+// user each, printing "opened <status> <status>".
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cinttypes>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "alertdb.h"
+#include "reliability/concurrency_log.h"
+#include "reliability/concurrency_model.h"
+#include "reliability/concurrency_tables.h"
+#include "reliability/concurrency_tsan_clocklock.h"
+
+namespace {
+
+using namespace concurrency;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kThreads = 2;
+// Past this many live records of a kind a thread deletes rather than adds.
+constexpr std::size_t kMaxLive = 24;
+// A call that runs this long is reported while it still runs.
+constexpr auto kStallReport = std::chrono::seconds(20);
+
+std::uint64_t microseconds(Clock::time_point t) {
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::microseconds>(t.time_since_epoch()).count());
+}
+
+template <std::size_t N>
+void putText(char (&field)[N], const std::string &text) {
+  std::snprintf(field, N, "%s", text.c_str());
+}
+
+// How an enumeration orders a key field.
+struct KeyField {
+  std::uint32_t key;
+  enum Kind { Bytes, Text, Number } kind;
+  std::size_t offset, size;
+
+  int compare(const unsigned char *x, const unsigned char *y) const {
+    x += offset;
+    y += offset;
+    if (kind == Number) {
+      std::uint32_t a, b;
+      std::memcpy(&a, x, 4);
+      std::memcpy(&b, y, 4);
+      return a < b ? -1 : a > b;
+    }
+    std::size_t n = size, m = size;
+    if (kind == Text) {
+      n = strnlen(reinterpret_cast<const char *>(x), size);
+      m = strnlen(reinterpret_cast<const char *>(y), size);
+    }
+    int c = std::memcmp(x, y, std::min(n, m));
+    return c != 0 ? c : (n < m ? -1 : n > m);
+  }
+  std::string bytes(const unsigned char *record) const {
+    return std::string(reinterpret_cast<const char *>(record) + offset, size);
+  }
+};
+
+#define KEY_BYTES(key, Rec, member) \
+  KeyField { key, KeyField::Bytes, offsetof(Rec, member), sizeof(Rec::member) }
+#define KEY_TEXT(key, Rec, member) \
+  KeyField { key, KeyField::Text, offsetof(Rec, member), sizeof(Rec::member) }
+#define KEY_NUMBER(key, Rec, member) \
+  KeyField { key, KeyField::Number, offsetof(Rec, member), 4 }
+
+// The change event, watched for sets by anyone while the threads work.
+class EventWatch {
+ public:
+  EventWatch() : event_(platform::OpenEventA(platform::kEventAllAccess, 0, "AlertDBModifyEvent")) {
+    if (event_) platform::GetEventSetCount(event_, &seen_);
+    start_ = seen_;
+  }
+  ~EventWatch() {
+    stop();
+    if (event_) platform::CloseHandle(event_);
+  }
+  bool ok() const { return event_ != nullptr; }
+  HANDLE event() const { return event_; }
+  void start() {
+    thread_ = std::thread([this] {
+      while (!stop_.load()) {
+        std::uint32_t count = 0;
+        if (platform::WaitForEventSetAfter(event_, seen_, 100, &count) == platform::kWaitObject0)
+          seen_ = count;
+      }
+    });
+  }
+  void stop() {
+    stop_ = true;
+    if (thread_.joinable()) thread_.join();
+  }
+  // Sets counted while watching (including this process's own).
+  std::uint32_t seenSinceStart() const { return seen_ - start_; }
+  std::uint32_t seen() const { return seen_; }
+  void setSeen(std::uint32_t count) { seen_ = count; }
+
+ private:
+  HANDLE event_;
+  std::uint32_t seen_ = 0, start_ = 0;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+// One thread's work: its tables, its model of its own records, its log.
+class LoadThread {
+ public:
+  LoadThread(int worker, int thread, std::uint64_t seed, const std::string &logDir)
+      : worker_(worker), owner_(worker * 3 + thread), rng_(seed * 131 + owner_) {
+    tag_ = "w" + std::to_string(worker) + "t" + std::to_string(thread);
+    log_ = std::fopen(logPath(logDir, worker, thread).c_str(), "w");
+  }
+  ~LoadThread() {
+    if (log_) std::fclose(log_);
+  }
+
+  bool logOpen() const { return log_ != nullptr; }
+  std::uint32_t open() { return tables_.openAll(); }
+  std::uint64_t calls() const { return calls_; }
+  std::uint64_t problems() const { return problems_; }
+  // When the current call started (0: none), for the stall report.
+  std::uint64_t callStart() const { return callStart_.load(); }
+  const char *callName() const { return callName_.load(); }
+  int owner() const { return owner_; }
+
+  void run(Clock::time_point until) {
+    while (Clock::now() < until) step();
+    std::fflush(log_);
+  }
+
+  // One add of a user: a change every other process must be told of.
+  void addUser() { userAdd(); }
+
+ private:
+  // ------------------------------------------------------------ logging
+
+  template <class Call>
+  std::uint32_t call(Entry &entry, Call body) {
+    callName_ = opNames_.insert(entry.op).first->c_str();
+    Clock::time_point start = Clock::now();
+    callStart_ = microseconds(start);
+    entry.status = body();
+    Clock::time_point end = Clock::now();
+    callStart_ = 0;
+    entry.startUs = microseconds(start);
+    entry.durationUs = microseconds(end) - entry.startUs;
+    return entry.status;
+  }
+
+  void log(const Entry &entry) {
+    std::fputs((entry.format() + "\n").c_str(), log_);
+    ++calls_;
+    std::string problem = model_.check(entry, owner_, nullptr);
+    if (!problem.empty() && ++problems_ <= 5)
+      std::fprintf(stderr, "worker %s: %s\n", tag_.c_str(), problem.c_str());
+  }
+
+  void problem(const std::string &what) {
+    Entry entry{"problem"};
+    entry.startUs = microseconds(Clock::now());
+    entry.args.push_back(what);
+    std::replace(entry.args[0].begin(), entry.args[0].end(), ' ', '_');
+    log(entry);
+  }
+
+  // ------------------------------------------------------------ choosing
+
+  std::uint32_t random(std::uint32_t n) {
+    return std::uniform_int_distribution<std::uint32_t>(0, n - 1)(rng_);
+  }
+  bool chance(std::uint32_t percent) { return random(100) < percent; }
+
+  std::string name(const char *kind) {
+    return std::string(kind) + " " + tag_ + "-" + std::to_string(++serial_);
+  }
+
+  std::size_t liveCount(Table table) const {
+    std::size_t n = 0;
+    for (const Oid &id : mine_[static_cast<int>(table)]) n += model_.live(id, table) != nullptr;
+    return n;
+  }
+
+  // One of the thread's records of `table`: a live one, or now and then one
+  // it deleted, to see how the calls treat what is gone.
+  bool pick(Table table, Oid *id, std::uint32_t stalePercent = 5) {
+    const std::vector<Oid> &all = mine_[static_cast<int>(table)];
+    std::vector<Oid> live, dead;
+    for (const Oid &candidate : all)
+      (model_.live(candidate, table) ? live : dead).push_back(candidate);
+    const std::vector<Oid> &from =
+        !dead.empty() && (live.empty() || chance(stalePercent)) ? dead : live;
+    if (from.empty()) return false;
+    *id = from[random(static_cast<std::uint32_t>(from.size()))];
+    return true;
+  }
+
+  bool pickLive(Table table, Oid *id) { return pick(table, id, 0) && model_.live(*id, table); }
+
+  // A new record's object ID: now and then the caller's own.
+  _GUID newId() {
+    _GUID id{};
+    if (chance(25)) platform::CoCreateGuid(&id);
+    return id;
+  }
+
+  void remember(Table table, const _GUID &id, std::uint32_t status) {
+    if (status == 0) mine_[static_cast<int>(table)].push_back(toOid(id));
+  }
+
+  // ------------------------------------------------------------ the steps
+
+  void step() {
+    std::uint32_t r = random(100);
+    if (r < 40) {
+      write(static_cast<File>(random(kFileCount)));
+    } else if (r < 50) {
+      batch();
+    } else if (r < 62) {
+      readOwn();
+    } else if (r < 72) {
+      children();
+    } else if (r < 87) {
+      walk(tables_);
+    } else if (r < 90) {
+      freshWalk();
+    } else if (r < 95) {
+      readOther();
+    } else {
+      snapshot();
+    }
+  }
+
+  // Several writes to one file under its file lock, made durable together.
+  void batch() {
+    File file = static_cast<File>(random(kFileCount));
+    KEPDB *handle = tables_.lockHandle(file);
+    Entry lock{"lock"};
+    lock.args = {fileName(file)};
+    call(lock, [&] { return DBFileLock(handle); });
+    log(lock);
+    if (lock.status != 0) return;
+    inBatch_ = true;
+    for (std::uint32_t n = 2 + random(5); n > 0; --n) write(file);
+    inBatch_ = false;
+    Entry unlock{"unlock"};
+    unlock.args = {fileName(file)};
+    call(unlock, [&] { return DBFileUnlock(handle); });
+    log(unlock);
+    // The object manager learns of a batch's changes once it is committed.
+    std::vector<std::pair<Table, Oid>> held;
+    held.swap(registrations_);
+    for (const auto &[kind, id] : held) registration(kind, id);
+  }
+
+  // Whether the object manager knows a user, event class or log entry the
+  // thread changed: as soon as the change returned, or its batch committed.
+  void registration(Table kind, const Oid &id) {
+    if (inBatch_) {
+      registrations_.emplace_back(kind, id);
+      return;
+    }
+    const _GUID &classId = kind == Table::User         ? platform::kClassIdUser
+                           : kind == Table::EventClass ? platform::kClassIdEventClass
+                                                       : platform::kClassIdEventLog;
+    Entry entry{"om"};
+    _GUID guid = toGuid(id), known{};
+    char name[64];
+    // Asked on a thread of its own, which sees only what was committed.
+    call(entry, [&] {
+      std::uint32_t status = 0;
+      std::thread([&] {
+        status = platform::KepOMGetInstance(&guid, &known, name, sizeof name);
+      }).join();
+      return status;
+    });
+    entry.args = {tableName(kind), oidText(id),
+                  entry.status == 0 && toOid(known) == toOid(classId) ? "1" : "0"};
+    log(entry);
+  }
+
+  // One write to `file`, of a kind chosen by weight; adds give way to
+  // deletes where the thread already has many records.
+  void write(File file) {
+    for (int attempt = 0; attempt < 8; ++attempt) {
+      if (writeOnce(file)) return;
+    }
+  }
+
+  bool writeOnce(File file) {
+    std::uint32_t r = random(100);
+    switch (file) {
+      case File::Services:
+        if (r < 30) return full(Table::Service) ? serviceDelete() : serviceAdd();
+        if (r < 60) return serviceUpdate();
+        if (r < 85) return settingsUpdate();
+        return serviceDelete();
+      case File::Config:
+        if (r < 20) return full(Table::Server) ? serverDelete() : serverAdd();
+        if (r < 35) return serverUpdate();
+        if (r < 45) return serverDelete();
+        if (r < 70) return full(Table::Installed) ? installedDelete() : installedAdd();
+        if (r < 88) return installedUpdate();
+        return installedDelete();
+      case File::Users:
+        if (r < 15) return full(Table::User) ? userDelete() : userAdd();
+        if (r < 27) return userUpdate();
+        if (r < 35) return userDelete();
+        if (r < 55) return full(Table::Instance) ? instanceDelete() : userAddService();
+        if (r < 68) return full(Table::Instance) ? instanceDelete() : instanceAdd();
+        if (r < 80) return instanceUpdate();
+        if (r < 90) return instanceDelete();
+        return addressUpdate();
+      case File::Responses:
+        if (r < 40) return full(Table::Response) ? responseDelete() : responseAdd();
+        if (r < 70) return responseUpdate();
+        return responseDelete();
+      case File::Events:
+        if (r < 20) return full(Table::EventClass) ? eventClassDelete() : eventClassAdd();
+        if (r < 35) return eventClassUpdate();
+        if (r < 45) return eventClassDelete();
+        if (r < 70) return full(Table::Link) ? linkDelete() : linkAdd();
+        if (r < 82) return linkPut();
+        return linkDelete();
+      case File::Log:
+        if (r < 45) return full(Table::LogEntry) ? logDelete() : logAdd();
+        if (r < 75) return logUpdate();
+        return logDelete();
+    }
+    return false;
+  }
+
+  bool full(Table table) const { return liveCount(table) >= kMaxLive; }
+
+  // Reads a record of the thread's own into `record`; logged as a read.
+  template <class TableObject, class Record>
+  bool readOwn(TableObject &table, Table kind, const Oid &id, Record *record) {
+    Entry entry{"get"};
+    *record = Record{};
+    _GUID guid = toGuid(id);
+    call(entry, [&] { return table.DBAlertRecRetrieve(&guid, record); });
+    entry.args = {tableName(kind), oidText(id),
+                  hashText(entry.status == 0 ? recordHash(*record) : 0)};
+    log(entry);
+    return entry.status == 0;
+  }
+
+  // The current content of one of the thread's records, or a blank record
+  // with its ID when it is gone (the update must then find nothing).
+  template <class TableObject, class Record>
+  void current(TableObject &table, Table kind, const Oid &id, Record *record) {
+    if (!readOwn(table, kind, id, record)) {
+      *record = Record{};
+      std::memcpy(record, id.data(), id.size());
+    }
+  }
+
+  template <class TableObject, class Record>
+  void update(const char *op, TableObject &table, const Oid &id, Record *record,
+              const Record *asRead = nullptr) {
+    Entry entry{op};
+    call(entry, [&] { return table.DBAlertRecUpdate(record); });
+    entry.args = {oidText(id), hashText(recordHash(asRead ? *asRead : *record))};
+    log(entry);
+  }
+
+  template <class TableObject>
+  void erase(const char *op, TableObject &table, const Oid &id) {
+    Entry entry{op};
+    _GUID guid = toGuid(id);
+    call(entry, [&] { return table.DBAlertRecDelete(&guid); });
+    entry.args = {oidText(id)};
+    log(entry);
+  }
+
+  // Services: a catalogue row with its SMTP settings row.
+
+  void fillSettings(ALRTSMTPSERVICEREC &settings, const std::string &version) {
+    putText(settings.Server_addr, "smtp." + tag_ + ".example");
+    putText(settings.Login, tag_);
+    putText(settings.Password, "pw " + version);
+    putText(settings.Default_Message, "message " + version);
+    putText(settings.Subject, "subject " + version);
+    settings.Priority = serial_;
+    putText(settings.Sender, tag_ + "@example.org");
+  }
+
+  bool serviceAdd() {
+    ALRTNTFYSERV service{};
+    ALRTSMTPSERVICEREC settings{};
+    std::string title = name("svc");
+    service.KEPOID = newId();
+    putText(service.Service_Name, title);
+    putText(service.Product, "concurrency");
+    service.Enabled = 1;
+    putText(service.Comment, title + " v1");
+    fillSettings(settings, title);
+    ALRTSMTPSERVICEREC clear = settings;  // what a read gives back
+    _GUID id{}, settingsId{};
+    Entry entry{"svc.add"};
+    call(entry,
+         [&] { return tables_.service.DBAlertRecAdd(&service, &id, &settings, &settingsId); });
+    clear.KEPOID = settingsId;
+    entry.args = {oidText(toOid(id)), oidText(toOid(settingsId)), hashText(recordHash(service)),
+                  hashText(recordHash(clear))};
+    log(entry);
+    remember(Table::Service, id, entry.status);
+    remember(Table::SmtpService, settingsId, entry.status);
+    return true;
+  }
+
+  bool serviceUpdate() {
+    Oid id;
+    if (!pick(Table::Service, &id)) return false;
+    ALRTNTFYSERV service;
+    current(tables_.service, Table::Service, id, &service);
+    service.ServiceType = 5;
+    service.Status = serial_;
+    putText(service.Comment, name("svc comment"));
+    update("svc.upd", tables_.service, id, &service);
+    return true;
+  }
+
+  bool settingsUpdate() {
+    Oid id;
+    if (!pick(Table::SmtpService, &id)) return false;
+    ALRTSMTPSERVICEREC settings;
+    current(tables_.smtp, Table::SmtpService, id, &settings);
+    fillSettings(settings, name("settings"));
+    ALRTSMTPSERVICEREC clear = settings;
+    update("spec.upd", tables_.smtp, id, &settings, &clear);
+    return true;
+  }
+
+  bool serviceDelete() {
+    Oid id;
+    if (!pick(Table::Service, &id)) return false;
+    erase("svc.del", tables_.service, id);
+    return true;
+  }
+
+  // Servers and the services installed on them.
+
+  bool serverAdd() {
+    ALRT_SRV_CFGREC server{};
+    std::string title = name("srv");
+    server.KEPOID = newId();
+    putText(server.MachineName, title);
+    putText(server.Addr, "10." + std::to_string(worker_) + "." + std::to_string(serial_ % 250));
+    server.status = serial_;
+    server.UPTime = serial_ * 7;
+    _GUID id{};
+    Entry entry{"srv.add"};
+    call(entry, [&] { return tables_.server.DBAlertRecAdd(&server, &id); });
+    entry.args = {oidText(toOid(id)), hashText(recordHash(server))};
+    log(entry);
+    remember(Table::Server, id, entry.status);
+    return true;
+  }
+
+  bool serverUpdate() {
+    Oid id;
+    if (!pick(Table::Server, &id)) return false;
+    ALRT_SRV_CFGREC server;
+    current(tables_.server, Table::Server, id, &server);
+    server.status = ++serial_;
+    server.EventStat = serial_ * 3;
+    update("srv.upd", tables_.server, id, &server);
+    return true;
+  }
+
+  bool serverDelete() {
+    Oid id;
+    if (!pick(Table::Server, &id)) return false;
+    erase("srv.del", tables_.server, id);
+    return true;
+  }
+
+  bool installedAdd() {
+    Oid server, service;
+    if (!pick(Table::Server, &server, 10) || !pick(Table::Service, &service, 10)) return false;
+    std::string title = name("inst");
+    _GUID serverId = toGuid(server), serviceId = toGuid(service), id{};
+    Entry entry{"inst.add"};
+    call(entry, [&] {
+      return tables_.server.QALRTServCfgAddNtfyServiceEntry(&serverId, &serviceId, title.c_str(),
+                                                            &id);
+    });
+    ALRTSERV_INST_NTFY_SERVREC expected{};
+    expected.KEPOID = id;
+    expected.ServiceOID = serviceId;
+    expected.ServerOID = serverId;
+    putText(expected.ServiceName, title);
+    entry.args = {oidText(server), oidText(service), oidText(toOid(id)),
+                  hashText(recordHash(expected))};
+    log(entry);
+    remember(Table::Installed, id, entry.status);
+    return true;
+  }
+
+  // Marks the installed record a backup server's, pointing at its service's
+  // settings row, so that deleting it deletes that row.
+  bool installedUpdate() {
+    Oid id;
+    if (!pick(Table::Installed, &id)) return false;
+    ALRTSERV_INST_NTFY_SERVREC installed;
+    current(tables_.installed, Table::Installed, id, &installed);
+    const ModelRecord *service = model_.find(toOid(installed.ServiceOID));
+    installed.BackupServer = chance(60) ? CAlertSERV_INST_NTFY_SERVDB::kBackupServer : 0;
+    if (service) installed.ServiceSpecOID = toGuid(service->c);
+    Entry entry{"inst.upd"};
+    call(entry, [&] { return tables_.installed.DBAlertRecUpdate(&installed); });
+    entry.args = {oidText(id), std::to_string(installed.BackupServer),
+                  oidText(toOid(installed.ServiceSpecOID)), hashText(recordHash(installed))};
+    log(entry);
+    return true;
+  }
+
+  bool installedDelete() {
+    Oid id;
+    if (!pick(Table::Installed, &id)) return false;
+    erase("inst.del", tables_.installed, id);
+    return true;
+  }
+
+  // Users, their service instances and addresses.
+
+  bool userAdd() {
+    ALERTUSRREC user{};
+    user.KEPOID = newId();
+    user.AlertRecp = ++serial_;
+    _GUID id{};
+    Entry entry{"usr.add"};
+    call(entry, [&] { return tables_.user.DBAlertRecAdd(&user, &id); });
+    entry.args = {oidText(toOid(id)), hashText(recordHash(user))};
+    log(entry);
+    remember(Table::User, id, entry.status);
+    if (entry.status == 0) registration(Table::User, toOid(id));
+    return true;
+  }
+
+  bool userUpdate() {
+    Oid id;
+    if (!pick(Table::User, &id)) return false;
+    ALERTUSRREC user;
+    current(tables_.user, Table::User, id, &user);
+    user.AlertRecp = ++serial_;
+    update("usr.upd", tables_.user, id, &user);
+    return true;
+  }
+
+  bool userDelete() {
+    Oid id;
+    if (!pick(Table::User, &id)) return false;
+    erase("usr.del", tables_.user, id);
+    return true;
+  }
+
+  ALRTUSR_SMTPSERVICEREC addressFor(const Oid &user) {
+    ALRTUSR_SMTPSERVICEREC address{};
+    address.USR_OID = toGuid(user);
+    putText(address.UserName, name("user"));
+    putText(address.SMTPMailAddr, tag_ + "." + std::to_string(serial_) + "@example.org");
+    address.Enable = 1;
+    return address;
+  }
+
+  // Through the user: the call names neither new ID, so the thread finds the
+  // new instance among its user's instances.
+  bool userAddService() {
+    Oid user, service;
+    if (!pick(Table::User, &user, 10) || !pick(Table::Service, &service, 10)) return false;
+    ALRTUSR_SMTPSERVICEREC address = addressFor(user);
+    _GUID userId = toGuid(user), serviceId = toGuid(service);
+    Entry entry{"usvc.add"};
+    call(entry, [&] { return tables_.user.QALRTUsrAddService(&userId, &serviceId, &address); });
+    ALRTUSRINSTSERV expected{};
+    if (entry.status == 0) {
+      std::set<Oid> known;
+      for (const auto &[id, r] : model_.children(Table::Instance, 'a', user)) known.insert(id);
+      ALRTUSRINSTSERV found{};
+      int fresh = 0;
+      std::uint32_t s = tables_.instance.DBAlertRecFindFirst(CAlertUsrInstServDB::kUserKey, 16,
+                                                             user.data(), &found);
+      for (; s == 0 && toOid(found.UserOid) == user;
+           s = tables_.instance.DBAlertRecFindNext(&found)) {
+        if (!known.count(toOid(found.KEPOID))) {
+          expected.KEPOID = found.KEPOID;
+          ++fresh;
+        }
+      }
+      if (fresh != 1) problem("user_service_add_made_" + std::to_string(fresh) + "_instances");
+      expected.Service_KEPOID = serviceId;
+      expected.ServicePerInfo_KEPOID = address.KEPOID;
+      expected.UserOid = userId;
+      putText(expected.Service_Name, "Internet Mail");
+      expected.ServiceType = CAlertSMTPNtfyServDB::kServiceType;
+    }
+    entry.args = {oidText(user),
+                  oidText(service),
+                  oidText(toOid(expected.KEPOID)),
+                  oidText(toOid(entry.status == 0 ? address.KEPOID : _GUID{})),
+                  hashText(recordHash(expected)),
+                  hashText(recordHash(address))};
+    log(entry);
+    remember(Table::Instance, expected.KEPOID, entry.status);
+    remember(Table::Address, address.KEPOID, entry.status);
+    return true;
+  }
+
+  bool instanceAdd() {
+    Oid user, service;
+    if (!pickLive(Table::User, &user) || !pick(Table::Service, &service, 10)) return false;
+    ALRTUSR_SMTPSERVICEREC address = addressFor(user);
+    ALRTUSRINSTSERV instance{};
+    instance.KEPOID = newId();
+    instance.Service_KEPOID = toGuid(service);
+    instance.UserOid = toGuid(user);
+    putText(instance.Service_Name, "Internet Mail");
+    instance.Enable = serial_;
+    _GUID id{}, addressId{};
+    Entry entry{"uin.add"};
+    call(entry,
+         [&] { return tables_.instance.DBAlertRecAdd(&instance, &id, &address, &addressId); });
+    entry.args = {oidText(user),
+                  oidText(service),
+                  oidText(toOid(id)),
+                  oidText(toOid(addressId)),
+                  hashText(recordHash(instance)),
+                  hashText(recordHash(address))};
+    log(entry);
+    remember(Table::Instance, id, entry.status);
+    remember(Table::Address, addressId, entry.status);
+    return true;
+  }
+
+  bool instanceUpdate() {
+    Oid id;
+    if (!pick(Table::Instance, &id)) return false;
+    ALRTUSRINSTSERV instance;
+    current(tables_.instance, Table::Instance, id, &instance);
+    instance.Enable = ++serial_;
+    update("uin.upd", tables_.instance, id, &instance);
+    return true;
+  }
+
+  bool instanceDelete() {
+    Oid id;
+    if (!pick(Table::Instance, &id)) return false;
+    erase("uin.del", tables_.instance, id);
+    return true;
+  }
+
+  bool addressUpdate() {
+    Oid id;
+    if (!pick(Table::Address, &id)) return false;
+    ALRTUSR_SMTPSERVICEREC address;
+    current(tables_.address, Table::Address, id, &address);
+    putText(address.SMTPMailAddr, name("mail"));
+    update("addr.upd", tables_.address, id, &address);
+    return true;
+  }
+
+  // Responses: service responses, plain ones and a few protected ones.
+
+  bool responseAdd() {
+    Oid user, service;
+    if (!pick(Table::User, &user, 20) || !pick(Table::Service, &service, 15)) return false;
+    ALERTRESPREC response{};
+    std::string title = name("rsp");
+    response.KEPOID = newId();
+    putText(response.Name, title);
+    putText(response.Description, title + " v1");
+    std::uint32_t r = random(100);
+    std::size_t protectedCount = 0;
+    for (const Oid &id : mine_[static_cast<int>(Table::Response)]) {
+      const ModelRecord *record = model_.live(id, Table::Response);
+      protectedCount += record && (record->flag & kProtectedType);
+    }
+    response.Type = r < 60                         ? CAlertRespDB::kServiceResponse
+                    : r < 70 && protectedCount < 3 ? CAlertRespDB::kProtected
+                                                   : 0;
+    response.Priority = static_cast<std::uint16_t>(serial_);
+    putText(response.Target, "console " + tag_);
+    putText(response.Msg, "event %1 on %2, " + title);
+    response.UserOID = toGuid(user);
+    response.ServiceOID = toGuid(service);
+    if (response.Type & CAlertRespDB::kServiceResponse)
+      response.ServiceType = CAlertSMTPNtfyServDB::kServiceType;
+    _GUID id{};
+    Entry entry{"rsp.add"};
+    call(entry, [&] { return tables_.response.DBAlertRecAdd(&response, &id); });
+    entry.args = {oidText(toOid(id)), oidText(user), oidText(service),
+                  std::to_string(response.Type), hashText(recordHash(response))};
+    log(entry);
+    remember(Table::Response, id, entry.status);
+    return true;
+  }
+
+  bool responseUpdate() {
+    Oid id;
+    if (!pick(Table::Response, &id)) return false;
+    ALERTRESPREC response;
+    current(tables_.response, Table::Response, id, &response);
+    putText(response.Description, name("rsp description"));
+    response.Priority = static_cast<std::uint16_t>(serial_);
+    update("rsp.upd", tables_.response, id, &response);
+    return true;
+  }
+
+  bool responseDelete() {
+    Oid id;
+    if (!pick(Table::Response, &id)) return false;
+    erase("rsp.del", tables_.response, id);
+    return true;
+  }
+
+  // Event classes and their links to responses.
+
+  bool eventClassAdd() {
+    ALRTEVENT_CLASSREC eventClass{};
+    std::string title = name("evc");
+    eventClass.KEPOID = newId();
+    putText(eventClass.EventName, title);
+    putText(eventClass.SNMP_OID,
+            "1.3.6.1.4.1.99." + std::to_string(owner_) + "." + std::to_string(serial_));
+    eventClass.EventID = 100000 + serial_;
+    eventClass.Severity = serial_ % 5;
+    putText(eventClass.Product, "concurrency");
+    putText(eventClass.Comment, title + " v1");
+    _GUID id{};
+    Entry entry{"evc.add"};
+    call(entry, [&] { return tables_.eventClass.DBAlertRecAdd(&eventClass, &id); });
+    // The add stores the record, then again with its icon set to its ID:
+    // others may read it in between.
+    ALRTEVENT_CLASSREC firstStored = eventClass;
+    firstStored.Icon = _GUID{};
+    entry.args = {oidText(toOid(id)), hashText(recordHash(eventClass)),
+                  hashText(recordHash(firstStored))};
+    log(entry);
+    remember(Table::EventClass, id, entry.status);
+    if (entry.status == 0) registration(Table::EventClass, toOid(id));
+    return true;
+  }
+
+  bool eventClassUpdate() {
+    Oid id;
+    if (!pick(Table::EventClass, &id)) return false;
+    ALRTEVENT_CLASSREC eventClass;
+    current(tables_.eventClass, Table::EventClass, id, &eventClass);
+    eventClass.Severity = random(5);
+    eventClass.EventID = 100000 + ++serial_;
+    putText(eventClass.Comment, name("evc comment"));
+    update("evc.upd", tables_.eventClass, id, &eventClass);
+    return true;
+  }
+
+  bool eventClassDelete() {
+    Oid id;
+    if (!pick(Table::EventClass, &id)) return false;
+    erase("evc.del", tables_.eventClass, id);
+    registration(Table::EventClass, id);
+    return true;
+  }
+
+  // A pair to link: now and then one already linked.
+  bool pickPair(Oid *eventClass, Oid *response) {
+    if (chance(10)) {
+      Oid link;
+      if (pickLive(Table::Link, &link)) {
+        const ModelRecord *r = model_.find(link);
+        *eventClass = r->a;
+        *response = r->b;
+        return true;
+      }
+    }
+    return pick(Table::EventClass, eventClass, 10) && pick(Table::Response, response, 10);
+  }
+
+  // Through the event class: the call names no new ID, so the thread finds
+  // the new link among its event class's links.
+  bool linkAdd() {
+    Oid eventClass, response;
+    if (!pickPair(&eventClass, &response)) return false;
+    _GUID classId = toGuid(eventClass), responseId = toGuid(response);
+    Entry entry{"lnk.add"};
+    call(entry,
+         [&] { return tables_.eventClass.QALRTEventClassAddResponse(&classId, &responseId); });
+    ALRTEVENT_RESPREC expected{};
+    if (entry.status == 0) {
+      std::set<Oid> known;
+      for (const auto &[id, r] : model_.children(Table::Link, 'a', eventClass)) known.insert(id);
+      ALRTEVENT_RESPREC found{};
+      int fresh = 0;
+      std::uint32_t s = tables_.link.DBAlertRecFindFirst(CAlertEVENT_RESPDB::kEventClassKey, 16,
+                                                         eventClass.data(), &found);
+      for (; s == 0 && toOid(found.EventClassOID) == eventClass;
+           s = tables_.link.DBAlertRecFindNext(&found)) {
+        if (!known.count(toOid(found.KEPOID))) {
+          expected.KEPOID = found.KEPOID;
+          ++fresh;
+        }
+      }
+      if (fresh != 1) problem("event_class_link_add_made_" + std::to_string(fresh) + "_links");
+      expected.EventClassOID = classId;
+      expected.ResponseOID = responseId;
+    }
+    entry.args = {oidText(eventClass), oidText(response), oidText(toOid(expected.KEPOID)),
+                  hashText(recordHash(expected))};
+    log(entry);
+    remember(Table::Link, expected.KEPOID, entry.status);
+    return true;
+  }
+
+  bool linkPut() {
+    Oid eventClass, response;
+    if (!pickPair(&eventClass, &response)) return false;
+    ALRTEVENT_RESPREC link{};
+    link.KEPOID = newId();
+    link.EventClassOID = toGuid(eventClass);
+    link.ResponseOID = toGuid(response);
+    _GUID id{};
+    Entry entry{"lnk.put"};
+    call(entry, [&] { return tables_.link.DBAlertRecAdd(&link, &id); });
+    entry.args = {oidText(eventClass), oidText(response), oidText(toOid(id)),
+                  hashText(recordHash(link))};
+    log(entry);
+    remember(Table::Link, id, entry.status);
+    return true;
+  }
+
+  bool linkDelete() {
+    Oid id;
+    if (!pick(Table::Link, &id)) return false;
+    erase("lnk.del", tables_.link, id);
+    return true;
+  }
+
+  // Event log entries.
+
+  bool logAdd() {
+    Oid eventClass{};
+    pick(Table::EventClass, &eventClass, 20);
+    ALRTEVENT_LOGREC entryRecord{};
+    std::string title = name("log");
+    entryRecord.KEPOID = newId();
+    entryRecord.EventClass_OID = toGuid(eventClass);
+    putText(entryRecord.EventName, title);
+    entryRecord.EventID = 100000 + serial_;
+    entryRecord.Severity = serial_ % 5;
+    putText(entryRecord.ProductName, "concurrency");
+    std::uint32_t stamp = serial_;
+    unsigned char time[8] = {125,
+                             1,
+                             1,
+                             static_cast<unsigned char>(stamp / 3600 % 24),
+                             static_cast<unsigned char>(stamp / 60 % 60),
+                             static_cast<unsigned char>(stamp % 60),
+                             0,
+                             0};
+    std::memcpy(entryRecord.Time, time, sizeof time);
+    putText(entryRecord.MachineName, tag_);
+    putText(entryRecord.EventText, title + " happened");
+    _GUID id{};
+    Entry entry{"log.add"};
+    call(entry, [&] { return tables_.log.DBAlertRecAdd(&entryRecord, &id); });
+    entry.args = {oidText(toOid(id)), hashText(recordHash(entryRecord))};
+    log(entry);
+    remember(Table::LogEntry, id, entry.status);
+    if (entry.status == 0) registration(Table::LogEntry, toOid(id));
+    return true;
+  }
+
+  bool logUpdate() {
+    Oid id;
+    if (!pick(Table::LogEntry, &id)) return false;
+    ALRTEVENT_LOGREC entryRecord;
+    current(tables_.log, Table::LogEntry, id, &entryRecord);
+    entryRecord.Ack = static_cast<unsigned char>(1 + random(2));
+    putText(entryRecord.Comment, name("acknowledged"));
+    update("log.upd", tables_.log, id, &entryRecord);
+    return true;
+  }
+
+  bool logDelete() {
+    Oid id;
+    if (!pick(Table::LogEntry, &id)) return false;
+    erase("log.del", tables_.log, id);
+    return true;
+  }
+
+  // ------------------------------------------------------------ reads
+
+  // Retrieves one of the thread's records, live or deleted.
+  void readOwn() {
+    Table table = static_cast<Table>(random(kTableCount));
+    Oid id;
+    if (!pick(table, &id, 20)) return;
+    switch (table) {
+      case Table::Service: {
+        ALRTNTFYSERV r;
+        readOwn(tables_.service, table, id, &r);
+        break;
+      }
+      case Table::SmtpService: {
+        ALRTSMTPSERVICEREC r;
+        readOwn(tables_.smtp, table, id, &r);
+        break;
+      }
+      case Table::Server: {
+        ALRT_SRV_CFGREC r;
+        readOwn(tables_.server, table, id, &r);
+        break;
+      }
+      case Table::Installed: {
+        ALRTSERV_INST_NTFY_SERVREC r;
+        readOwn(tables_.installed, table, id, &r);
+        break;
+      }
+      case Table::User: {
+        ALERTUSRREC r;
+        readOwn(tables_.user, table, id, &r);
+        break;
+      }
+      case Table::Instance: {
+        ALRTUSRINSTSERV r;
+        readOwn(tables_.instance, table, id, &r);
+        break;
+      }
+      case Table::Address: {
+        ALRTUSR_SMTPSERVICEREC r;
+        readOwn(tables_.address, table, id, &r);
+        break;
+      }
+      case Table::Response: {
+        ALERTRESPREC r;
+        readOwn(tables_.response, table, id, &r);
+        break;
+      }
+      case Table::EventClass: {
+        ALRTEVENT_CLASSREC r;
+        readOwn(tables_.eventClass, table, id, &r);
+        break;
+      }
+      case Table::Link: {
+        ALRTEVENT_RESPREC r;
+        readOwn(tables_.link, table, id, &r);
+        break;
+      }
+      case Table::LogEntry: {
+        ALRTEVENT_LOGREC r;
+        readOwn(tables_.log, table, id, &r);
+        break;
+      }
+    }
+  }
+
+  // Enumerates the records of one of the thread's records by the key that
+  // relates them, from the first with its ID while the key still holds it:
+  // exactly the ones the thread's calls left, in the order they were added.
+  template <class TableObject, class Record>
+  void childrenOf(TableObject &table, Table kind, KeyField key, const Oid &parent) {
+    Entry entry{"kids"};
+    entry.args = {tableName(kind), std::to_string(key.key), oidText(parent)};
+    Record record{};
+    call(entry, [&] {
+      std::uint32_t s = table.DBAlertRecFindFirst(
+          key.key, 16, const_cast<unsigned char *>(parent.data()), &record);
+      while (s == 0) {
+        Oid value;
+        std::memcpy(value.data(), reinterpret_cast<unsigned char *>(&record) + key.offset, 16);
+        if (value != parent) break;
+        entry.args.push_back(
+            seenText(toOid(*reinterpret_cast<_GUID *>(&record)), recordHash(record)));
+        s = table.DBAlertRecFindNext(&record);
+      }
+      return s;
+    });
+    log(entry);
+  }
+
+  void children() {
+    Oid parent;
+    switch (random(8)) {
+      case 0:
+        if (pick(Table::User, &parent, 10))
+          childrenOf<decltype(tables_.instance), ALRTUSRINSTSERV>(
+              tables_.instance, Table::Instance, KEY_BYTES(74, ALRTUSRINSTSERV, UserOid), parent);
+        break;
+      case 1:
+        if (pick(Table::Service, &parent, 10))
+          childrenOf<decltype(tables_.instance), ALRTUSRINSTSERV>(
+              tables_.instance, Table::Instance, KEY_BYTES(73, ALRTUSRINSTSERV, Service_KEPOID),
+              parent);
+        break;
+      case 2:
+        if (pick(Table::User, &parent, 10))
+          childrenOf<decltype(tables_.response), ALERTRESPREC>(
+              tables_.response, Table::Response, KEY_BYTES(12, ALERTRESPREC, UserOID), parent);
+        break;
+      case 3:
+        if (pick(Table::Service, &parent, 10))
+          childrenOf<decltype(tables_.response), ALERTRESPREC>(
+              tables_.response, Table::Response, KEY_BYTES(13, ALERTRESPREC, ServiceOID), parent);
+        break;
+      case 4:
+        if (pick(Table::EventClass, &parent, 10))
+          childrenOf<decltype(tables_.link), ALRTEVENT_RESPREC>(
+              tables_.link, Table::Link, KEY_BYTES(43, ALRTEVENT_RESPREC, EventClassOID), parent);
+        break;
+      case 5:
+        if (pick(Table::Response, &parent, 10))
+          childrenOf<decltype(tables_.link), ALRTEVENT_RESPREC>(
+              tables_.link, Table::Link, KEY_BYTES(44, ALRTEVENT_RESPREC, ResponseOID), parent);
+        break;
+      case 6:
+        if (pick(Table::Server, &parent, 10))
+          childrenOf<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(
+              tables_.installed, Table::Installed,
+              KEY_BYTES(68, ALRTSERV_INST_NTFY_SERVREC, ServerOID), parent);
+        break;
+      default:
+        if (pick(Table::Service, &parent, 10))
+          childrenOf<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(
+              tables_.installed, Table::Installed,
+              KEY_BYTES(66, ALRTSERV_INST_NTFY_SERVREC, ServiceOID), parent);
+    }
+  }
+
+  // Walks everyone's records of a table in the order of one key, from the
+  // start or from a record seen before: each must come in key order, none
+  // twice under the same key, each holding content some call wrote.
+  template <class TableObject, class Record>
+  void walkTable(TableObject &table, Table kind, const std::vector<KeyField> &keys,
+                 std::size_t limit, bool fromStart, std::vector<std::pair<Oid, Hash>> *seen,
+                 std::size_t *count) {
+    KeyField key = keys[random(static_cast<std::uint32_t>(keys.size()))];
+    const Oid *start = nullptr;
+    std::vector<Oid> &pool = others_[static_cast<int>(kind)];
+    if (!fromStart && key.kind == KeyField::Bytes && key.offset == 0 && !pool.empty() && chance(30))
+      start = &pool[random(static_cast<std::uint32_t>(pool.size()))];
+    Entry entry{"walk"};
+    entry.args = {tableName(kind), std::to_string(key.key)};
+    std::vector<std::string> orderProblems;
+    std::set<std::string> delivered;
+    Record record{}, previous{};
+    std::size_t n = 0;
+    call(entry, [&] {
+      std::uint32_t s = start
+                            ? table.DBAlertRecFindFirst(
+                                  key.key, 16, const_cast<unsigned char *>(start->data()), &record)
+                            : table.DBAlertRecFindFirst(key.key, 0, nullptr, &record);
+      for (; s == 0; s = table.DBAlertRecFindNext(&record)) {
+        const auto *bytes = reinterpret_cast<const unsigned char *>(&record);
+        Oid id = toOid(*reinterpret_cast<const _GUID *>(&record));
+        if (start && n == 0 && id != *start)
+          orderProblems.push_back("find_first_delivered_another_record");
+        if (n > 0 && key.compare(reinterpret_cast<const unsigned char *>(&previous), bytes) > 0)
+          orderProblems.push_back("out_of_key_order_at_" + oidText(id));
+        if (!delivered.insert(oidText(id) + key.bytes(bytes)).second)
+          orderProblems.push_back("delivered_twice_" + oidText(id));
+        Hash hash = recordHash(record);
+        entry.args.push_back(seenText(id, hash));
+        if (seen) seen->emplace_back(id, hash);
+        previous = record;
+        if (++n >= limit) break;
+      }
+      return s;
+    });
+    log(entry);
+    for (const std::string &p : orderProblems) problem(std::string(tableName(kind)) + "_" + p);
+    if (count) *count = n;
+    // Others' records to read by ID later.
+    for (std::size_t i = 2; i < entry.args.size() && pool.size() < 200; i += 5) {
+      Oid id;
+      Hash hash;
+      if (parseSeen(entry.args[i], &id, &hash) && !model_.find(id)) pool.push_back(id);
+    }
+  }
+
+  void walk(TableSet &tables) {
+    std::size_t limit = 10 + random(40);
+    switch (random(kTableCount)) {
+      case 0:
+        walkTable<decltype(tables_.service), ALRTNTFYSERV>(
+            tables.service, Table::Service,
+            {KEY_BYTES(1, ALRTNTFYSERV, KEPOID), KEY_TEXT(3, ALRTNTFYSERV, Service_Name)}, limit,
+            false, nullptr, nullptr);
+        break;
+      case 1:
+        walkTable<decltype(tables_.smtp), ALRTSMTPSERVICEREC>(
+            tables.smtp, Table::SmtpService,
+            {KEY_BYTES(tables.smtp.idKey(), ALRTSMTPSERVICEREC, KEPOID)}, limit, false, nullptr,
+            nullptr);
+        break;
+      case 2:
+        walkTable<decltype(tables_.server), ALRT_SRV_CFGREC>(
+            tables.server, Table::Server,
+            {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID), KEY_TEXT(2, ALRT_SRV_CFGREC, MachineName)},
+            limit, false, nullptr, nullptr);
+        break;
+      case 3:
+        walkTable<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(
+            tables.installed, Table::Installed,
+            {KEY_BYTES(tables.installed.idKey(), ALRTSERV_INST_NTFY_SERVREC, KEPOID),
+             KEY_BYTES(66, ALRTSERV_INST_NTFY_SERVREC, ServiceOID),
+             KEY_BYTES(68, ALRTSERV_INST_NTFY_SERVREC, ServerOID)},
+            limit, false, nullptr, nullptr);
+        break;
+      case 4:
+        walkTable<decltype(tables_.user), ALERTUSRREC>(
+            tables.user, Table::User,
+            {KEY_BYTES(11, ALERTUSRREC, KEPOID), KEY_NUMBER(12, ALERTUSRREC, AlertRecp)}, limit,
+            false, nullptr, nullptr);
+        break;
+      case 5:
+        walkTable<decltype(tables_.instance), ALRTUSRINSTSERV>(
+            tables.instance, Table::Instance,
+            {KEY_BYTES(72, ALRTUSRINSTSERV, KEPOID), KEY_BYTES(73, ALRTUSRINSTSERV, Service_KEPOID),
+             KEY_BYTES(74, ALRTUSRINSTSERV, UserOid), KEY_TEXT(76, ALRTUSRINSTSERV, Service_Name)},
+            limit, false, nullptr, nullptr);
+        break;
+      case 6:
+        walkTable<decltype(tables_.address), ALRTUSR_SMTPSERVICEREC>(
+            tables.address, Table::Address,
+            {KEY_BYTES(tables.address.idKey(), ALRTUSR_SMTPSERVICEREC, KEPOID)}, limit, false,
+            nullptr, nullptr);
+        break;
+      case 7:
+        walkTable<decltype(tables_.response), ALERTRESPREC>(
+            tables.response, Table::Response,
+            {KEY_BYTES(1, ALERTRESPREC, KEPOID), KEY_TEXT(6, ALERTRESPREC, Name),
+             KEY_BYTES(12, ALERTRESPREC, UserOID), KEY_BYTES(13, ALERTRESPREC, ServiceOID)},
+            limit, false, nullptr, nullptr);
+        break;
+      case 8:
+        walkTable<decltype(tables_.eventClass), ALRTEVENT_CLASSREC>(
+            tables.eventClass, Table::EventClass,
+            {KEY_BYTES(1, ALRTEVENT_CLASSREC, KEPOID), KEY_TEXT(3, ALRTEVENT_CLASSREC, EventName),
+             KEY_NUMBER(2, ALRTEVENT_CLASSREC, EventID)},
+            limit, false, nullptr, nullptr);
+        break;
+      case 9:
+        walkTable<decltype(tables_.link), ALRTEVENT_RESPREC>(
+            tables.link, Table::Link,
+            {KEY_BYTES(42, ALRTEVENT_RESPREC, KEPOID),
+             KEY_BYTES(43, ALRTEVENT_RESPREC, EventClassOID),
+             KEY_BYTES(44, ALRTEVENT_RESPREC, ResponseOID)},
+            limit, false, nullptr, nullptr);
+        break;
+      default:
+        walkTable<decltype(tables_.log), ALRTEVENT_LOGREC>(
+            tables.log, Table::LogEntry,
+            {KEY_BYTES(20, ALRTEVENT_LOGREC, KEPOID),
+             KEY_BYTES(21, ALRTEVENT_LOGREC, EventClass_OID),
+             KEY_NUMBER(24, ALRTEVENT_LOGREC, EventID), KEY_BYTES(35, ALRTEVENT_LOGREC, Time)},
+            limit, false, nullptr, nullptr);
+    }
+  }
+
+  // A thread that comes and goes with table objects of its own, the way the
+  // product's short-lived threads read the data: its opens and closes must
+  // cost the others nothing.
+  void freshWalk() {
+    std::thread([this] {
+      TableSet fresh;
+      std::uint32_t status = fresh.openAll();
+      if (status != 0) {
+        problem("a_new_thread_could_not_open_the_tables:_" +
+                std::string(AlertDBStatusName(status)));
+        return;
+      }
+      walk(fresh);
+    }).join();
+  }
+
+  // Retrieves a record of another thread's seen in a walk: it may be gone.
+  template <class TableObject, class Record>
+  void readOther(TableObject &table, Table kind) {
+    std::vector<Oid> &pool = others_[static_cast<int>(kind)];
+    if (pool.empty()) return;
+    Oid id = pool[random(static_cast<std::uint32_t>(pool.size()))];
+    Entry entry{"get.any"};
+    Record record{};
+    _GUID guid = toGuid(id);
+    call(entry, [&] { return table.DBAlertRecRetrieve(&guid, &record); });
+    entry.args = {tableName(kind), oidText(id),
+                  hashText(entry.status == 0 ? recordHash(record) : 0)};
+    log(entry);
+  }
+
+  void readOther() {
+    switch (random(6)) {
+      case 0:
+        readOther<decltype(tables_.user), ALERTUSRREC>(tables_.user, Table::User);
+        break;
+      case 1:
+        readOther<decltype(tables_.response), ALERTRESPREC>(tables_.response, Table::Response);
+        break;
+      case 2:
+        readOther<decltype(tables_.eventClass), ALRTEVENT_CLASSREC>(tables_.eventClass,
+                                                                    Table::EventClass);
+        break;
+      case 3:
+        readOther<decltype(tables_.service), ALRTNTFYSERV>(tables_.service, Table::Service);
+        break;
+      case 4:
+        readOther<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(tables_.installed,
+                                                                           Table::Installed);
+        break;
+      default:
+        readOther<decltype(tables_.log), ALRTEVENT_LOGREC>(tables_.log, Table::LogEntry);
+    }
+  }
+
+  // Under the read lock a file holds still: the same walk twice gives the
+  // same records, and what every writer keeps true between its commits
+  // holds. A user's instances go before the user and an instance before its
+  // address record, and are added the other way round, so every instance
+  // has its user and its address; a server's installed services go before
+  // the server, so each has its server.
+  void snapshot() {
+    bool users = chance(60);
+    File file = users ? File::Users : File::Config;
+    KEPDB *handle = tables_.lockHandle(file);
+    Entry lock{"rlock"};
+    lock.args = {fileName(file)};
+    call(lock, [&] { return DBReadLock(handle); });
+    log(lock);
+    if (lock.status != 0) return;
+    const std::size_t all = ~std::size_t{0};
+    std::vector<std::pair<Oid, Hash>> first, second, children, grandchildren;
+    std::size_t n = 0;
+    if (users) {
+      walkTable<decltype(tables_.user), ALERTUSRREC>(
+          tables_.user, Table::User, {KEY_BYTES(11, ALERTUSRREC, KEPOID)}, all, true, &first, &n);
+      walkTable<decltype(tables_.instance), ALRTUSRINSTSERV>(
+          tables_.instance, Table::Instance, {KEY_BYTES(72, ALRTUSRINSTSERV, KEPOID)}, all, true,
+          &children, &n);
+      walkTable<decltype(tables_.address), ALRTUSR_SMTPSERVICEREC>(
+          tables_.address, Table::Address,
+          {KEY_BYTES(tables_.address.idKey(), ALRTUSR_SMTPSERVICEREC, KEPOID)}, all, true,
+          &grandchildren, &n);
+      walkTable<decltype(tables_.user), ALERTUSRREC>(
+          tables_.user, Table::User, {KEY_BYTES(11, ALERTUSRREC, KEPOID)}, all, true, &second, &n);
+    } else {
+      walkTable<decltype(tables_.server), ALRT_SRV_CFGREC>(tables_.server, Table::Server,
+                                                           {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID)},
+                                                           all, true, &first, &n);
+      walkTable<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(
+          tables_.installed, Table::Installed,
+          {KEY_BYTES(tables_.installed.idKey(), ALRTSERV_INST_NTFY_SERVREC, KEPOID)}, all, true,
+          &children, &n);
+      walkTable<decltype(tables_.server), ALRT_SRV_CFGREC>(tables_.server, Table::Server,
+                                                           {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID)},
+                                                           all, true, &second, &n);
+    }
+    // The relations need the records themselves: read them again, by ID,
+    // inside the same snapshot.
+    std::set<Oid> parents, addresses;
+    for (const auto &[id, hash] : first) parents.insert(id);
+    for (const auto &[id, hash] : grandchildren) addresses.insert(id);
+    std::size_t broken = 0;
+    for (const auto &[id, hash] : children) {
+      _GUID guid = toGuid(id);
+      if (users) {
+        ALRTUSRINSTSERV instance{};
+        if (tables_.instance.DBAlertRecRetrieve(&guid, &instance) != 0 ||
+            recordHash(instance) != hash || !parents.count(toOid(instance.UserOid)) ||
+            !addresses.count(toOid(instance.ServicePerInfo_KEPOID)))
+          ++broken;
+      } else {
+        ALRTSERV_INST_NTFY_SERVREC installed{};
+        if (tables_.installed.DBAlertRecRetrieve(&guid, &installed) != 0 ||
+            recordHash(installed) != hash || !parents.count(toOid(installed.ServerOID)))
+          ++broken;
+      }
+    }
+    Entry snap{"snap"};
+    snap.startUs = microseconds(Clock::now());
+    snap.args = {fileName(file), std::to_string(first.size()), std::to_string(children.size())};
+    log(snap);
+    if (first != second)
+      problem(std::string("two_walks_under_one_read_lock_differ_in_") + fileName(file));
+    if (broken)
+      problem(std::to_string(broken) + "_records_without_their_parent_under_the_read_lock_in_" +
+              fileName(file));
+    Entry unlock{"runlock"};
+    unlock.args = {fileName(file)};
+    call(unlock, [&] { return DBReadUnlock(handle); });
+    log(unlock);
+  }
+
+  int worker_, owner_;
+  std::string tag_;
+  std::mt19937_64 rng_;
+  FILE *log_ = nullptr;
+  TableSet tables_;
+  Model model_;
+  std::uint32_t serial_ = 0;
+  std::uint64_t calls_ = 0, problems_ = 0;
+  std::atomic<std::uint64_t> callStart_{0};
+  std::atomic<const char *> callName_{""};
+  std::set<std::string> opNames_;
+  bool inBatch_ = false;
+  std::vector<std::pair<Table, Oid>> registrations_;  // checked after the batch  // the stall
+                                                      // report reads them from another thread
+  std::vector<Oid> mine_[kTableCount];                // every record the thread made
+  std::vector<Oid> others_[kTableCount];              // records of others seen in walks
+};
+
+// Reports calls that run far longer than any wait should, while they run.
+class StallReport {
+ public:
+  explicit StallReport(const std::vector<std::unique_ptr<LoadThread>> &threads) {
+    thread_ = std::thread([this, &threads] {
+      std::set<std::uint64_t> reported;
+      while (!stop_.load()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        std::uint64_t now = microseconds(Clock::now());
+        for (const auto &t : threads) {
+          std::uint64_t start = t->callStart();
+          if (start &&
+              now - start >
+                  static_cast<std::uint64_t>(std::chrono::microseconds(kStallReport).count()) &&
+              reported.insert(start).second)
+            std::fprintf(stderr, "owner %d: %s has run for %" PRIu64 " s\n", t->owner(),
+                         t->callName(), (now - start) / 1000000);
+        }
+      }
+    });
+  }
+  ~StallReport() {
+    stop_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+std::string readLine() {
+  std::string line;
+  if (!std::getline(std::cin, line)) return "";
+  return line;
+}
+
+int openAtOnce(int worker, std::uint64_t seed, const std::string &logDir) {
+  std::vector<std::unique_ptr<LoadThread>> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.push_back(std::make_unique<LoadThread>(worker, t, seed, logDir));
+  std::printf("ready %d\n", static_cast<int>(getpid()));
+  if (readLine() != "go") return 2;
+  std::uint32_t results[kThreads] = {};
+  std::vector<std::thread> running;
+  for (int t = 0; t < kThreads; ++t) {
+    running.emplace_back([&, t] {
+      results[t] = threads[t]->open();
+      if (results[t] == 0) threads[t]->addUser();
+    });
+  }
+  for (std::thread &t : running) t.join();
+  std::uint64_t problems = 0;
+  for (const auto &t : threads) problems += t->problems();
+  std::printf("opened %x %x %" PRIu64 "\n", results[0], results[1], problems);
+  return readLine() == "quit" ? 0 : 2;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  std::setvbuf(stdout, nullptr, _IONBF, 0);
+  if (argc < 5) return 1;
+  int worker = std::atoi(argv[1]);
+  double seconds = std::atof(argv[2]);
+  std::uint64_t seed = std::strtoull(argv[3], nullptr, 10);
+  std::string logDir = argv[4];
+  if (argc > 5 && std::string(argv[5]) == "open") return openAtOnce(worker, seed, logDir);
+
+  // Each thread opens its own tables: the handles a thread opens on a file
+  // share one connection, and with it the file lock.
+  std::vector<std::unique_ptr<LoadThread>> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.push_back(std::make_unique<LoadThread>(worker, t, seed, logDir));
+  std::vector<std::promise<std::uint32_t>> opened(kThreads);
+  std::promise<Clock::time_point> go;
+  std::shared_future<Clock::time_point> start = go.get_future().share();
+  std::vector<std::thread> running;
+  for (int t = 0; t < kThreads; ++t) {
+    running.emplace_back([&, t, start] {
+      std::uint32_t status = threads[t]->open();
+      opened[t].set_value(status);
+      Clock::time_point until = start.get();
+      if (status == 0) threads[t]->run(until);
+    });
+  }
+  std::uint32_t failed = 0;
+  for (auto &o : opened) failed = failed ? failed : o.get_future().get();
+  EventWatch watch;
+  bool ready = failed == 0 && watch.ok();
+  for (const auto &t : threads) ready = ready && t->logOpen();
+  if (ready) {
+    std::printf("ready %d\n", static_cast<int>(getpid()));
+    ready = readLine() == "go";
+  } else {
+    std::printf("failed to open the tables (0x%X), the change event or the logs\n", failed);
+  }
+  if (ready) watch.start();
+  {
+    StallReport stalls(threads);
+    go.set_value(ready ? Clock::now() +
+                             std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000))
+                       : Clock::now());
+    for (std::thread &t : running) t.join();
+  }
+  if (!ready) return 3;
+  watch.stop();
+  std::uint64_t calls = 0, problems = 0;
+  for (const auto &t : threads) {
+    calls += t->calls();
+    problems += t->problems();
+  }
+  std::printf("done %" PRIu64 " %" PRIu64 " %u\n", calls, problems, watch.seenSinceStart());
+
+  // The quiet round: one change at a time, watched by the other processes.
+  LoadThread signaller(worker, kThreads, seed, logDir);
+  if (signaller.open() != 0) return 3;
+  for (std::string line = readLine(); !line.empty(); line = readLine()) {
+    if (line == "quit") return 0;
+    if (line == "signal") {
+      std::uint32_t before = 0, after = 0;
+      platform::GetEventSetCount(watch.event(), &before);
+      signaller.addUser();
+      platform::GetEventSetCount(watch.event(), &after);
+      std::printf("signalled %u %u %" PRIu64 "\n", before, after, signaller.problems());
+    } else if (line.rfind("watch ", 0) == 0) {
+      std::uint32_t target =
+          static_cast<std::uint32_t>(std::strtoul(line.c_str() + 6, nullptr, 10));
+      std::uint32_t count = watch.seen();
+      Clock::time_point until = Clock::now() + std::chrono::seconds(10);
+      while (static_cast<std::int32_t>(count - target) < 0 && Clock::now() < until) {
+        if (platform::WaitForEventSetAfter(watch.event(), count, 1000, &count) ==
+            platform::kWaitFailed)
+          break;
+      }
+      watch.setSeen(count);
+      bool signalled = platform::WaitForSingleObject(watch.event(), 0) == platform::kWaitObject0;
+      if (static_cast<std::int32_t>(count - target) >= 0) {
+        std::printf("saw %u %d\n", count, signalled ? 1 : 0);
+      } else {
+        std::printf("missed %u\n", count);
+      }
+    } else {
+      return 2;
+    }
+  }
+  return 2;
+}

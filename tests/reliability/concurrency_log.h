@@ -1,0 +1,130 @@
+// The call log of the concurrency harness: each worker thread writes one line
+// per library call (what it did, to which records, with which content, the
+// status it got and how long it took), and the test replays the lines.
+#pragma once
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/win_types.h"
+
+namespace concurrency {
+
+// Object IDs as map keys.
+using Oid = std::array<unsigned char, 16>;
+using Hash = std::uint64_t;
+
+inline Oid toOid(const _GUID &guid) {
+  Oid oid;
+  std::memcpy(oid.data(), &guid, oid.size());
+  return oid;
+}
+
+inline _GUID toGuid(const Oid &oid) {
+  _GUID guid;
+  std::memcpy(&guid, oid.data(), oid.size());
+  return guid;
+}
+
+inline bool isZero(const Oid &oid) { return oid == Oid{}; }
+
+// Content is logged as a hash of the record as a reader gets it back.
+template <class Record>
+Hash recordHash(const Record &record) {
+  return XXH3_64bits(&record, sizeof record);
+}
+
+inline std::string hexOf(const unsigned char *bytes, std::size_t size) {
+  static const char digits[] = "0123456789abcdef";
+  std::string text;
+  for (std::size_t i = 0; i < size; ++i) {
+    text += digits[bytes[i] >> 4];
+    text += digits[bytes[i] & 15];
+  }
+  return text;
+}
+
+inline std::string oidText(const Oid &oid) { return hexOf(oid.data(), oid.size()); }
+
+inline bool parseOid(const std::string &text, Oid *oid) {
+  if (text.size() != 32) return false;
+  for (std::size_t i = 0; i < 16; ++i) {
+    unsigned value;
+    if (std::sscanf(text.c_str() + 2 * i, "%2x", &value) != 1) return false;
+    (*oid)[i] = static_cast<unsigned char>(value);
+  }
+  return true;
+}
+
+inline std::string hashText(Hash hash) {
+  char text[17];
+  std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
+  return text;
+}
+
+inline bool parseHash(const std::string &text, Hash *hash) {
+  unsigned long long value;
+  if (text.size() != 16 || std::sscanf(text.c_str(), "%16llx", &value) != 1) return false;
+  *hash = value;
+  return true;
+}
+
+// A record as an enumeration delivered it: "<oid>:<hash>".
+inline std::string seenText(const Oid &oid, Hash hash) {
+  return oidText(oid) + ":" + hashText(hash);
+}
+
+inline bool parseSeen(const std::string &text, Oid *oid, Hash *hash) {
+  return text.size() == 49 && text[32] == ':' && parseOid(text.substr(0, 32), oid) &&
+         parseHash(text.substr(33), hash);
+}
+
+// One call: "<op> <status> <start µs> <duration µs> <arguments...>".
+struct Entry {
+  Entry() = default;
+  explicit Entry(std::string name) : op(std::move(name)) {}
+
+  std::string op;
+  std::uint32_t status = 0;
+  std::uint64_t startUs = 0;
+  std::uint64_t durationUs = 0;
+  std::vector<std::string> args;
+
+  std::string format() const {
+    char head[64];
+    std::snprintf(head, sizeof head, " %x %llu %llu", status,
+                  static_cast<unsigned long long>(startUs),
+                  static_cast<unsigned long long>(durationUs));
+    std::string line = op + head;
+    for (const std::string &arg : args) line += " " + arg;
+    return line;
+  }
+
+  static bool parse(const std::string &line, Entry *entry) {
+    std::istringstream in(line);
+    std::string status;
+    *entry = Entry{};
+    if (!(in >> entry->op >> status >> entry->startUs >> entry->durationUs)) return false;
+    char *end = nullptr;
+    entry->status = static_cast<std::uint32_t>(std::strtoul(status.c_str(), &end, 16));
+    if (*end) return false;
+    for (std::string arg; in >> arg;) entry->args.push_back(arg);
+    return true;
+  }
+};
+
+// Where thread `thread` of worker `worker` writes its log.
+inline std::string logPath(const std::string &directory, int worker, int thread) {
+  return directory + "/w" + std::to_string(worker) + "t" + std::to_string(thread) + ".log";
+}
+
+}  // namespace concurrency
