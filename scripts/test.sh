@@ -16,4 +16,5 @@ cmake --build build-sanitize -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-sanitize -j"$jobs" --output-on-failure
 
+scripts/tsan.sh
 scripts/fuzz.sh "${ALERTDB_FUZZ_SECONDS:-10}"
