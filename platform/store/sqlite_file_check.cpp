@@ -50,6 +50,22 @@ std::uint32_t tableNamesOf(sqlite3 *db, std::vector<std::string> *names) {
   return rc == SQLITE_DONE ? QDB_OK : resultOf(rc);
 }
 
+// A table the catalog lost cannot be read or rebuilt without its layout:
+// opening the file without it would hide its records as if they never were.
+std::uint32_t checkEveryTableCatalogued(sqlite3 *db) {
+  Statement s;
+  if (s.prepare(db,
+                "SELECT count(*) FROM sqlite_master WHERE type='table'"
+                " AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' AND name NOT LIKE 'alertdb\\_%' ESCAPE '\\'"
+                " AND name NOT IN (SELECT name FROM alertdb_tables)") != SQLITE_OK) {
+    return QDB_E_DAMAGED;
+  }
+  Use q(s);
+  int rc = sqlite3_step(*q);
+  if (rc != SQLITE_ROW) return resultOf(rc);
+  return sqlite3_column_int(*q, 0) == 0 ? QDB_OK : QDB_E_DAMAGED;
+}
+
 // The SQL table of a catalogued table has exactly its columns, and each key
 // its index; a missing index is noted for the recovery open.
 std::uint32_t checkTable(sqlite3 *db, const TableDef &def, Repairs *repairs) {
@@ -306,6 +322,7 @@ std::uint32_t checkStructure(sqlite3 *db, int, Repairs *repairs, std::vector<Tab
   }
   std::vector<std::string> names;
   if ((status = tableNamesOf(db, &names)) != QDB_OK) return status;
+  if ((status = checkEveryTableCatalogued(db)) != QDB_OK) return status;
   for (const std::string &name : names) {
     TableDef def;
     status = loadTableDef(db, name, &def);

@@ -107,7 +107,11 @@ struct Statistics {
 class ConcurrencyTest : public alertdb_test::IsolatedTest {
  protected:
   void TearDown() override {
-    if (watchdog_) watchdog_->stop();
+    if (watchdog_) {
+      watchdog_->stop();
+      EXPECT_FALSE(watchdog_->fired()) << "the run hung; where each process waited:\n"
+                                       << watchdog_->backtraces();
+    }
     workers_.clear();
     IsolatedTest::TearDown();
   }
@@ -149,8 +153,8 @@ class ConcurrencyTest : public alertdb_test::IsolatedTest {
   }
 
   // Every worker must end of itself with status 0 (ThreadSanitizer makes
-  // it 66 after reporting a race), and the watchdog must not have fired;
-  // false when the logs may be incomplete.
+  // it 66 after reporting a race); false when the logs may be incomplete
+  // (TearDown reports a watchdog that fired).
   bool finishWorkers() {
     tell("quit");
     bool ended = true;
@@ -161,8 +165,6 @@ class ConcurrencyTest : public alertdb_test::IsolatedTest {
       ended = ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }
     watchdog_->stop();
-    EXPECT_FALSE(watchdog_->fired()) << "the run hung; where each process waited:\n"
-                                     << watchdog_->backtraces();
     return ended && !watchdog_->fired();
   }
 
