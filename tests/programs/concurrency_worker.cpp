@@ -32,10 +32,10 @@
 #include <vector>
 
 #include "alertdb.h"
-#include "reliability/concurrency_log.h"
-#include "reliability/concurrency_model.h"
-#include "reliability/concurrency_tables.h"
-#include "reliability/concurrency_tsan_clocklock.h"
+#include "reliability/concurrency/concurrency_log.h
+#include "reliability/concurrency/concurrency_model.h
+#include "reliability/concurrency/concurrency_tables.h
+#include "reliability/concurrency/concurrency_tsan_clocklock.h
 
 namespace {
 
@@ -1327,12 +1327,12 @@ class LoadThread {
   Model model_;
   std::uint32_t serial_ = 0;
   std::uint64_t calls_ = 0, problems_ = 0;
+  // Read by the stall report's thread.
   std::atomic<std::uint64_t> callStart_{0};
   std::atomic<const char *> callName_{""};
   std::set<std::string> opNames_;
   bool inBatch_ = false;
-  std::vector<std::pair<Table, Oid>> registrations_;  // checked after the batch  // the stall
-                                                      // report reads them from another thread
+  std::vector<std::pair<Table, Oid>> registrations_;  // checked after the batch
   std::vector<Oid> mine_[kTableCount];                // every record the thread made
   std::vector<Oid> others_[kTableCount];              // records of others seen in walks
 };
@@ -1348,7 +1348,8 @@ class StallReport {
         std::uint64_t now = microseconds(Clock::now());
         for (const auto &t : threads) {
           std::uint64_t start = t->callStart();
-          if (start &&
+          // A call may have begun after `now` was read.
+          if (start && now > start &&
               now - start >
                   static_cast<std::uint64_t>(std::chrono::microseconds(kStallReport).count()) &&
               reported.insert(start).second)

@@ -22,8 +22,8 @@
 #include <vector>
 
 #include "alertdb.h"
-#include "reliability/crash_lines.h"
-#include "reliability/crash_tables.h"
+#include "reliability/crash/crash_lines.h"
+#include "reliability/crash/crash_tables.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <set>
 #include <string>
 
-#include "reliability/crash_model.h"
-#include "reliability/crash_tables.h"
+#include "reliability/crash/crash_model.h"
+#include "reliability/crash/crash_tables.h"
 
 namespace crash {
 

@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "reliability/crash_tables.h"
+#include "reliability/crash/crash_tables.h"
 
 namespace crash {
 

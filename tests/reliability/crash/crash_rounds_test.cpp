@@ -28,11 +28,11 @@
 #include <vector>
 
 #include "alertdb.h"
-#include "reliability/crash_model.h"
-#include "reliability/crash_store_reader.h"
-#include "reliability/crash_tables.h"
-#include "reliability/crash_writer_log.h"
-#include "reliability/writer_process.h"
+#include "reliability/crash/crash_model.h"
+#include "reliability/crash/crash_store_reader.h"
+#include "reliability/crash/crash_tables.h"
+#include "reliability/crash/crash_writer_log.h"
+#include "reliability/crash/writer_process.h"
 #include "support/test_environment.h"
 #include "support/tool_run.h"
 

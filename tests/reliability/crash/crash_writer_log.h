@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "reliability/crash_lines.h"
-#include "reliability/crash_model.h"
+#include "reliability/crash/crash_lines.h"
+#include "reliability/crash/crash_model.h"
 
 namespace crash {
 

@@ -18,8 +18,8 @@
 #include <utility>
 #include <vector>
 
-#include "reliability/crash_lines.h"
-#include "reliability/crash_tables.h"
+#include "reliability/crash/crash_lines.h"
+#include "reliability/crash/crash_tables.h"
 
 namespace crash {
 
