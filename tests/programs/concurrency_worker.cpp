@@ -32,10 +32,10 @@
 #include <vector>
 
 #include "alertdb.h"
-#include "reliability/concurrency/concurrency_log.h
-#include "reliability/concurrency/concurrency_model.h
-#include "reliability/concurrency/concurrency_tables.h
-#include "reliability/concurrency/concurrency_tsan_clocklock.h
+#include "reliability/concurrency/concurrency_log.h"
+#include "reliability/concurrency/concurrency_model.h"
+#include "reliability/concurrency/concurrency_tables.h"
+#include "reliability/concurrency/concurrency_tsan_clocklock.h"
 
 namespace {
 

@@ -34,7 +34,7 @@
 #include <vector>
 
 #include "alertdb.h"
-#include "reliability/damaged/damaged_reference.h
+#include "reliability/damaged/damaged_reference.h"
 
 using namespace alertdb_test::damage;
 using platform::FieldTemplate;

@@ -18,7 +18,7 @@
 
 #include "alertdb.h"
 #include "platform/guid.h"
-#include "reliability/damaged/damaged_reference.h
+#include "reliability/damaged/damaged_reference.h"
 
 namespace {
 

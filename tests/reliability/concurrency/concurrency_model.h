@@ -18,8 +18,8 @@
 
 #include "framework/alert_status.h"
 #include "platform/store/record_store.h"
-#include "reliability/concurrency/concurrency_log.h
-#include "reliability/concurrency/concurrency_tables.h
+#include "reliability/concurrency/concurrency_log.h"
+#include "reliability/concurrency/concurrency_tables.h"
 
 namespace concurrency {
 

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "alertdb.h"
-#include "reliability/concurrency/concurrency_log.h
+#include "reliability/concurrency/concurrency_log.h"
 
 namespace concurrency {
 

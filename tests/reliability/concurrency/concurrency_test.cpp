@@ -24,11 +24,11 @@
 #include <vector>
 
 #include "alertdb.h"
-#include "reliability/concurrency/concurrency_log.h
-#include "reliability/concurrency/concurrency_model.h
-#include "reliability/concurrency/concurrency_tables.h
-#include "reliability/concurrency/concurrency_tsan_clocklock.h
-#include "reliability/concurrency/concurrency_watchdog.h
+#include "reliability/concurrency/concurrency_log.h"
+#include "reliability/concurrency/concurrency_model.h"
+#include "reliability/concurrency/concurrency_tables.h"
+#include "reliability/concurrency/concurrency_tsan_clocklock.h"
+#include "reliability/concurrency/concurrency_watchdog.h"
 #include "support/child_process.h"
 #include "support/test_environment.h"
 #include "support/tool_run.h"

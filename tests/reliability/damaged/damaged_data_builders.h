@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "alertdb.h"
-#include "reliability/damaged/damaged_reference.h
+#include "reliability/damaged/damaged_reference.h"
 
 namespace alertdb_test::damage {
 

@@ -25,10 +25,10 @@
 #include <string>
 #include <vector>
 
-#include "reliability/damaged/damaged_bounded_run.h
-#include "reliability/damaged/damaged_data_builders.h
-#include "reliability/damaged/damaged_reference.h
-#include "reliability/damaged/damaged_variants.h
+#include "reliability/damaged/damaged_bounded_run.h"
+#include "reliability/damaged/damaged_data_builders.h"
+#include "reliability/damaged/damaged_reference.h"
+#include "reliability/damaged/damaged_variants.h"
 #include "support/test_environment.h"
 #include "support/tool_run.h"
 
