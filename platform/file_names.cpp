@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/file_system_internal.h"
+#include "platform/store/store_backend_internal.h"
 
 namespace platform {
 
@@ -186,7 +187,9 @@ std::string ResolveFileName(const std::string &path) {
 std::uint32_t FileExists(const char *path) {
   if (!path || !*path) return 0;
   try {
-    return exists(ResolveFileName(path)) ? 1 : 0;
+    if (exists(ResolveFileName(path))) return 1;
+    // With the data files on a server, a data file exists where it lives.
+    return store::usesServerStore() && store::serverHoldsStore(path) ? 1 : 0;
   } catch (...) {
     return 0;
   }

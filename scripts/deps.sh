@@ -1,10 +1,10 @@
 #!/bin/sh
 # Installs the Debian packages the build needs, when any is missing.
-# `deps.sh tests` adds what only the tests need (clang's libFuzzer).
+# `deps.sh tests` adds what only the tests need (clang's libFuzzer, a PostgreSQL server).
 set -e
-packages="build-essential cmake pkg-config libsqlite3-dev sqlite3 libinih-dev libgtest-dev libgmock-dev libbenchmark-dev libxxhash-dev libfmt-dev libcli11-dev nlohmann-json3-dev locales"
+packages="build-essential cmake pkg-config libsqlite3-dev sqlite3 libpq-dev libinih-dev libgtest-dev libgmock-dev libbenchmark-dev libxxhash-dev libfmt-dev libcli11-dev nlohmann-json3-dev locales"
 if [ "$1" = tests ]; then
-  packages="$packages clang-14 libclang-rt-14-dev"
+  packages="$packages clang-14 libclang-rt-14-dev postgresql"
 fi
 missing=""
 for p in $packages; do

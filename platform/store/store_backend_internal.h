@@ -1,5 +1,5 @@
 // The one interface between the record store API and the database that keeps
-// its files. SQLite is the backend today; a server database would be another.
+// its files: SQLite, or a PostgreSQL server shared by several machines.
 #pragma once
 
 #include <cstdint>
@@ -107,5 +107,18 @@ class StoreSession {
 // reason in `status` when the file is refused.
 std::shared_ptr<StoreSession> openSqliteStore(const std::string &path, std::uint32_t mode,
                                               std::uint32_t *status);
+
+// Whether the data files live on a PostgreSQL server: ALERTDB_STORE holds its
+// connection URI (read at every call).
+bool usesServerStore();
+// The same for a data file on the server, where it is the schema named like
+// the file (matched without regard to case); the directory of `path` plays
+// no part.
+std::shared_ptr<StoreSession> openPostgresStore(const std::string &path, std::uint32_t mode,
+                                                std::uint32_t *status);
+// What identifies the session of `path` on the server (its path()).
+std::string serverSessionKey(const std::string &path);
+// Whether the server holds a store named like the data file at `path`.
+bool serverHoldsStore(const std::string &path);
 
 }  // namespace platform::store

@@ -88,14 +88,16 @@ std::string canonicalPath(const std::string &path) {
 
 std::shared_ptr<StoreSession> sessionFor(const char *path, std::uint32_t mode,
                                          std::uint32_t *status) {
-  std::string key = canonicalPath(path);
+  bool server = store::usesServerStore();
+  std::string key = server ? store::serverSessionKey(path) : canonicalPath(path);
   if (!key.empty()) {
     auto it = t_sessions.find(key);
     if (it != t_sessions.end()) {
       if (auto session = it->second.lock()) return session;
     }
   }
-  auto session = store::openSqliteStore(path, mode, status);
+  auto session = server ? store::openPostgresStore(path, mode, status)
+                        : store::openSqliteStore(path, mode, status);
   if (!session) return nullptr;
   for (auto it = t_sessions.begin(); it != t_sessions.end();) {
     it = it->second.expired() ? t_sessions.erase(it) : std::next(it);

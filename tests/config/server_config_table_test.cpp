@@ -1,7 +1,5 @@
 #include "config/server_config_table.h"
 
-#include <sqlite3.h>
-
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -11,6 +9,7 @@
 #include "config/config_test_support.h"
 #include "config/modem_location_table.h"
 #include "services/service_test_support.h"
+#include "support/data_file_query.h"
 
 using alertdb_test::addResponse;
 using alertdb_test::addService;
@@ -364,17 +363,17 @@ TEST_F(ServerConfigTest, AServerIsStampedWithTheDomainAndACopyOpensItsOwnNeighbo
   _GUID server = makeId(0x10), domain{};
   addServer(server, "alpha");
   ASSERT_EQ(platform::KepOMGetDomainID(&domain), 0u);
-  sqlite3 *db = nullptr;
-  ASSERT_EQ(sqlite3_open_v2(dataPath("AlCfgdb.dat").c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
-            SQLITE_OK);
-  sqlite3_stmt *s = nullptr;
-  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT k15 FROM \"ALRT_Server_Config\"", -1, &s, nullptr),
-            SQLITE_OK);
-  ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
-  ASSERT_EQ(sqlite3_column_bytes(s, 0), 16);
-  EXPECT_EQ(std::memcmp(sqlite3_column_blob(s, 0), &domain, 16), 0) << "the Domain_Id field";
-  sqlite3_finalize(s);
-  sqlite3_close(db);
+  std::string hex;
+  for (unsigned char b : std::string(reinterpret_cast<const char *>(&domain), 16)) {
+    hex += "0123456789abcdef"[b >> 4];
+    hex += "0123456789abcdef"[b & 0xF];
+  }
+  const char *sql = alertdb_test::IsolatedTest::onServerStore()
+                        ? "SELECT encode(k15, 'hex') FROM \"ALRT_Server_Config\""
+                        : "SELECT lower(hex(k15)) FROM \"ALRT_Server_Config\"";
+  EXPECT_EQ(alertdb_test::queryDataFile(dataPath("AlCfgdb.dat"), sql),
+            std::vector<std::string>{hex})
+      << "the Domain_Id field";
 
   CAlert_SRV_CFGDB copy(*servers);
   ASSERT_EQ(copy.DBOpen(), 0u);

@@ -1,7 +1,5 @@
 #include "events/event_log_table.h"
 
-#include <sqlite3.h>
-
 #include <cstring>
 #include <memory>
 #include <string>
@@ -11,6 +9,7 @@
 #include "framework/link_table_probe.h"
 #include "platform/object_manager.h"
 #include "platform/store/record_store.h"
+#include "support/data_file_query.h"
 #include "support/test_environment.h"
 
 using alertdb_test::ChangeEventWatch;
@@ -160,18 +159,11 @@ TEST_F(EventLogTableTest, EntriesRoundTripWithDerivedFieldsAndFollowTheirKeys) {
   EXPECT_EQ(texts, 11);
 
   // The query types and their values are registered in the file with the table.
-  sqlite3 *db = nullptr;
-  sqlite3_stmt *s = nullptr;
-  sqlite3_open_v2(dataPath("AlEvntdb.dat").c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  sqlite3_prepare_v2(db,
-                     "SELECT (SELECT count(*) FROM alertdb_query_types), count(*) FROM "
-                     "alertdb_query_type_values WHERE type_name = 'QInfo_OpStt'",
-                     -1, &s, nullptr);
-  EXPECT_EQ(sqlite3_step(s), SQLITE_ROW);
-  EXPECT_EQ(sqlite3_column_int(s, 0), 6);
-  EXPECT_EQ(sqlite3_column_int(s, 1), 4);
-  sqlite3_finalize(s);
-  sqlite3_close(db);
+  EXPECT_EQ(alertdb_test::queryDataFile(
+                dataPath("AlEvntdb.dat"),
+                "SELECT (SELECT count(*) FROM alertdb_query_types), count(*) FROM "
+                "alertdb_query_type_values WHERE type_name = 'QInfo_OpStt'"),
+            std::vector<std::string>{"6|4"});
 }
 
 TEST_F(EventLogTableTest, ObjectManagerRefusalsGiveOmFailed) {

@@ -1,5 +1,6 @@
 #include "support/test_environment.h"
 
+#include <libpq-fe.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,7 +10,37 @@
 #include <fstream>
 #include <sstream>
 
+#include "support/data_file_query.h"
+
 namespace alertdb_test {
+
+namespace {
+
+std::string serverUri(const std::string &socketDir, const std::string &database) {
+  return "postgresql:///" + database + "?host=" + socketDir + "&user=alertdb";
+}
+
+// Runs one statement on the test server's maintenance database.
+std::string onServer(const std::string &socketDir, const std::string &sql) {
+  PGconn *conn = PQconnectdb(serverUri(socketDir, "postgres").c_str());
+  std::string error;
+  if (PQstatus(conn) != CONNECTION_OK) {
+    error = PQerrorMessage(conn);
+  } else {
+    PGresult *r = PQexec(conn, sql.c_str());
+    if (PQresultStatus(r) != PGRES_COMMAND_OK) error = PQresultErrorMessage(r);
+    PQclear(r);
+  }
+  PQfinish(conn);
+  return error;
+}
+
+}  // namespace
+
+bool IsolatedTest::onServerStore() {
+  const char *store = std::getenv("ALERTDB_STORE");
+  return store && std::string(store).rfind("postgresql://", 0) == 0;
+}
 
 void IsolatedTest::SetUp() {
   char pattern[] = "/tmp/alertdb-test-XXXXXX";
@@ -20,9 +51,28 @@ void IsolatedTest::SetUp() {
   std::string ns = "alertdbtest_" + dataDir_.substr(dataDir_.rfind('-') + 1) + "_";
   setenv("ALERTDB_EVENT_NAMESPACE", ns.c_str(), 1);
   setenv("ALERTDB_CONSOLE_DIR", dataDir_.c_str(), 1);
+  if (const char *socketDir = std::getenv("ALERTDB_TEST_POSTGRES_SOCKET")) {
+    // The directory's unique suffix, in hex: database names ignore case.
+    std::string database = "alertdb_test_";
+    for (char c : dataDir_.substr(dataDir_.rfind('-') + 1)) {
+      static const char digits[] = "0123456789abcdef";
+      database += digits[(static_cast<unsigned char>(c) >> 4) & 0xF];
+      database += digits[static_cast<unsigned char>(c) & 0xF];
+    }
+    std::string error = onServer(socketDir, "CREATE DATABASE " + database);
+    ASSERT_EQ(error, "") << "the test server refused a database for the test";
+    database_ = database;
+    setenv("ALERTDB_STORE", serverUri(socketDir, database).c_str(), 1);
+  }
 }
 
 void IsolatedTest::TearDown() {
+  if (!database_.empty()) {
+    // Sessions a test left open, its own or its children's, end with it.
+    onServer(std::getenv("ALERTDB_TEST_POSTGRES_SOCKET"),
+             "DROP DATABASE IF EXISTS " + database_ + " WITH (FORCE)");
+    unsetenv("ALERTDB_STORE");
+  }
   std::error_code ec;
   if (!dataDir_.empty()) std::filesystem::remove_all(dataDir_, ec);
   // The test's named events live in shared memory under its namespace.
@@ -50,7 +100,9 @@ std::string IsolatedTest::readFile(const std::string &path) {
 
 bool IsolatedTest::fileExists(const std::string &path) {
   struct stat st;
-  return ::stat(path.c_str(), &st) == 0;
+  if (::stat(path.c_str(), &st) == 0) return true;
+  // On a server a data file is its schema, under the name it was made with.
+  return onServerStore() && serverHoldsSchema(path.substr(path.rfind('/') + 1));
 }
 
 }  // namespace alertdb_test

@@ -1,5 +1,7 @@
 // Every test runs in its own data directory and event namespace, so that
-// ctest can run tests in parallel.
+// ctest can run tests in parallel. When ALERTDB_TEST_POSTGRES_SOCKET names
+// the socket directory of a test server, each test also gets a database of
+// its own there, and the library keeps its data files in it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,12 +20,16 @@ class IsolatedTest : public ::testing::Test {
   // A path inside the data directory.
   std::string dataPath(const std::string &name) const { return dataDir_ + "/" + name; }
 
+  // Whether the data files live on a database server in this run.
+  static bool onServerStore();
+
   static void writeFile(const std::string &path, const std::string &bytes);
   static std::string readFile(const std::string &path);
   static bool fileExists(const std::string &path);
 
  private:
   std::string dataDir_;
+  std::string database_;
 };
 
 }  // namespace alertdb_test

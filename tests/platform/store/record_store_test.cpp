@@ -15,6 +15,7 @@
 
 #include "platform/store/record_store_fixture.h"
 #include "support/child_process.h"
+#include "support/data_file_query.h"
 #include "support/test_environment.h"
 
 using namespace platform;
@@ -157,29 +158,16 @@ TEST_F(RecordStoreTest, CatalogKeepsWhatTheTableAndQueryTypesWereGiven) {
   EXPECT_EQ(QDBTableInfo(h, "Nope", &info), QDB_E_NOTABLE);
   close(h);
 
-  sqlite3 *db = nullptr;
-  ASSERT_EQ(sqlite3_open(dataPath("Store.dat").c_str(), &db), SQLITE_OK);
   auto query = [&](const char *sql) {
-    std::vector<std::string> rows;
-    sqlite3_exec(
-        db, sql,
-        [](void *out, int n, char **values, char **) {
-          std::string row;
-          for (int i = 0; i < n; ++i)
-            row += std::string(i ? "|" : "") + (values[i] ? values[i] : "");
-          static_cast<std::vector<std::string> *>(out)->push_back(row);
-          return 0;
-        },
-        &rows, nullptr);
-    return rows;
+    return alertdb_test::queryDataFile(dataPath("Store.dat"), sql);
   };
   EXPECT_EQ(query("SELECT name, title, id_key FROM alertdb_tables"),
             std::vector<std::string>{"Sample_Table|Sample Title|1"});
-  EXPECT_EQ(query("SELECT t.name, mask, group_concat(value || '=' || text) FROM "
-                  "alertdb_query_types t LEFT JOIN alertdb_query_type_values v ON "
-                  "v.type_name = t.name GROUP BY t.name ORDER BY t.name"),
-            (std::vector<std::string>{"QInfo_None|0|", "QInfo_Svrty|97|0=None,1=CRITICAL"}));
-  sqlite3_close(db);
+  EXPECT_EQ(query("SELECT t.name, mask, value, text FROM alertdb_query_types t LEFT JOIN "
+                  "alertdb_query_type_values v ON v.type_name = t.name "
+                  "ORDER BY t.name, v.position"),
+            (std::vector<std::string>{"QInfo_None|0||", "QInfo_Svrty|97|0|None",
+                                      "QInfo_Svrty|97|1|CRITICAL"}));
 }
 
 TEST_F(RecordStoreTest, LoadStringsBuildsBlocksFromArraysAndResources) {

@@ -1,0 +1,113 @@
+// What holds only when the data files live on a PostgreSQL server: how a data
+// file looks there, and the server's forms of the cursor's promises.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/store/record_store.h"
+#include "platform/store/record_store_fixture.h"
+#include "support/child_process.h"
+#include "support/data_file_query.h"
+
+using namespace platform;
+using alertdb_test::ChildProcess;
+using alertdb_test::kNumberKey;
+using alertdb_test::queryDataFile;
+using alertdb_test::queryServer;
+using alertdb_test::SampleTable;
+
+namespace {
+
+class ServerStoreTest : public alertdb_test::RecordStoreTest {
+ protected:
+  void SetUp() override {
+    RecordStoreTest::SetUp();
+    if (!onServerStore()) GTEST_SKIP() << "runs only with the data files on a server";
+  }
+};
+
+TEST_F(ServerStoreTest, ADataFileIsASchemaWithTheCatalogTablesAndKeyColumns) {
+  SampleTable t;
+  KEPDB *h = createSample(t, "KepUser.dat");
+  ASSERT_EQ(add(t, h, 1, "one", 7), 0u);
+  EXPECT_EQ(queryServer("SELECT nspname FROM pg_namespace WHERE nspname ILIKE 'kepuser.dat'"),
+            std::vector<std::string>{"KepUser.dat"})
+      << "one schema, under the name it was made with";
+  EXPECT_EQ(queryDataFile(dataPath("KEPUSER.DAT"),
+                          "SELECT column_name || ' ' || data_type FROM information_schema.columns"
+                          " WHERE table_schema = current_schema() AND table_name = 'Sample_Table'"
+                          " ORDER BY ordinal_position"),
+            (std::vector<std::string>{"seq bigint", "record bytea", "k1 bytea", "k2 bytea",
+                                      "k3 bigint", "k4 bytea", "k5 bigint", "k6 bytea"}));
+  EXPECT_EQ(queryDataFile(dataPath("KepUser.dat"),
+                          "SELECT indexname FROM pg_indexes WHERE schemaname = current_schema()"
+                          " AND tablename = 'Sample_Table' AND indexname LIKE 'Sample_Table:%'"
+                          " ORDER BY indexname"),
+            (std::vector<std::string>{"Sample_Table:k1", "Sample_Table:k2", "Sample_Table:k3",
+                                      "Sample_Table:k4", "Sample_Table:k5", "Sample_Table:k6"}));
+  EXPECT_EQ(queryDataFile(dataPath("KepUser.dat"),
+                          "SELECT k2, k3, length(record) > 0 FROM \"Sample_Table\""),
+            std::vector<std::string>{"\\x6f6e65|7|t"});
+}
+
+TEST_F(ServerStoreTest, AnIdleEnumerationHoldsNoTransactionOpen) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(QDBFileLock(h), 0u);
+  for (std::uint32_t n = 0; n < 200; ++n) {
+    t.fill(0, "r", n);
+    std::memcpy(&t.record.id, &n, sizeof n);
+    ASSERT_EQ(QDBRecordAdd(h), 0u);
+  }
+  ASSERT_EQ(QDBFileUnlock(h), 0u);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
+  EXPECT_EQ(queryServer("SELECT count(*) FROM pg_stat_activity WHERE datname = current_database()"
+                        " AND state LIKE 'idle in transaction%'"),
+            std::vector<std::string>{"0"});
+  // The lock calls do hold one, until they end.
+  ASSERT_EQ(QDBReadLock(h), 0u);
+  EXPECT_EQ(queryServer("SELECT count(*) FROM pg_stat_activity WHERE datname = current_database()"
+                        " AND state LIKE 'idle in transaction%'"),
+            std::vector<std::string>{"1"});
+  ASSERT_EQ(QDBReadUnlock(h), 0u);
+}
+
+// Another machine's commits cannot be seen through shared memory: a walk
+// meets them once its window (at most 64 rows) is used up.
+TEST_F(ServerStoreTest, AnotherProcessCommitIsSeenWithinTheWindowBound) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(QDBFileLock(h), 0u);
+  for (std::uint32_t n = 0; n < 300; ++n) {
+    t.fill(0, "r", n * 2);
+    std::memcpy(&t.record.id, &n, sizeof n);
+    ASSERT_EQ(QDBRecordAdd(h), 0u);
+  }
+  ASSERT_EQ(QDBFileUnlock(h), 0u);
+  std::uint32_t steps = 0;
+  for (std::uint32_t r = QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst); r == 0 && steps < 20;
+       r = QDBRecordSkipAndRead(h, kNumberKey, kSkipNext)) {
+    ++steps;
+  }
+  ASSERT_EQ(t.record.number, 40u);
+  // A record behind the walk (1) and records ahead of it, past its window.
+  ChildProcess behind("store_child", {"add", dataPath("Store.dat"), "1", "1"});
+  ASSERT_EQ(behind.readLine().rfind("added", 0), 0u);
+  ASSERT_EQ(behind.wait(), 0);
+  ChildProcess ahead("store_child", {"add", dataPath("Store.dat"), "1001", "3"});
+  for (int i = 0; i < 3; ++i) ASSERT_EQ(ahead.readLine().rfind("added", 0), 0u);
+  ASSERT_EQ(ahead.wait(), 0);
+  std::vector<std::uint32_t> odd;
+  std::uint32_t last = t.record.number, rest = 0;
+  while (QDBRecordSkipAndRead(h, kNumberKey, kSkipNext) == 0) {
+    EXPECT_GT(t.record.number, last) << "the walk goes forward";
+    last = t.record.number;
+    if (t.record.number % 2) odd.push_back(t.record.number);
+    ++rest;
+  }
+  EXPECT_EQ(odd, (std::vector<std::uint32_t>{1001, 1003}));
+  EXPECT_EQ(rest, 300u - 21u + 3u);
+}
+
+}  // namespace
