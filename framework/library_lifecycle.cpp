@@ -5,6 +5,7 @@
 
 #include "framework/change_signal_internal.h"
 #include "platform/named_event.h"
+#include "platform/store/server_notify_internal.h"
 #include "platform/string_table.h"
 
 namespace alertdb_internal {
@@ -68,6 +69,8 @@ void SignalChange() {
     if (event.handle) platform::SetEvent(event.handle);
   } catch (...) {
   }
+  // Machines that share the data files on a server learn of it through there.
+  platform::store::NotifyServerOfChange();
 }
 
 }  // namespace alertdb_internal

@@ -17,5 +17,6 @@ void addBackupCommand(CLI::App &tool);
 void addCheckCommand(CLI::App &tool);
 void addRecoverCommand(CLI::App &tool);
 void addDemoCommand(CLI::App &tool);
+void addRelayCommand(CLI::App &tool);
 
 }  // namespace alertdb_tool

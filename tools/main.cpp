@@ -26,6 +26,7 @@ int main(int argc, char **argv) {
   addCheckCommand(tool);
   addRecoverCommand(tool);
   addDemoCommand(tool);
+  addRelayCommand(tool);
   try {
     tool.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
