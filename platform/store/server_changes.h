@@ -1,12 +1,13 @@
-// Change signals between machines that share their data files on a database
-// server: the library notifies the server with each change signal, and a
-// relay on each machine (`alertdb relay`) listens and sets that machine's
-// change event.
+// Data files on a database server, for the tools: where they are, which
+// there are, and change signals between the machines that share them (the
+// library notifies the server with each change signal, and a relay on each
+// machine, `alertdb relay`, listens and sets that machine's change event).
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/export.h"
 
@@ -15,6 +16,11 @@ namespace platform {
 // The server that holds the data files (ALERTDB_STORE), without its
 // password, for messages; empty when the files are local.
 ALERTDB_API std::string StoreServerForMessages();
+
+// The names of the data files the server holds (its schemas that are
+// stores), in byte order; empty when the files are local or it cannot be
+// reached.
+ALERTDB_API std::vector<std::string> ServerStoreNames();
 
 class ALERTDB_API ServerChangeListener {
  public:

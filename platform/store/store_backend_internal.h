@@ -120,5 +120,8 @@ std::shared_ptr<StoreSession> openPostgresStore(const std::string &path, std::ui
 std::string serverSessionKey(const std::string &path);
 // Whether the server holds a store named like the data file at `path`.
 bool serverHoldsStore(const std::string &path);
+// QDBCheckFile for the data file at `path` on the server.
+std::uint32_t checkServerStore(const std::string &path, StoreCheckReport *report,
+                               const StoreProgress &progress);
 
 }  // namespace platform::store

@@ -13,6 +13,7 @@
 #include "platform/store/sqlite_file_check_internal.h"
 #include "platform/store/sqlite_file_reader_internal.h"
 #include "platform/store/sqlite_support_internal.h"
+#include "platform/store/store_backend_internal.h"
 
 namespace platform {
 
@@ -236,6 +237,7 @@ std::uint32_t QDBCheckFile(const char *path, StoreCheckReport *report,
   if (!path || !*path || !report) return QDB_E_BADARG;
   try {
     *report = StoreCheckReport{};
+    if (usesServerStore()) return checkServerStore(path, report, progress);
     std::string file = ResolveFileName(path);
     auto fileProblem = [&](const std::string &what) {
       StoreProblem p;

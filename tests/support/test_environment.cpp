@@ -51,28 +51,35 @@ void IsolatedTest::SetUp() {
   std::string ns = "alertdbtest_" + dataDir_.substr(dataDir_.rfind('-') + 1) + "_";
   setenv("ALERTDB_EVENT_NAMESPACE", ns.c_str(), 1);
   setenv("ALERTDB_CONSOLE_DIR", dataDir_.c_str(), 1);
-  if (const char *socketDir = std::getenv("ALERTDB_TEST_POSTGRES_SOCKET")) {
-    // The directory's unique suffix, in hex: database names ignore case.
-    std::string database = "alertdb_test_";
-    for (char c : dataDir_.substr(dataDir_.rfind('-') + 1)) {
-      static const char digits[] = "0123456789abcdef";
-      database += digits[(static_cast<unsigned char>(c) >> 4) & 0xF];
-      database += digits[static_cast<unsigned char>(c) & 0xF];
-    }
-    std::string error = onServer(socketDir, "CREATE DATABASE " + database);
-    ASSERT_EQ(error, "") << "the test server refused a database for the test";
-    database_ = database;
-    setenv("ALERTDB_STORE", serverUri(socketDir, database).c_str(), 1);
+  if (std::getenv("ALERTDB_TEST_POSTGRES_SOCKET")) startAfreshOnServer();
+}
+
+void IsolatedTest::startAfreshOnServer() {
+  const char *socketDir = std::getenv("ALERTDB_TEST_POSTGRES_SOCKET");
+  if (!socketDir) return;
+  // The directory's unique suffix, in hex (database names ignore case), and
+  // a count for the test's later databases.
+  std::string database = "alertdb_test_";
+  for (char c : dataDir_.substr(dataDir_.rfind('-') + 1)) {
+    static const char digits[] = "0123456789abcdef";
+    database += digits[(static_cast<unsigned char>(c) >> 4) & 0xF];
+    database += digits[static_cast<unsigned char>(c) & 0xF];
   }
+  if (!databases_.empty()) database += "_" + std::to_string(databases_.size());
+  std::string error = onServer(socketDir, "CREATE DATABASE " + database);
+  ASSERT_EQ(error, "") << "the test server refused a database for the test";
+  databases_.push_back(database);
+  setenv("ALERTDB_STORE", serverUri(socketDir, database).c_str(), 1);
 }
 
 void IsolatedTest::TearDown() {
-  if (!database_.empty()) {
-    // Sessions a test left open, its own or its children's, end with it.
+  // Sessions a test left open, its own or its children's, end with it.
+  for (const std::string &database : databases_) {
     onServer(std::getenv("ALERTDB_TEST_POSTGRES_SOCKET"),
-             "DROP DATABASE IF EXISTS " + database_ + " WITH (FORCE)");
-    unsetenv("ALERTDB_STORE");
+             "DROP DATABASE IF EXISTS " + database + " WITH (FORCE)");
   }
+  if (!databases_.empty()) unsetenv("ALERTDB_STORE");
+  databases_.clear();
   std::error_code ec;
   if (!dataDir_.empty()) std::filesystem::remove_all(dataDir_, ec);
   // The test's named events live in shared memory under its namespace.

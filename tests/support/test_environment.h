@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace alertdb_test {
 
@@ -22,6 +23,9 @@ class IsolatedTest : public ::testing::Test {
 
   // Whether the data files live on a database server in this run.
   static bool onServerStore();
+  // On a server, moves the data files to a new, empty database, as a new
+  // data directory does for local files; nothing otherwise.
+  void startAfreshOnServer();
 
   static void writeFile(const std::string &path, const std::string &bytes);
   static std::string readFile(const std::string &path);
@@ -29,7 +33,7 @@ class IsolatedTest : public ::testing::Test {
 
  private:
   std::string dataDir_;
-  std::string database_;
+  std::vector<std::string> databases_;
 };
 
 }  // namespace alertdb_test

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "alertdb.h"
+#include "platform/store/server_changes.h"
 #include "tools/commands.h"
 #include "tools/output_format.h"
 #include "tools/store_file_reports.h"
@@ -56,6 +57,15 @@ std::vector<FileToCheck> filesOfDirectory() {
     if (platform::FileExists(dataPath(file).c_str())) files.push_back({file, false});
   }
   std::vector<std::string> others;
+  // On a database server the data files are its schemas, not the directory's.
+  if (!platform::StoreServerForMessages().empty()) {
+    for (const std::string &name : platform::ServerStoreNames()) {
+      bool known = std::any_of(dataFiles().begin(), dataFiles().end(),
+                               [&](const std::string &file) { return sameName(file, name); });
+      if (!known) files.push_back({name, true});
+    }
+    return files;
+  }
   std::error_code error;
   for (const auto &entry : std::filesystem::directory_iterator(dataDirectory(), error)) {
     std::string name = entry.path().filename().string();

@@ -30,6 +30,23 @@ std::string StoreServerForMessages() {
   return uri.empty() ? std::string() : store::postgres::uriForMessages(uri);
 }
 
+std::vector<std::string> ServerStoreNames() {
+  std::vector<std::string> names;
+  try {
+    std::string uri = store::postgres::serverUri();
+    store::postgres::Connection *conn =
+        uri.empty() ? nullptr : store::postgres::threadConnection(uri);
+    if (!conn) return names;
+    store::postgres::Result r = conn->execute(
+        "SELECT schemaname FROM pg_tables WHERE tablename='alertdb_store'"
+        " ORDER BY schemaname COLLATE \"C\"");
+    for (int i = 0; i < r.rows(); ++i) names.push_back(r.text(i, 0));
+  } catch (...) {
+    names.clear();
+  }
+  return names;
+}
+
 struct ServerChangeListener::State {
   store::postgres::Connection conn;
 };

@@ -110,4 +110,43 @@ TEST_F(ServerStoreTest, AnotherProcessCommitIsSeenWithinTheWindowBound) {
   EXPECT_EQ(rest, 300u - 21u + 3u);
 }
 
+// On a server, the check reads the schema as it reads a file: every record's
+// checksum and key columns, the catalog against the SQL tables.
+TEST_F(ServerStoreTest, TheCheckFindsDamageInTheSchemaAndNamesTheRecord) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  for (std::uint8_t i = 1; i <= 5; ++i) ASSERT_EQ(add(t, h, i, "r", i), 0u);
+  close(h);
+  StoreCheckReport report;
+  ASSERT_EQ(QDBCheckFile(dataPath("store.dat").c_str(), &report), QDB_OK);
+  EXPECT_TRUE(report.isStore);
+  EXPECT_EQ(report.format, 2);
+  ASSERT_EQ(report.tables.size(), 1u);
+  EXPECT_EQ(report.tables[0].records, 5u);
+  EXPECT_EQ(report.tables[0].damaged, 0u);
+  EXPECT_EQ(QDBCheckFile(dataPath("Other.dat").c_str(), &report), QDB_E_NOTFOUND);
+
+  // A flipped byte in one record, a key column changed behind another's
+  // back, a table the catalog does not list.
+  queryDataFile(dataPath("Store.dat"),
+                "UPDATE \"Sample_Table\" SET record = set_byte(record, 3, get_byte(record, 3) # 1)"
+                " WHERE seq = 2");
+  queryDataFile(dataPath("Store.dat"), "UPDATE \"Sample_Table\" SET k3 = 99 WHERE seq = 4");
+  queryDataFile(dataPath("Store.dat"), "CREATE TABLE stray(x int)");
+  ASSERT_EQ(QDBCheckFile(dataPath("Store.dat").c_str(), &report), QDB_E_DAMAGED);
+  ASSERT_EQ(report.tables.size(), 1u);
+  EXPECT_EQ(report.tables[0].records, 5u);
+  EXPECT_EQ(report.tables[0].damaged, 2u);
+  std::vector<std::string> problems;
+  for (const StoreProblem &p : report.problems) {
+    problems.push_back(p.table + "|" + std::to_string(p.row) + "|" + p.what);
+  }
+  EXPECT_EQ(problems, (std::vector<std::string>{
+                          "stray|0|the SQL table is not in the catalog",
+                          "Sample_Table|2|the record fails its checksum or does not decode",
+                          "Sample_Table|4|key column k3 disagrees with the record"}));
+  EXPECT_TRUE(report.problems[2].hasObjectId);
+  EXPECT_EQ(report.problems[2].objectId.Data1, 0x04040404u);
+}
+
 }  // namespace

@@ -344,6 +344,7 @@ class CrashRoundsTest : public IsolatedTest {
     if (!directory_.empty()) std::filesystem::remove_all(directory_);
     directory_ = dataPath("round-set-" + std::to_string(number));
     std::filesystem::create_directories(directory_);
+    ASSERT_NO_FATAL_FAILURE(startAfreshOnServer());
     setenv("ALERTDB_DATA_DIR", directory_.c_str(), 1);
     setenv("ALERTDB_CONSOLE_DIR", directory_.c_str(), 1);
     writeFile(directory_ + "/QADMIN.DAT", "[Directories]\nDataDir=" + directory_ + "\n");
