@@ -2,6 +2,8 @@
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "framework/link_table_probe.h"
 #include "platform/named_event.h"
@@ -72,6 +74,25 @@ TEST_F(RelayCommandTest, AChangeMadeElsewhereSetsTheRelaysEvent) {
   relay.join();
   EXPECT_EQ(result.exitCode, 0) << result.err;
   platform::CloseHandle(event);
+}
+
+// What has no meaning on a server says so, and names the server without its
+// password.
+TEST_F(RelayCommandTest, BackupAndRecoverPointToTheServersOwnTools) {
+  std::vector<std::pair<std::string, std::string>> env{
+      {"ALERTDB_STORE", "postgresql://alertdb:s3cret@/alerting?host=/nonexistent"}};
+  ToolResult backup = runTool({"backup"}, env);
+  EXPECT_EQ(backup.exitCode, 1);
+  EXPECT_NE(backup.err.find("pg_dump"), std::string::npos) << backup.err;
+  ToolResult recover = runTool({"recover", "AlCfgdb.dat"}, env);
+  EXPECT_EQ(recover.exitCode, 1);
+  EXPECT_NE(recover.err.find("PostgreSQL server postgresql://alertdb@/alerting"),
+            std::string::npos)
+      << recover.err;
+  for (const ToolResult *r : {&backup, &recover}) {
+    EXPECT_EQ(r->err.find("s3cret"), std::string::npos) << r->err;
+    EXPECT_EQ(r->out, "");
+  }
 }
 
 }  // namespace

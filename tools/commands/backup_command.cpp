@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "alertdb.h"
+#include "platform/store/server_changes.h"
 #include "tools/commands.h"
 #include "tools/output_format.h"
 #include "tools/store_file_reports.h"
@@ -85,6 +86,11 @@ bool backUp(const std::string &file, nlohmann::ordered_json *entry) {
 }
 
 int runBackup() {
+  // A server keeps its own backups; a file copy of one schema is not one.
+  if (std::string server = platform::StoreServerForMessages(); !server.empty()) {
+    throw ToolError("the data files are on the PostgreSQL server " + server +
+                    ": back them up with the server's tools (pg_dump, or its base backups)");
+  }
   nlohmann::ordered_json entries = nlohmann::ordered_json::array();
   bool ok = true;
   for (const std::string &file : restorableDataFiles()) {

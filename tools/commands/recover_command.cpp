@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "alertdb.h"
+#include "platform/store/server_changes.h"
 #include "tools/commands.h"
 #include "tools/output_format.h"
 #include "tools/store_file_reports.h"
@@ -127,6 +128,11 @@ void putInPlace(const std::string &path, const std::string &damaged, const std::
 }
 
 int runRecover() {
+  // The server recovers from crashes itself and has no file to salvage.
+  if (std::string server = platform::StoreServerForMessages(); !server.empty()) {
+    throw ToolError("the data files are on the PostgreSQL server " + server +
+                    ": 'check' finds damage there; restore it from the server's backups");
+  }
   std::string path = dataFileArgument(g_options.file);
   std::string name = baseName(path);
   std::vector<std::string> companionsBefore = companionsOf(path);
