@@ -74,7 +74,10 @@ class PgTable final : public TableHandle {
     return keys[static_cast<std::size_t>(&key - def().keys.data())];
   }
 
-  std::string insert, update, remove, bySeq, exists;
+  // Writes: [0] takes the write lock in its statement, [1] runs under the
+  // file lock, which already holds it.
+  std::string insert[2], update[2], remove[2];
+  std::string bySeq, exists;
   std::vector<KeyStatements> keys;
   std::vector<unsigned char> prefixEnd;
   Params params;
@@ -325,7 +328,8 @@ std::uint32_t PgSession::insert(TableHandle &handle, const unsigned char *stored
                                 const KeyValue *keys, std::int64_t *seq) {
   auto &t = static_cast<PgTable &>(handle);
   const TableDef &def = t.def();
-  if (t.insert.empty()) {
+  const int held = writeDepth_ > 0;
+  if (t.insert[held].empty()) {
     std::string columns = "record", values = "$1::bytea";
     int n = 2;
     for (const KeyDef &k : def.keys) {
@@ -334,16 +338,18 @@ std::uint32_t PgSession::insert(TableHandle &handle, const unsigned char *stored
     }
     // A duplicate of a unique key adds nothing and fails nothing, so that a
     // batch under the file lock goes on.
+    std::string source =
+        held ? " VALUES(" + values + ")" : " SELECT " + values + " FROM " + writeLock();
     std::uint32_t r =
-        prepare(t.insert, "INSERT INTO " + quoted(def.name) + "(" + columns + ") SELECT " + values +
-                              " FROM " + writeLock() + " ON CONFLICT DO NOTHING RETURNING seq");
+        prepare(t.insert[held], "INSERT INTO " + quoted(def.name) + "(" + columns + ")" + source +
+                                    " ON CONFLICT DO NOTHING RETURNING seq");
     if (r != QDB_OK) return r;
   }
   Params &p = t.params;
   p.clear();
   p.addBytes(stored, size);
   for (std::size_t i = 0; i < def.keys.size(); ++i) addKey(p, keys[i]);
-  Result r = conn_.run(t.insert, p);
+  Result r = conn_.run(t.insert[held], p);
   if (!r.ok()) return resultOf(r);
   if (r.rows() != 1) return QDB_E_DUPLICATE;
   *seq = r.int64(0, 0);
@@ -358,7 +364,8 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
   std::string table = quoted(def.name);
   bool uniqueKeys =
       std::any_of(def.keys.begin(), def.keys.end(), [](const KeyDef &k) { return k.unique; });
-  if (t.update.empty()) {
+  const int held = writeDepth_ > 0;
+  if (t.update[held].empty()) {
     std::string sets = "record=$2::bytea";
     std::string unique;
     int n = 3;
@@ -372,9 +379,10 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
                   keyColumn(k.keyNumber) + "=" + param + " AND o.seq<>$1::int8)";
       }
     }
-    std::uint32_t r = prepare(t.update, "UPDATE " + table + " SET " + sets + " FROM " +
-                                            writeLock() + " WHERE seq=$1::int8" + unique);
-    if (r == QDB_OK && uniqueKeys) {
+    std::string from = held ? "" : " FROM " + writeLock();
+    std::uint32_t r = prepare(
+        t.update[held], "UPDATE " + table + " SET " + sets + from + " WHERE seq=$1::int8" + unique);
+    if (r == QDB_OK && uniqueKeys && t.exists.empty()) {
       r = prepare(t.exists, "SELECT count(*) FROM " + table + " WHERE seq=$1::int8");
     }
     if (r != QDB_OK) return r;
@@ -384,7 +392,7 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
   p.addInt64(seq);
   p.addBytes(stored, size);
   for (std::size_t i = 0; i < def.keys.size(); ++i) addKey(p, keys[i]);
-  Result r = conn_.run(t.update, p);
+  Result r = conn_.run(t.update[held], p);
   if (!r.ok()) return resultOf(r);
   if (r.changed() != 1) {
     if (!uniqueKeys) return QDB_E_NOCURRENT;
@@ -400,15 +408,17 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
 
 std::uint32_t PgSession::remove(TableHandle &handle, std::int64_t seq) {
   auto &t = static_cast<PgTable &>(handle);
-  if (t.remove.empty()) {
-    std::uint32_t r = prepare(t.remove, "DELETE FROM " + quoted(t.def().name) + " USING " +
-                                            writeLock() + " WHERE seq=$1::int8");
+  const int held = writeDepth_ > 0;
+  if (t.remove[held].empty()) {
+    std::string from = held ? "" : " USING " + writeLock();
+    std::uint32_t r = prepare(t.remove[held],
+                              "DELETE FROM " + quoted(t.def().name) + from + " WHERE seq=$1::int8");
     if (r != QDB_OK) return r;
   }
   Params &p = t.params;
   p.clear();
   p.addInt64(seq);
-  Result r = conn_.run(t.remove, p);
+  Result r = conn_.run(t.remove[held], p);
   if (!r.ok()) return resultOf(r);
   if (r.changed() != 1) return QDB_E_NOCURRENT;
   t.noteChange();
