@@ -90,7 +90,7 @@ TEST_F(ServerStoreTest, AnotherProcessCommitIsSeenWithinTheWindowBound) {
        r = QDBRecordSkipAndRead(h, kNumberKey, kSkipNext)) {
     ++steps;
   }
-  ASSERT_EQ(t.record.number, 40u);
+  ASSERT_EQ(std::uint32_t{t.record.number}, 40u);
   // A record behind the walk (1) and records ahead of it, past its window.
   ChildProcess behind("store_child", {"add", dataPath("Store.dat"), "1", "1"});
   ASSERT_EQ(behind.readLine().rfind("added", 0), 0u);
@@ -101,9 +101,10 @@ TEST_F(ServerStoreTest, AnotherProcessCommitIsSeenWithinTheWindowBound) {
   std::vector<std::uint32_t> odd;
   std::uint32_t last = t.record.number, rest = 0;
   while (QDBRecordSkipAndRead(h, kNumberKey, kSkipNext) == 0) {
-    EXPECT_GT(t.record.number, last) << "the walk goes forward";
-    last = t.record.number;
-    if (t.record.number % 2) odd.push_back(t.record.number);
+    std::uint32_t number = t.record.number;  // a copy: the record is packed
+    EXPECT_GT(number, last) << "the walk goes forward";
+    last = number;
+    if (number % 2) odd.push_back(number);
     ++rest;
   }
   EXPECT_EQ(odd, (std::vector<std::uint32_t>{1001, 1003}));
@@ -146,7 +147,7 @@ TEST_F(ServerStoreTest, TheCheckFindsDamageInTheSchemaAndNamesTheRecord) {
                           "Sample_Table|2|the record fails its checksum or does not decode",
                           "Sample_Table|4|key column k3 disagrees with the record"}));
   EXPECT_TRUE(report.problems[2].hasObjectId);
-  EXPECT_EQ(report.problems[2].objectId.Data1, 0x04040404u);
+  EXPECT_EQ(std::uint32_t{report.problems[2].objectId.Data1}, 0x04040404u);
 }
 
 }  // namespace
