@@ -78,10 +78,10 @@ void makeCurrent(Cursor &c, std::size_t row, const KeyDef &key) {
   c.current = row;
   c.next = row + 1;
   c.keyNumber = key.keyNumber;
+  c.keyDef = &key;
   ++c.served;
 }
 
-// Reads row `row` and makes it current in the order of `key`.
 // Whether (a, seqA) comes after (b, seqB) in a key's order.
 bool after(const KeyValue &a, std::int64_t seqA, const KeyValue &b, std::int64_t seqB) {
   int order = 0;
@@ -101,25 +101,29 @@ std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key, bool forwar
   std::uint32_t r = decodeRow(h, row);
   if (r != QDB_OK) return r;
   Cursor &c = h.cursor;
-  if (forward && !after(boundKey(h, key), c.batch.seq(row), c.key.value(), c.seq)) {
+  KeyValue place = boundKey(h, key);
+  if (forward && !after(place, c.batch.seq(row), c.key.value(), c.seq)) {
     h.session->noteDamage();
     return QDB_E_DAMAGED;
   }
   makeCurrent(c, row, key);
   c.verifyKey = false;
-  c.key.assign(boundKey(h, key));
+  c.key.assign(place);
   return QDB_OK;
 }
 
 // Replaces the batch with what a fetch put into the spare one, when it found
-// anything; the cursor is untouched when it did not.
-std::uint32_t takeFetched(Handle &h, std::uint32_t r, std::uint64_t mark) {
+// anything; the cursor is untouched when it did not. `asked` is the limit of
+// a fetch that reads to the end of the order (0 for one that does not): fewer
+// rows than that and the batch holds the end.
+std::uint32_t takeFetched(Handle &h, std::uint32_t r, std::uint64_t mark, std::uint32_t asked = 0) {
   Cursor &c = h.cursor;
   if (r != QDB_OK) return r;
   if (c.spare.empty()) return QDB_E_NOTFOUND;
   c.batch.swap(c.spare);
   c.stamp = h.table->changes();
   c.mark = mark;
+  c.batchAtEnd = c.batch.size() < asked;
   return QDB_OK;
 }
 
@@ -166,7 +170,9 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
       if ((r = storedKey(h, *k, c.spare, 0, &first)) != QDB_OK) return r;
       if (!store::keyMatches(first, search)) c.spare.clear();
     }
-    if ((r = takeFetched(h, QDB_OK, mark)) != QDB_OK) return r;
+    if ((r = takeFetched(h, QDB_OK, mark, from == FetchFrom::From ? limit : 0)) != QDB_OK) {
+      return r;
+    }
     if (andRead) {
       if ((r = readRow(h, 0, *k)) != QDB_OK) return r;
       if (!store::keyMatches(c.key.value(), search)) {
@@ -210,6 +216,7 @@ std::uint32_t QDBRecordUpdate(KEPDB *id) {
     // The record stays current, now at its new place.
     c.batch.clear();
     c.batch.add(c.seq, h.stored.data(), size);
+    c.batchAtEnd = false;
     c.current = 0;
     c.next = 1;
     c.stamp = h.table->changes();
@@ -281,15 +288,17 @@ std::uint32_t QDBRecordFindAndRead(KEPDB *id, std::uint32_t key, const void *key
 
 std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t direction) {
   return store::withTable(id, [&](Handle &h, const TableDef &def) -> std::uint32_t {
-    const KeyDef *k = def.findKey(key);
-    if (!k) return QDB_E_BADKEY;
     Cursor &c = h.cursor;
+    // A walk names the same key at every step.
+    const KeyDef *k = c.keyDef && c.keyNumber == key ? c.keyDef : def.findKey(key);
+    if (!k) return QDB_E_BADKEY;
     static const KeyValue none;
     if (direction == kSkipFirst) {
       std::uint32_t limit = firstFetch(h, c, *k, false);
       std::uint64_t mark = h.session->commitMark();
-      std::uint32_t r = takeFetched(
-          h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0, limit, &c.spare), mark);
+      std::uint32_t r =
+          takeFetched(h, h.session->fetch(*h.table, *k, FetchFrom::Start, none, 0, limit, &c.spare),
+                      mark, limit);
       if (r != QDB_OK) return r;
       return readRow(h, 0, *k);
     }
@@ -303,14 +312,18 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
       if (r != QDB_OK) return r;
       c.key.assign(other);
       c.keyNumber = key;
+      c.keyDef = k;
       c.next = c.batch.size();
+      c.batchAtEnd = false;
     }
     if (c.next < c.batch.size() && rowsCurrent(h)) return readRow(h, c.next, *k, true);
+    // Nothing committed since the fetch that reached the end: still the end.
+    if (c.batchAtEnd && h.session->tracksCommits() && rowsCurrent(h)) return QDB_E_NOTFOUND;
     std::uint64_t mark = h.session->commitMark();
     std::uint32_t r = takeFetched(h,
                                   h.session->fetch(*h.table, *k, FetchFrom::AfterRow, c.key.value(),
                                                    c.seq, c.window, &c.spare),
-                                  mark);
+                                  mark, c.window);
     if (r != QDB_OK) return r;
     c.window = std::min(c.window * 2, maxWindow(h));
     return readRow(h, 0, *k, true);

@@ -59,11 +59,13 @@ struct Cursor {
   bool pastEnd = false;         // "next" reports the end
   bool verifyKey = false;       // found by a search: its image must match the key
   std::int64_t seq = 0;
-  std::uint32_t keyNumber = 0;  // the order `key` is a place in
+  std::uint32_t keyNumber = 0;     // the order `key` is a place in
+  const KeyDef *keyDef = nullptr;  // ... and its definition, once the cursor moved in it
   KeyBuffer key;
   RowBatch batch, spare;
   std::size_t current = kNone;  // the current record's row in `batch`
   std::size_t next = 0;         // the next row to serve
+  bool batchAtEnd = false;      // `batch` reaches the end of the order
   std::uint64_t stamp = 0;      // the table's changes when `batch` was fetched
   std::uint64_t mark = 0;       // the session's commit mark taken before that fetch
   std::uint32_t window = kFirstWindow;

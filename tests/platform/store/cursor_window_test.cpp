@@ -253,4 +253,72 @@ TEST_F(CursorWindowTest, UpdatesReadBackFreshAndMoveTheCursorToTheNewKey) {
   EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), QDB_E_NOTFOUND);
 }
 
+TEST_F(CursorWindowTest, AWalkAtItsEndSeesRecordsAddedAfterItFromAnywhere) {
+  // Unique and non-unique orders; the walk first ended by find-first alone,
+  // then by a later window.
+  for (std::uint32_t count : {5u, 300u}) {
+    for (std::uint32_t key : {kNumberKey, kSmallKey}) {
+      SCOPED_TRACE(testing::Message() << "key " << key << ", " << count << " records");
+      SampleTable t, other;
+      std::string name = "End" + std::to_string(key) + "-" + std::to_string(count) + ".dat";
+      KEPDB *h = filled(t, count, 1, name);
+      KEPDB *h2 = open(name, kOpenExisting);
+      ASSERT_EQ(other.select(h2), 0u);
+      std::uint32_t steps = 0;
+      for (std::uint32_t r = QDBRecordSkipAndRead(h, key, kSkipFirst); r == 0;
+           r = QDBRecordSkipAndRead(h, key, kSkipNext)) {
+        ++steps;
+      }
+      ASSERT_EQ(steps, count);
+      EXPECT_EQ(QDBRecordSkipAndRead(h, key, kSkipNext), QDB_E_NOTFOUND);
+
+      // Through the same handle, another handle of the thread, another process.
+      // Each sorts last in either order (the small key is the number's low half).
+      t.fill(0xE1, "own", 2000);
+      ASSERT_EQ(QDBRecordAdd(h), 0u);
+      ASSERT_EQ(QDBRecordSkipAndRead(h, key, kSkipNext), 0u);
+      EXPECT_STREQ(t.record.name, "own");
+      EXPECT_EQ(QDBRecordSkipAndRead(h, key, kSkipNext), QDB_E_NOTFOUND);
+      other.fill(0xE2, "other", 3000);
+      ASSERT_EQ(QDBRecordAdd(h2), 0u);
+      ASSERT_EQ(QDBRecordSkipAndRead(h, key, kSkipNext), 0u);
+      EXPECT_STREQ(t.record.name, "other");
+      EXPECT_EQ(QDBRecordSkipAndRead(h, key, kSkipNext), QDB_E_NOTFOUND);
+      ChildProcess child("store_child", {"add", dataPath(name), "4000", "2"});
+      for (int i = 0; i < 2; ++i) ASSERT_EQ(child.readLine().rfind("added", 0), 0u);
+      ASSERT_EQ(child.wait(), 0);
+      ASSERT_EQ(QDBRecordSkipAndRead(h, key, kSkipNext), 0u);
+      EXPECT_EQ(std::uint32_t{t.record.number}, 4000u);
+      ASSERT_EQ(QDBRecordSkipAndRead(h, key, kSkipNext), 0u);
+      EXPECT_EQ(std::uint32_t{t.record.number}, 4001u);
+      EXPECT_EQ(QDBRecordSkipAndRead(h, key, kSkipNext), QDB_E_NOTFOUND);
+    }
+  }
+}
+
+TEST_F(CursorWindowTest, TheEndOfOneOrderIsNotTheEndOfAnother) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  // The small key runs against the number: the last record in one order is
+  // the first in the other.
+  for (std::uint32_t n = 0; n < 6; ++n) {
+    t.fill(0, ("r" + std::to_string(n)).c_str(), n);
+    t.record.id.Data1 = n + 1;
+    t.record.small = static_cast<std::uint16_t>(100 - n);
+    ASSERT_EQ(QDBRecordAdd(h), 0u);
+  }
+  std::uint32_t steps = 0;
+  for (std::uint32_t r = QDBRecordSkipAndRead(h, kSmallKey, kSkipFirst); r == 0;
+       r = QDBRecordSkipAndRead(h, kSmallKey, kSkipNext)) {
+    ++steps;
+  }
+  ASSERT_EQ(steps, 6u);
+  ASSERT_EQ(std::uint32_t{t.record.number}, 0u);
+  for (std::uint32_t n = 1; n < 6; ++n) {
+    ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u) << n;
+    EXPECT_EQ(std::uint32_t{t.record.number}, n);
+  }
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), QDB_E_NOTFOUND);
+}
+
 }  // namespace
