@@ -348,7 +348,12 @@ class CrashRoundsTest : public IsolatedTest {
     setenv("ALERTDB_DATA_DIR", directory_.c_str(), 1);
     setenv("ALERTDB_CONSOLE_DIR", directory_.c_str(), 1);
     writeFile(directory_ + "/QADMIN.DAT", "[Directories]\nDataDir=" + directory_ + "\n");
-    writeFile(directory_ + "/QADMIN.INI", "[Alert Log Purge Settings]\nAutoPurgeAckEvents=1\n");
+    // This process reads the password setting once, perhaps in an earlier
+    // test; the writers must protect passwords as its reads expect.
+    writeFile(directory_ + "/QADMIN.INI",
+              "[Alert Log Purge Settings]\nAutoPurgeAckEvents=1\n[Alert Service]\n"
+              "Encrypt Passwords=" +
+                  std::to_string(GetEncryptionStatus()) + "\n");
     ToolResult init = runTool({"init"});
     ASSERT_EQ(init.exitCode, 0) << init.err;
     _GUID domain;
