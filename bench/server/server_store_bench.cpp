@@ -1,13 +1,15 @@
 // The record store on a PostgreSQL server beside plain libpq doing the same
-// work with prepared statements on the same schema and the same stored bytes:
-// batched and single adds, finds by the unique key, a walk in the order of a
-// number key, updates. Each figure is the median time per record of several
-// runs of each side, and the engine's median over libpq's.
+// work with prepared statements on the same schema and the same stored bytes,
+// then the same on SQLite beside plain SQLite: batched and single adds, finds
+// by the unique key, a walk in the order of a number key, updates. Each
+// figure is the median time per record of several runs of each side, and the
+// engine's median over the plain side's.
 //
 // ALERTDB_BENCH_POSTGRES names the server (a connection URI of an empty
 // database); without it a throw-away server is started with the test
 // script, which turns its durability off (the same for both sides).
 #include <libpq-fe.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -94,25 +97,96 @@ std::uint32_t createTable(KEPDB *h, Table &t) {
   return r == 0 ? SchmSetCurrentTbl(h, "Bench_Table", t.templates.data()) : r;
 }
 
-// Plain libpq on the engine's schema: the same rows, keys and stored bytes.
-class Plain {
+// The stored form of a record and its key values, as the engine makes them.
+struct Row {
+  std::string stored, id, name;
+  std::int64_t number;
+};
+
+Row rowOf(const Rec &r) {
+  std::vector<unsigned char> stored(store::storedSizeBound(sizeof r));
+  std::size_t n =
+      store::encodeRecord(reinterpret_cast<const unsigned char *>(&r), sizeof r, stored.data());
+  return {std::string(reinterpret_cast<char *>(stored.data()), n),
+          std::string(reinterpret_cast<const char *>(&r.id), 16),
+          std::string(r.name, std::strlen(r.name)), r.number};
+}
+
+bool decode(const void *stored, std::size_t size, Rec *out) {
+  return store::decodeRecord(stored, size, sizeof *out, reinterpret_cast<unsigned char *>(out),
+                             false);
+}
+
+// A program that keeps the same rows without the library.
+class PlainSide {
  public:
-  explicit Plain(const std::string &uri) : conn_(PQconnectdb(uri.c_str())) {
+  virtual ~PlainSide() = default;
+  virtual void begin() = 0;
+  virtual void commit() = 0;
+  virtual void add(const Row &row) = 0;
+  virtual bool find(const std::string &id, Rec *out) = 0;
+  // Reads up to `most` records in number order, 64 a statement.
+  virtual std::uint32_t walk(std::uint32_t most) = 0;
+  virtual void update(const Row &row) = 0;
+};
+
+// Plain libpq on the engine's schema, with prepared statements.
+class PlainLibpq final : public PlainSide {
+ public:
+  explicit PlainLibpq(const std::string &uri) : conn_(PQconnectdb(uri.c_str())) {
     exec("SET search_path TO \"Bench.dat\"");
     prepare("add",
             "INSERT INTO \"Bench_Table\"(record, k1, k2, k3) VALUES($1::bytea, $2::bytea,"
             " $3::bytea, $4::int8)");
     prepare("find", "SELECT seq, record FROM \"Bench_Table\" WHERE k1=$1::bytea");
-    prepare("first", "SELECT seq, record, k3 FROM \"Bench_Table\" ORDER BY k3, seq LIMIT $1::int8");
+    prepare("first", "SELECT seq, record, k3 FROM \"Bench_Table\" ORDER BY k3, seq LIMIT 64");
     prepare("after",
             "SELECT seq, record, k3 FROM \"Bench_Table\" WHERE (k3, seq)>($1::int8, $2::int8)"
-            " ORDER BY k3, seq LIMIT $3::int8");
+            " ORDER BY k3, seq LIMIT 64");
     prepare("update",
             "UPDATE \"Bench_Table\" SET record=$2::bytea, k2=$3::bytea, k3=$4::int8"
             " WHERE k1=$1::bytea");
   }
-  ~Plain() { PQfinish(conn_); }
-  bool ok() const { return PQstatus(conn_) == CONNECTION_OK; }
+  ~PlainLibpq() override { PQfinish(conn_); }
+
+  void begin() override { exec("BEGIN"); }
+  void commit() override { exec("COMMIT"); }
+  void add(const Row &row) override {
+    PQclear(run("add", {row.stored, row.id, row.name, int8(row.number)}));
+  }
+  bool find(const std::string &id, Rec *out) override {
+    PGresult *r = run("find", {id});
+    bool ok = PQntuples(r) == 1 &&
+              decode(PQgetvalue(r, 0, 1), static_cast<std::size_t>(PQgetlength(r, 0, 1)), out);
+    PQclear(r);
+    return ok;
+  }
+  std::uint32_t walk(std::uint32_t most) override {
+    Rec out;
+    std::uint32_t n = 0;
+    PGresult *r = run("first", {});
+    while (n < most && PQntuples(r) > 0) {
+      int rows = PQntuples(r);
+      for (int i = 0; i < rows && n < most; ++i, ++n) {
+        decode(PQgetvalue(r, i, 1), static_cast<std::size_t>(PQgetlength(r, i, 1)), &out);
+      }
+      std::string seq(PQgetvalue(r, rows - 1, 0), 8), key(PQgetvalue(r, rows - 1, 2), 8);
+      PQclear(r);
+      r = run("after", {key, seq});
+    }
+    PQclear(r);
+    return n;
+  }
+  void update(const Row &row) override {
+    PQclear(run("update", {row.id, row.stored, row.name, int8(row.number)}));
+  }
+
+ private:
+  static std::string int8(std::int64_t v) {
+    std::string out(8, '\0');
+    for (int i = 7; i >= 0; --i, v >>= 8) out[i] = static_cast<char>(v & 0xFF);
+    return out;
+  }
   void exec(const char *sql) { PQclear(PQexec(conn_, sql)); }
   void prepare(const char *name, const char *sql) {
     PQclear(PQprepare(conn_, name, sql, 0, nullptr));
@@ -128,33 +202,92 @@ class Plain {
                           lengths.data(), formats.data(), 1);
   }
 
-  static std::string int8(std::int64_t v) {
-    std::string out(8, '\0');
-    for (int i = 7; i >= 0; --i, v >>= 8) out[i] = static_cast<char>(v & 0xFF);
-    return out;
+  PGconn *conn_;
+};
+
+// Plain SQLite on the engine's file, with the engine's pragmas.
+class PlainSqlite final : public PlainSide {
+ public:
+  explicit PlainSqlite(const std::string &path) {
+    sqlite3_open(path.c_str(), &db_);
+    sqlite3_busy_timeout(db_, 60000);
+    sqlite3_exec(db_, "PRAGMA synchronous=FULL; PRAGMA cache_size=-32768", nullptr, nullptr,
+                 nullptr);
+    add_ = prepare("INSERT INTO \"Bench_Table\"(record, k1, k2, k3) VALUES(?, ?, ?, ?)");
+    find_ = prepare("SELECT seq, record FROM \"Bench_Table\" WHERE k1=?");
+    first_ = prepare("SELECT seq, record, k3 FROM \"Bench_Table\" ORDER BY k3, seq LIMIT 64");
+    after_ = prepare(
+        "SELECT seq, record, k3 FROM \"Bench_Table\" WHERE (k3, seq)>(?1, ?2)"
+        " ORDER BY k3, seq LIMIT 64");
+    update_ = prepare("UPDATE \"Bench_Table\" SET record=?2, k2=?3, k3=?4 WHERE k1=?1");
   }
-  static std::int64_t int8(const char *b) {
-    std::uint64_t v = 0;
-    for (int i = 0; i < 8; ++i) v = (v << 8) | static_cast<unsigned char>(b[i]);
-    return static_cast<std::int64_t>(v);
+  ~PlainSqlite() override {
+    for (sqlite3_stmt *s : {add_, find_, first_, after_, update_}) sqlite3_finalize(s);
+    sqlite3_close(db_);
   }
-  // The stored form and key values of a record, as the engine makes them.
-  std::vector<std::string> rowOf(const Rec &r) {
-    std::vector<unsigned char> stored(store::storedSizeBound(sizeof r));
-    std::size_t n =
-        store::encodeRecord(reinterpret_cast<const unsigned char *>(&r), sizeof r, stored.data());
-    return {std::string(reinterpret_cast<char *>(stored.data()), n),
-            std::string(reinterpret_cast<const char *>(&r.id), 16),
-            std::string(r.name, std::strlen(r.name)), int8(r.number)};
+
+  void begin() override { sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr); }
+  void commit() override { sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr); }
+  void add(const Row &row) override {
+    bindRow(add_, row);
+    sqlite3_step(add_);
+    sqlite3_reset(add_);
   }
-  bool decode(PGresult *res, int row, Rec *out) {
-    return store::decodeRecord(PQgetvalue(res, row, 1),
-                               static_cast<std::size_t>(PQgetlength(res, row, 1)), sizeof *out,
-                               reinterpret_cast<unsigned char *>(out), false);
+  bool find(const std::string &id, Rec *out) override {
+    sqlite3_bind_blob(find_, 1, id.data(), static_cast<int>(id.size()), SQLITE_STATIC);
+    bool ok = sqlite3_step(find_) == SQLITE_ROW &&
+              decode(sqlite3_column_blob(find_, 1),
+                     static_cast<std::size_t>(sqlite3_column_bytes(find_, 1)), out);
+    sqlite3_reset(find_);
+    return ok;
+  }
+  std::uint32_t walk(std::uint32_t most) override {
+    Rec out;
+    std::uint32_t n = 0;
+    sqlite3_stmt *s = first_;
+    for (;;) {
+      std::int64_t seq = 0, key = 0;
+      int rows = 0;
+      while (n < most && sqlite3_step(s) == SQLITE_ROW) {
+        decode(sqlite3_column_blob(s, 1), static_cast<std::size_t>(sqlite3_column_bytes(s, 1)),
+               &out);
+        seq = sqlite3_column_int64(s, 0);
+        key = sqlite3_column_int64(s, 2);
+        ++rows;
+        ++n;
+      }
+      sqlite3_reset(s);
+      if (rows == 0 || n >= most) return n;
+      s = after_;
+      sqlite3_bind_int64(s, 1, key);
+      sqlite3_bind_int64(s, 2, seq);
+    }
+  }
+  void update(const Row &row) override {
+    bindRow(update_, row);
+    sqlite3_step(update_);
+    sqlite3_reset(update_);
   }
 
  private:
-  PGconn *conn_;
+  sqlite3_stmt *prepare(const char *sql) {
+    sqlite3_stmt *s = nullptr;
+    sqlite3_prepare_v3(db_, sql, -1, SQLITE_PREPARE_PERSISTENT, &s, nullptr);
+    return s;
+  }
+  // ?1 the ID for an update, the record for an add: both take the same four.
+  void bindRow(sqlite3_stmt *s, const Row &row) {
+    bool update = s == update_;
+    sqlite3_bind_blob(s, update ? 2 : 1, row.stored.data(), static_cast<int>(row.stored.size()),
+                      SQLITE_STATIC);
+    sqlite3_bind_blob(s, update ? 1 : 2, row.id.data(), 16, SQLITE_STATIC);
+    sqlite3_bind_blob(s, 3, row.name.data(), static_cast<int>(row.name.size()), SQLITE_STATIC);
+    sqlite3_bind_int64(s, 4, row.number);
+  }
+
+  sqlite3 *db_ = nullptr;
+  sqlite3_stmt *add_ = nullptr, *find_ = nullptr, *first_ = nullptr, *after_ = nullptr,
+               *update_ = nullptr;
 };
 
 using Clock = std::chrono::steady_clock;
@@ -185,6 +318,122 @@ void measure(std::vector<Figure> &figures, const std::string &name,
   figures.push_back(std::move(f));
 }
 
+// Every figure on the store at `path` (made here) beside `makePlain`'s side.
+bool runFigures(const char *title, const std::string &path,
+                const std::function<std::unique_ptr<PlainSide>()> &makePlain) {
+  Table t;
+  KEPDB *h = QDBInit(0, path.c_str(), kOpenCreate, 1);
+  if (!h || createTable(h, t) != 0) {
+    std::fprintf(stderr, "cannot make the bench table (%s)\n", title);
+    if (h) QDBDone(h);
+    return false;
+  }
+  std::uint32_t next = 0;
+  QDBFileLock(h);
+  for (; next < kRecords; ++next) {
+    t.fill(next);
+    QDBRecordAdd(h);
+  }
+  QDBFileUnlock(h);
+  std::unique_ptr<PlainSide> plain = makePlain();
+  std::vector<Figure> figures;
+  measure(
+      figures, "add, 100 under one lock",
+      [&] {
+        QDBFileLock(h);
+        for (int i = 0; i < 100; ++i) {
+          t.fill(next++);
+          QDBRecordAdd(h);
+        }
+        QDBFileUnlock(h);
+        return 100u;
+      },
+      [&] {
+        plain->begin();
+        for (int i = 0; i < 100; ++i) {
+          t.fill(next++);
+          plain->add(rowOf(t.rec));
+        }
+        plain->commit();
+        return 100u;
+      });
+  measure(
+      figures, "add, each its own commit",
+      [&] {
+        for (int i = 0; i < 50; ++i) {
+          t.fill(next++);
+          QDBRecordAdd(h);
+        }
+        return 50u;
+      },
+      [&] {
+        for (int i = 0; i < 50; ++i) {
+          t.fill(next++);
+          plain->add(rowOf(t.rec));
+        }
+        return 50u;
+      });
+  measure(
+      figures, "find and read by object ID",
+      [&] {
+        Table probe;
+        for (std::uint32_t i = 0; i < 500; ++i) {
+          probe.fill((i * 7919) % kRecords);
+          QDBRecordFindAndRead(h, 1, &probe.rec.id, 1, 16);
+        }
+        return 500u;
+      },
+      [&] {
+        Table probe;
+        Rec out;
+        for (std::uint32_t i = 0; i < 500; ++i) {
+          probe.fill((i * 7919) % kRecords);
+          plain->find(std::string(reinterpret_cast<char *>(&probe.rec.id), 16), &out);
+        }
+        return 500u;
+      });
+  measure(
+      figures, "walk in number order, 64 a read",
+      [&] {
+        std::uint32_t n = 0;
+        for (std::uint32_t r = QDBRecordSkipAndRead(h, 3, kSkipFirst); r == 0 && n < 1000;
+             r = QDBRecordSkipAndRead(h, 3, kSkipNext)) {
+          ++n;
+        }
+        return n;
+      },
+      [&] { return plain->walk(1000); });
+  measure(
+      figures, "find by object ID and update",
+      [&] {
+        for (std::uint32_t i = 0; i < 200; ++i) {
+          t.fill((i * 7919) % kRecords);
+          QDBRecordFind(h, 1, &t.rec.id, 1, 16);
+          t.rec.payload[100] = static_cast<unsigned char>(i);
+          QDBRecordUpdate(h);
+        }
+        return 200u;
+      },
+      [&] {
+        for (std::uint32_t i = 0; i < 200; ++i) {
+          t.fill((i * 7919) % kRecords);
+          t.rec.payload[100] = static_cast<unsigned char>(i);
+          plain->update(rowOf(t.rec));
+        }
+        return 200u;
+      });
+  plain.reset();
+  QDBDone(h);
+  std::printf("%s\n%-36s %12s %12s %8s\n", title, "work (per record)", "engine us", "plain us",
+              "ratio");
+  for (const Figure &f : figures) {
+    double e = median(f.engine), p = median(f.plain);
+    std::printf("%-36s %12.2f %12.2f %8.2f\n", f.name.c_str(), e * 1e6, p * 1e6, e / p);
+  }
+  std::printf("\n");
+  return true;
+}
+
 }  // namespace
 
 int main() {
@@ -202,138 +451,21 @@ int main() {
     uri = "postgresql:///postgres?host=" + serverDir + "&user=alertdb";
   }
   setenv("ALERTDB_STORE", uri.c_str(), 1);
-  int status = 0;
-  {
-    Table t;
-    KEPDB *h = QDBInit(0, "/nowhere/Bench.dat", kOpenCreate, 1);
-    if (!h || createTable(h, t) != 0) {
-      std::fprintf(stderr, "cannot make the bench table on the server\n");
-      status = 1;
-    } else {
-      Plain plain(uri);
-      std::uint32_t next = 0;
-      std::vector<Figure> figures;
-      // The table starts with kRecords; each add run adds 200 more.
-      QDBFileLock(h);
-      for (; next < kRecords; ++next) {
-        t.fill(next);
-        QDBRecordAdd(h);
-      }
-      QDBFileUnlock(h);
-      measure(
-          figures, "add, 100 under one lock",
-          [&] {
-            QDBFileLock(h);
-            for (int i = 0; i < 100; ++i) {
-              t.fill(next++);
-              QDBRecordAdd(h);
-            }
-            QDBFileUnlock(h);
-            return 100u;
-          },
-          [&] {
-            plain.exec("BEGIN");
-            for (int i = 0; i < 100; ++i) {
-              t.fill(next++);
-              PQclear(plain.run("add", plain.rowOf(t.rec)));
-            }
-            plain.exec("COMMIT");
-            return 100u;
-          });
-      measure(
-          figures, "add, each its own commit",
-          [&] {
-            for (int i = 0; i < 50; ++i) {
-              t.fill(next++);
-              QDBRecordAdd(h);
-            }
-            return 50u;
-          },
-          [&] {
-            for (int i = 0; i < 50; ++i) {
-              t.fill(next++);
-              PQclear(plain.run("add", plain.rowOf(t.rec)));
-            }
-            return 50u;
-          });
-      measure(
-          figures, "find and read by object ID",
-          [&] {
-            for (std::uint32_t i = 0; i < 500; ++i) {
-              Table probe;
-              probe.fill((i * 7919) % kRecords);
-              QDBRecordFindAndRead(h, 1, &probe.rec.id, 1, 16);
-            }
-            return 500u;
-          },
-          [&] {
-            Rec out;
-            for (std::uint32_t i = 0; i < 500; ++i) {
-              Table probe;
-              probe.fill((i * 7919) % kRecords);
-              PGresult *r =
-                  plain.run("find", {std::string(reinterpret_cast<char *>(&probe.rec.id), 16)});
-              if (PQntuples(r) == 1) plain.decode(r, 0, &out);
-              PQclear(r);
-            }
-            return 500u;
-          });
-      measure(
-          figures, "walk in number order, 64 a read",
-          [&] {
-            std::uint32_t n = 0;
-            for (std::uint32_t r = QDBRecordSkipAndRead(h, 3, kSkipFirst); r == 0 && n < 1000;
-                 r = QDBRecordSkipAndRead(h, 3, kSkipNext)) {
-              ++n;
-            }
-            return n;
-          },
-          [&] {
-            Rec out;
-            std::uint32_t n = 0;
-            PGresult *r = plain.run("first", {Plain::int8(64)});
-            while (n < 1000 && PQntuples(r) > 0) {
-              int rows = PQntuples(r);
-              for (int i = 0; i < rows && n < 1000; ++i, ++n) plain.decode(r, i, &out);
-              std::string seq(PQgetvalue(r, rows - 1, 0), 8), key(PQgetvalue(r, rows - 1, 2), 8);
-              PQclear(r);
-              r = plain.run("after", {key, seq, Plain::int8(64)});
-            }
-            PQclear(r);
-            return n;
-          });
-      measure(
-          figures, "find by object ID and update",
-          [&] {
-            for (std::uint32_t i = 0; i < 200; ++i) {
-              t.fill((i * 7919) % kRecords);
-              QDBRecordFind(h, 1, &t.rec.id, 1, 16);
-              t.rec.payload[100] = static_cast<unsigned char>(i);
-              QDBRecordUpdate(h);
-            }
-            return 200u;
-          },
-          [&] {
-            for (std::uint32_t i = 0; i < 200; ++i) {
-              t.fill((i * 7919) % kRecords);
-              t.rec.payload[100] = static_cast<unsigned char>(i);
-              std::vector<std::string> row = plain.rowOf(t.rec);
-              PQclear(plain.run("update", {row[1], row[0], row[2], row[3]}));
-            }
-            return 200u;
-          });
-      std::printf("%-36s %12s %12s %8s\n", "work (per record)", "engine us", "libpq us", "ratio");
-      for (const Figure &f : figures) {
-        double e = median(f.engine), p = median(f.plain);
-        std::printf("%-36s %12.2f %12.2f %8.2f\n", f.name.c_str(), e * 1e6, p * 1e6, e / p);
-      }
-    }
-    if (h) QDBDone(h);
-  }
+  bool ok = runFigures("PostgreSQL: the engine beside plain libpq", "/nowhere/Bench.dat",
+                       [&] { return std::make_unique<PlainLibpq>(uri); });
   if (!serverDir.empty()) {
     std::string stop =
         "sh " ALERTDB_SOURCE_DIR "/tests/support/postgres_server.sh stop " + serverDir;
     std::system(stop.c_str());
   }
-  return status;
+  unsetenv("ALERTDB_STORE");
+  char dir[] = "/tmp/alertdb-bench-sqlite-XXXXXX";
+  if (!::mkdtemp(dir)) return 1;
+  std::string path = std::string(dir) + "/Bench.dat";
+  ok = runFigures("SQLite: the engine beside plain SQLite", path,
+                  [&] { return std::make_unique<PlainSqlite>(path); }) &&
+       ok;
+  for (const char *suffix : {"", "-wal", "-shm"}) ::unlink((path + suffix).c_str());
+  ::rmdir(dir);
+  return ok ? 0 : 1;
 }
