@@ -76,6 +76,52 @@ TEST_F(RelayCommandTest, AChangeMadeElsewhereSetsTheRelaysEvent) {
   platform::CloseHandle(event);
 }
 
+// A relay whose connection the server ends makes it again and goes on.
+TEST_F(RelayCommandTest, ALostConnectionIsMadeAgain) {
+  if (!onServerStore()) GTEST_SKIP() << "needs the data files on a server";
+  alertdb_test::ProbedLinkTable table;
+  ASSERT_EQ(table.DBCreate(), 0u);
+  std::string ns = std::string(std::getenv("ALERTDB_EVENT_NAMESPACE")) + "relay_";
+  ToolResult result;
+  std::thread relay([&] {
+    result =
+        runTool({"relay", "--count", "1", "--timeout", "30"}, {{"ALERTDB_EVENT_NAMESPACE", ns}});
+  });
+  std::string own = std::getenv("ALERTDB_EVENT_NAMESPACE");
+  setenv("ALERTDB_EVENT_NAMESPACE", ns.c_str(), 1);
+  HANDLE event = platform::CreateEventA(nullptr, 1, 0, "AlertDBModifyEvent");
+  setenv("ALERTDB_EVENT_NAMESPACE", own.c_str(), 1);
+  ASSERT_NE(event, nullptr);
+  auto listener = [] {
+    std::vector<std::string> pid = alertdb_test::queryServer(
+        "SELECT pid FROM pg_stat_activity WHERE datname = current_database()"
+        " AND query LIKE 'LISTEN %'");
+    return pid.size() == 1 ? pid[0] : std::string();
+  };
+  std::string first;
+  for (int i = 0; i < 300 && first.empty(); ++i) {
+    first = listener();
+    if (first.empty()) std::this_thread::sleep_for(20ms);
+  }
+  ASSERT_FALSE(first.empty());
+  alertdb_test::queryServer("SELECT pg_terminate_backend(" + first + ")");
+  std::string second;
+  for (int i = 0; i < 500 && (second.empty() || second == first); ++i) {
+    second = listener();
+    if (second.empty() || second == first) std::this_thread::sleep_for(20ms);
+  }
+  ASSERT_FALSE(second.empty());
+  ASSERT_NE(second, first);
+  ALRTEVENT_RESPREC link = alertdb_test::makeLink(1, 2);
+  _GUID id{};
+  ASSERT_EQ(table.DBAlertRecAdd(&link, &id), 0u);
+  EXPECT_EQ(platform::WaitForSingleObject(event, 20000), platform::kWaitObject0);
+  relay.join();
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_NE(result.err.find("lost the connection"), std::string::npos) << result.err;
+  platform::CloseHandle(event);
+}
+
 // What has no meaning on a server says so, and names the server without its
 // password.
 TEST_F(RelayCommandTest, BackupAndRecoverPointToTheServersOwnTools) {
@@ -86,8 +132,7 @@ TEST_F(RelayCommandTest, BackupAndRecoverPointToTheServersOwnTools) {
   EXPECT_NE(backup.err.find("pg_dump"), std::string::npos) << backup.err;
   ToolResult recover = runTool({"recover", "AlCfgdb.dat"}, env);
   EXPECT_EQ(recover.exitCode, 1);
-  EXPECT_NE(recover.err.find("PostgreSQL server postgresql://alertdb@/alerting"),
-            std::string::npos)
+  EXPECT_NE(recover.err.find("PostgreSQL server postgresql://alertdb@/alerting"), std::string::npos)
       << recover.err;
   for (const ToolResult *r : {&backup, &recover}) {
     EXPECT_EQ(r->err.find("s3cret"), std::string::npos) << r->err;
