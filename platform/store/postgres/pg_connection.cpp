@@ -99,6 +99,17 @@ const int *Params::formats() {
 bool Connection::open(const std::string &uri) {
   PQfinish(conn_);
   conn_ = PQconnectdb(uri.c_str());
+  return configure();
+}
+
+bool Connection::reconnect() {
+  if (!conn_) return false;
+  // The connection stays, broken, for the next try when the server is away.
+  PQreset(conn_);
+  return PQstatus(conn_) == CONNECTION_OK && configure();
+}
+
+bool Connection::configure() {
   if (PQstatus(conn_) != CONNECTION_OK) {
     PQfinish(conn_);
     conn_ = nullptr;
@@ -108,9 +119,7 @@ bool Connection::open(const std::string &uri) {
   // they must, except a writer stuck behind a lock for a minute.
   PQsetNoticeProcessor(
       conn_, [](void *, const char *) {}, nullptr);
-  Result r(PQexec(conn_,
-                  "SET lock_timeout = '60s'; SET client_min_messages = warning;"
-                  " SET bytea_output = 'hex'"));
+  Result r(PQexec(conn_, "SET lock_timeout = '60s'; SET client_min_messages = warning"));
   return r.ok();
 }
 

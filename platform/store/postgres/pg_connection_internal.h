@@ -99,6 +99,8 @@ class Connection {
 
   // Connects to `uri`; false when the server cannot be reached.
   bool open(const std::string &uri);
+  // Connects again to the same server, with the same settings.
+  bool reconnect();
   PGconn *get() const { return conn_; }
   bool alive() const { return conn_ && PQstatus(conn_) == CONNECTION_OK; }
 
@@ -115,6 +117,8 @@ class Connection {
   bool inTransaction() const { return conn_ && PQtransactionStatus(conn_) != PQTRANS_IDLE; }
 
  private:
+  bool configure();
+
   PGconn *conn_ = nullptr;
   unsigned prepared_ = 0;
 };

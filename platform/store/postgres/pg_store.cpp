@@ -70,6 +70,15 @@ class PgTable final : public TableHandle {
         keys(this->def().keys.size()),
         prefixEnd(this->def().maxKeySize) {}
 
+  // A new connection has none of the old one's prepared statements.
+  void forgetStatements() {
+    for (std::string *name : {&insert[0], &insert[1], &update[0], &update[1], &remove[0],
+                              &remove[1], &bySeq, &exists}) {
+      name->clear();
+    }
+    for (KeyStatements &k : keys) k = KeyStatements{};
+  }
+
   KeyStatements &statements(const KeyDef &key) {
     return keys[static_cast<std::size_t>(&key - def().keys.data())];
   }
@@ -124,6 +133,10 @@ class PgSession final : public StoreSession {
 
  private:
   std::uint32_t checkStore();
+  // Connects again after the server ended the connection (a restart, a
+  // failover), when no transaction was lost with it; the call that met the
+  // loss has failed already, later ones go on.
+  bool usable();
   std::uint32_t prepare(std::string &slot, const std::string &sql) {
     return conn_.prepare(slot, sql) ? QDB_OK : QDB_E_IO;
   }
@@ -167,6 +180,14 @@ std::uint32_t PgSession::configure(std::uint32_t) {
   return checkStore();
 }
 
+bool PgSession::usable() {
+  if (conn_.alive()) return true;
+  if (writeDepth_ > 0 || readDepth_ > 0) return false;
+  if (!conn_.reconnect()) return false;
+  for (auto &entry : tables_) entry.second->forgetStatements();
+  return conn_.execute("SET search_path TO " + quoted(schema_) + ", pg_catalog").ok();
+}
+
 // A schema is a store when it carries the store's mark and its catalog and
 // its SQL tables agree: every listed table is there, none unlisted.
 std::uint32_t PgSession::checkStore() {
@@ -205,6 +226,7 @@ std::uint32_t PgSession::collect(const Result &r, RowBatch *out) {
 }
 
 std::uint32_t PgSession::table(const std::string &name, std::shared_ptr<TableHandle> *out) {
+  if (!usable()) return QDB_E_IO;
   auto it = tables_.find(name);
   if (it != tables_.end()) {
     *out = it->second;
@@ -247,6 +269,7 @@ bool PgSession::commit() {
 }
 
 std::uint32_t PgSession::createTable(const TableDef &def, std::shared_ptr<TableHandle> *out) {
+  if (!usable()) return QDB_E_IO;
   if (def.name.size() > kMaxIdentifier) return QDB_E_BADARG;
   bool own = false;
   std::uint32_t r = beginSchemaChange(&own);
@@ -294,6 +317,7 @@ std::uint32_t PgSession::createTable(const TableDef &def, std::shared_ptr<TableH
 }
 
 std::uint32_t PgSession::addQueryType(const QueryTypeDef &type) {
+  if (!usable()) return QDB_E_IO;
   bool own = false;
   std::uint32_t r = beginSchemaChange(&own);
   if (r != QDB_OK) return r;
@@ -309,6 +333,7 @@ std::uint32_t PgSession::addQueryType(const QueryTypeDef &type) {
 }
 
 std::uint32_t PgSession::tableNames(std::vector<std::string> *names) {
+  if (!usable()) return QDB_E_IO;
   // Byte order, as a data file lists them.
   Result r = conn_.execute("SELECT name FROM alertdb_tables ORDER BY name COLLATE \"C\"");
   if (!r.ok()) return resultOf(r);
@@ -317,6 +342,7 @@ std::uint32_t PgSession::tableNames(std::vector<std::string> *names) {
 }
 
 std::uint32_t PgSession::count(TableHandle &handle, std::uint32_t *records) {
+  if (!usable()) return QDB_E_IO;
   Params p;
   Result r = conn_.execute("SELECT count(*) FROM " + quoted(handle.def().name), p);
   if (!r.ok()) return resultOf(r);
@@ -326,6 +352,7 @@ std::uint32_t PgSession::count(TableHandle &handle, std::uint32_t *records) {
 
 std::uint32_t PgSession::insert(TableHandle &handle, const unsigned char *stored, std::size_t size,
                                 const KeyValue *keys, std::int64_t *seq) {
+  if (!usable()) return QDB_E_IO;
   auto &t = static_cast<PgTable &>(handle);
   const TableDef &def = t.def();
   const int held = writeDepth_ > 0;
@@ -359,6 +386,7 @@ std::uint32_t PgSession::insert(TableHandle &handle, const unsigned char *stored
 
 std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const unsigned char *stored,
                                 std::size_t size, const KeyValue *keys) {
+  if (!usable()) return QDB_E_IO;
   auto &t = static_cast<PgTable &>(handle);
   const TableDef &def = t.def();
   std::string table = quoted(def.name);
@@ -407,6 +435,7 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
 }
 
 std::uint32_t PgSession::remove(TableHandle &handle, std::int64_t seq) {
+  if (!usable()) return QDB_E_IO;
   auto &t = static_cast<PgTable &>(handle);
   const int held = writeDepth_ > 0;
   if (t.remove[held].empty()) {
@@ -426,6 +455,7 @@ std::uint32_t PgSession::remove(TableHandle &handle, std::int64_t seq) {
 }
 
 std::uint32_t PgSession::fetchRow(TableHandle &handle, std::int64_t seq, RowBatch *out) {
+  if (!usable()) return QDB_E_IO;
   auto &t = static_cast<PgTable &>(handle);
   if (t.bySeq.empty()) {
     std::uint32_t r =
@@ -442,6 +472,7 @@ std::uint32_t PgSession::fetchRow(TableHandle &handle, std::int64_t seq, RowBatc
 std::uint32_t PgSession::fetch(TableHandle &handle, const KeyDef &key, FetchFrom from,
                                const KeyValue &value, std::int64_t seq, std::uint32_t limit,
                                RowBatch *out) {
+  if (!usable()) return QDB_E_IO;
   auto &t = static_cast<PgTable &>(handle);
   auto &k = t.statements(key);
   out->clear();
@@ -514,6 +545,7 @@ std::uint32_t PgSession::beginRead() {
 }
 
 std::uint32_t PgSession::lockWrite() {
+  if (!usable()) return QDB_E_IO;
   if (readDepth_ > 0 && writeDepth_ == 0) return QDB_E_LOCKSTATE;
   if (writeDepth_ == 0) {
     Result r = conn_.execute("BEGIN; SELECT pg_advisory_xact_lock(" + lockParam() + ")");
@@ -547,6 +579,7 @@ std::uint32_t PgSession::unlockWrite() {
 }
 
 std::uint32_t PgSession::lockRead() {
+  if (!usable()) return QDB_E_IO;
   if (readDepth_ == 0 && writeDepth_ == 0) {
     std::uint32_t r = beginRead();
     if (r != QDB_OK) return r;

@@ -111,6 +111,33 @@ TEST_F(ServerStoreTest, AnotherProcessCommitIsSeenWithinTheWindowBound) {
   EXPECT_EQ(rest, 300u - 21u + 3u);
 }
 
+// A server that ends the sessions' connections (a restart, a failover) fails
+// the call that meets it; the next calls connect again and lose nothing.
+TEST_F(ServerStoreTest, ASessionWhoseConnectionTheServerEndedConnectsAgain) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 1, "one", 1), 0u);
+  auto endConnections = [] {
+    queryServer(
+        "SELECT pg_terminate_backend(pid, 5000) FROM pg_stat_activity"
+        " WHERE datname = current_database() AND pid <> pg_backend_pid()");
+  };
+  endConnections();
+  EXPECT_EQ(add(t, h, 2, "two", 2), QDB_E_IO);
+  ASSERT_EQ(add(t, h, 2, "two", 2), 0u);
+  endConnections();
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), QDB_E_IO);
+  EXPECT_EQ(namesInOrder(t, h, kNumberKey), (std::vector<std::string>{"one", "two"}));
+  // Under the file lock the transaction is lost with the connection: the
+  // unlock says so, and the handle works again afterwards.
+  ASSERT_EQ(QDBFileLock(h), 0u);
+  ASSERT_EQ(add(t, h, 3, "three", 3), 0u);
+  endConnections();
+  EXPECT_EQ(add(t, h, 4, "four", 4), QDB_E_IO);
+  EXPECT_EQ(QDBFileUnlock(h), QDB_E_IO);
+  EXPECT_EQ(namesInOrder(t, h, kNumberKey), (std::vector<std::string>{"one", "two"}));
+}
+
 // On a server, the check reads the schema as it reads a file: every record's
 // checksum and key columns, the catalog against the SQL tables.
 TEST_F(ServerStoreTest, TheCheckFindsDamageInTheSchemaAndNamesTheRecord) {
