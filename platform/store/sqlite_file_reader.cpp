@@ -156,6 +156,20 @@ std::uint32_t ReadOnlyFile::open(const std::string &path) {
   return QDB_OK;
 }
 
+bool ReadOnlyFile::schemaReadable(std::string *why) const {
+  sqlite3 *db = nullptr;
+  bool readable = false;
+  if (sqlite3_open_v2(path_.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) ==
+      SQLITE_OK) {
+    sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    sqlite3_busy_timeout(db, kBusyTimeoutMs);
+    readable = execute(db, "SELECT count(*) FROM sqlite_master") == SQLITE_OK;
+  }
+  if (!readable) *why = db ? sqlite3_errmsg(db) : "out of memory";
+  sqlite3_close_v2(db);
+  return readable;
+}
+
 void ReadOnlyFile::closeSound() {
   sqlite3_close_v2(db_);
   db_ = nullptr;

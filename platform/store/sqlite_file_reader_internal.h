@@ -27,6 +27,9 @@ class ReadOnlyFile {
   sqlite3 *db() const { return db_; }
   // The store format the file records; 0 when it cannot be read.
   int format() const { return format_; }
+  // Whether SQLite reads the file's schema as it stands; this connection
+  // reads past an entry it cannot parse, as a store's own open does not.
+  bool schemaReadable(std::string *why) const;
 
   // For a file found sound: closes, and removes the empty log and shared
   // memory that reading made beside it, the way SQLite's last connection

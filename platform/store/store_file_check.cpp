@@ -260,6 +260,8 @@ std::uint32_t QDBCheckFile(const char *path, StoreCheckReport *report,
       fileProblem("SQLite cannot open the file");
       return opened == QDB_E_IO ? QDB_E_IO : QDB_E_DAMAGED;
     }
+    std::string why;
+    if (!source.schemaReadable(&why)) fileProblem("SQLite cannot read its schema: " + why);
     report->format = source.format();
     if (report->format != kLegacyFormat && report->format != kFormatVersion) {
       fileProblem(std::string("the store format cannot be read: ") + sqlite3_errmsg(source.db()));
