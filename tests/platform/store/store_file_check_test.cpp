@@ -146,6 +146,16 @@ TEST_F(FileCheckTest, TheCatalogIsCheckedAgainstTheTables) {
   sql("NoCatalog.dat", "DROP TABLE alertdb_fields");
   ASSERT_EQ(check("NoCatalog.dat", &report), QDB_E_DAMAGED);
   EXPECT_TRUE(mentions(report, "", "alertdb_fields is missing")) << listed(report);
+
+  // A schema entry SQLite cannot parse: the store's open refuses the file,
+  // so the check may not call it sound.
+  makeStore("Schema.dat");
+  sql("Schema.dat",
+      "PRAGMA writable_schema=ON; UPDATE sqlite_master SET sql='CREATE TABLE alertdb_query_info(' "
+      "WHERE name='alertdb_query_info'");
+  ASSERT_EQ(check("Schema.dat", &report), QDB_E_DAMAGED);
+  EXPECT_TRUE(mentions(report, "", "cannot read its schema")) << listed(report);
+  EXPECT_EQ(QDBInit(0, dataPath("Schema.dat").c_str(), kOpenExisting, 1), nullptr);
 }
 
 TEST_F(FileCheckTest, ALogBesideTheFileIsReadButNeverWrittenBack) {
