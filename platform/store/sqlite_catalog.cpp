@@ -31,27 +31,6 @@ const char *const kCatalogSchema =
 
 namespace {
 
-std::string joinWords(const std::vector<std::uint32_t> &words) {
-  std::string out;
-  for (std::uint32_t w : words) {
-    if (!out.empty()) out += ',';
-    out += std::to_string(w);
-  }
-  return out;
-}
-
-std::vector<std::uint32_t> splitWords(const std::string &text) {
-  std::vector<std::uint32_t> out;
-  const char *p = text.c_str();
-  while (*p) {
-    char *end = nullptr;
-    out.push_back(static_cast<std::uint32_t>(std::strtoul(p, &end, 10)));
-    if (end == p) break;
-    p = (*end == ',') ? end + 1 : end;
-  }
-  return out;
-}
-
 std::uint32_t prepare(sqlite3 *db, Statement &s, const std::string &sql) {
   int rc = s.prepare(db, sql);
   return rc == SQLITE_OK ? QDB_OK : resultOf(rc);

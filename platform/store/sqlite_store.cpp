@@ -74,17 +74,6 @@ bool createStoreFile(const std::string &path) {
   return ok;
 }
 
-// The next byte string after every string that starts with `prefix` (written
-// to `out`, which has room for it); 0 when there is none.
-std::size_t prefixEnd(const KeyValue &prefix, unsigned char *out) {
-  std::size_t n = prefix.size;
-  while (n > 0 && prefix.bytes[n - 1] == 0xFF) --n;
-  if (n == 0) return 0;
-  std::memcpy(out, prefix.bytes, n);
-  out[n - 1] = static_cast<unsigned char>(out[n - 1] + 1);
-  return n;
-}
-
 // The files this process found sound, by identity and schema version.
 // A file is known by its inode, schema and last write: another file that
 // reuses a freed inode, or a file written by other means, is checked afresh.

@@ -1,6 +1,9 @@
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "platform/store/store_schema_internal.h"
 
@@ -141,6 +144,36 @@ bool keyMatches(const KeyValue &record, const KeyValue &search) {
   }
   if (search.isPrefix ? record.size < search.size : record.size != search.size) return false;
   return search.size == 0 || std::memcmp(record.bytes, search.bytes, search.size) == 0;
+}
+
+std::size_t prefixEnd(const KeyValue &prefix, unsigned char *out) {
+  std::size_t n = prefix.size;
+  while (n > 0 && prefix.bytes[n - 1] == 0xFF) --n;
+  if (n == 0) return 0;
+  std::memcpy(out, prefix.bytes, n);
+  out[n - 1] = static_cast<unsigned char>(out[n - 1] + 1);
+  return n;
+}
+
+std::string joinWords(const std::vector<std::uint32_t> &words) {
+  std::string out;
+  for (std::uint32_t w : words) {
+    if (!out.empty()) out += ',';
+    out += std::to_string(w);
+  }
+  return out;
+}
+
+std::vector<std::uint32_t> splitWords(const std::string &text) {
+  std::vector<std::uint32_t> out;
+  const char *p = text.c_str();
+  while (*p) {
+    char *end = nullptr;
+    out.push_back(static_cast<std::uint32_t>(std::strtoul(p, &end, 10)));
+    if (end == p) break;
+    p = (*end == ',') ? end + 1 : end;
+  }
+  return out;
 }
 
 bool isReservedTableName(const std::string &name) {

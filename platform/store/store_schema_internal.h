@@ -86,6 +86,14 @@ KeyValue keyOfSearch(const TableDef &table, const KeyDef &key, const void *value
 // Whether a record's key satisfies a search: equal, or starting with a prefix.
 bool keyMatches(const KeyValue &record, const KeyValue &search);
 
+// The next byte string after every string that starts with `prefix` (written
+// to `out`, which has room for it); 0 when there is none.
+std::size_t prefixEnd(const KeyValue &prefix, unsigned char *out);
+
+// A catalog's list of numbers as text ("1,2,3") and back.
+std::string joinWords(const std::vector<std::uint32_t> &words);
+std::vector<std::uint32_t> splitWords(const std::string &text);
+
 // Table names the store keeps for itself.
 bool isReservedTableName(const std::string &name);
 

@@ -35,27 +35,6 @@ const char *const kCatalogSchema =
 
 namespace {
 
-std::string joinWords(const std::vector<std::uint32_t> &words) {
-  std::string out;
-  for (std::uint32_t w : words) {
-    if (!out.empty()) out += ',';
-    out += std::to_string(w);
-  }
-  return out;
-}
-
-std::vector<std::uint32_t> splitWords(const std::string &text) {
-  std::vector<std::uint32_t> out;
-  const char *p = text.c_str();
-  while (*p) {
-    char *end = nullptr;
-    out.push_back(static_cast<std::uint32_t>(std::strtoul(p, &end, 10)));
-    if (end == p) break;
-    p = (*end == ',') ? end + 1 : end;
-  }
-  return out;
-}
-
 std::uint32_t u32(const Result &r, int row, int column) {
   return static_cast<std::uint32_t>(r.int64(row, column));
 }

@@ -38,17 +38,6 @@ std::int64_t hashOf(const std::string &text) {
   return static_cast<std::int64_t>(XXH3_64bits(text.data(), text.size()));
 }
 
-// The next byte string after every string that starts with `prefix`; 0 when
-// there is none.
-std::size_t prefixEnd(const KeyValue &prefix, unsigned char *out) {
-  std::size_t n = prefix.size;
-  while (n > 0 && prefix.bytes[n - 1] == 0xFF) --n;
-  if (n == 0) return 0;
-  std::memcpy(out, prefix.bytes, n);
-  out[n - 1] = static_cast<unsigned char>(out[n - 1] + 1);
-  return n;
-}
-
 void addKey(Params &p, const KeyValue &v) {
   if (v.isNumber) {
     p.addInt64(static_cast<std::int64_t>(v.number));
