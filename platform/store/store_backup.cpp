@@ -8,9 +8,9 @@
 
 #include "platform/file_names.h"
 #include "platform/store/record_store.h"
-#include "platform/store/sqlite_file_check_internal.h"
-#include "platform/store/sqlite_file_reader_internal.h"
-#include "platform/store/sqlite_support_internal.h"
+#include "platform/store/sqlite/sqlite_file_check_internal.h"
+#include "platform/store/sqlite/sqlite_file_reader_internal.h"
+#include "platform/store/sqlite/sqlite_support_internal.h"
 #include "platform/store/store_file_placement_internal.h"
 
 namespace platform {

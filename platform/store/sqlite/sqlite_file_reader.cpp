@@ -8,8 +8,8 @@
 #include <set>
 
 #include "platform/store/record_codec_internal.h"
-#include "platform/store/sqlite_file_reader_internal.h"
-#include "platform/store/sqlite_support_internal.h"
+#include "platform/store/sqlite/sqlite_file_reader_internal.h"
+#include "platform/store/sqlite/sqlite_support_internal.h"
 
 namespace platform::store::sqlite {
 

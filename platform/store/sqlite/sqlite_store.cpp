@@ -18,9 +18,9 @@
 #include "platform/file_system_internal.h"
 #include "platform/store/change_counter_internal.h"
 #include "platform/store/lock_span_internal.h"
-#include "platform/store/sqlite_catalog_internal.h"
-#include "platform/store/sqlite_file_check_internal.h"
-#include "platform/store/sqlite_support_internal.h"
+#include "platform/store/sqlite/sqlite_catalog_internal.h"
+#include "platform/store/sqlite/sqlite_file_check_internal.h"
+#include "platform/store/sqlite/sqlite_support_internal.h"
 #include "platform/store/store_backend_internal.h"
 
 namespace platform::store {

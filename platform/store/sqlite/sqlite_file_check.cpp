@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "platform/store/record_codec_internal.h"
-#include "platform/store/sqlite_catalog_internal.h"
-#include "platform/store/sqlite_file_check_internal.h"
-#include "platform/store/sqlite_support_internal.h"
+#include "platform/store/sqlite/sqlite_catalog_internal.h"
+#include "platform/store/sqlite/sqlite_file_check_internal.h"
+#include "platform/store/sqlite/sqlite_support_internal.h"
 
 namespace platform::store::sqlite {
 
@@ -54,10 +54,11 @@ std::uint32_t tableNamesOf(sqlite3 *db, std::vector<std::string> *names) {
 // opening the file without it would hide its records as if they never were.
 std::uint32_t checkEveryTableCatalogued(sqlite3 *db) {
   Statement s;
-  if (s.prepare(db,
-                "SELECT count(*) FROM sqlite_master WHERE type='table'"
-                " AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' AND name NOT LIKE 'alertdb\\_%' ESCAPE '\\'"
-                " AND name NOT IN (SELECT name FROM alertdb_tables)") != SQLITE_OK) {
+  if (s.prepare(
+          db,
+          "SELECT count(*) FROM sqlite_master WHERE type='table'"
+          " AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\' AND name NOT LIKE 'alertdb\\_%' ESCAPE '\\'"
+          " AND name NOT IN (SELECT name FROM alertdb_tables)") != SQLITE_OK) {
     return QDB_E_DAMAGED;
   }
   Use q(s);

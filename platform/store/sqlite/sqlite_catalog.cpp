@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/store/sqlite_catalog_internal.h"
-#include "platform/store/sqlite_support_internal.h"
+#include "platform/store/sqlite/sqlite_catalog_internal.h"
+#include "platform/store/sqlite/sqlite_support_internal.h"
 
 namespace platform::store::sqlite {
 
