@@ -456,7 +456,7 @@ class LoadThread {
     current(tables_.smtp, Table::SmtpService, id, &settings);
     fillSettings(settings, name("settings"));
     ALRTSMTPSERVICEREC clear = settings;
-    update("spec.upd", tables_.smtp, id, &settings, &clear);
+    update("kind.upd", tables_.smtp, id, &settings, &clear);
     return true;
   }
 

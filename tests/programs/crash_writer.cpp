@@ -65,8 +65,8 @@ unsigned char colourOf(std::uint32_t severity) {
 }
 
 bool hasPassword(Table t) {
-  return t == kSpecMhs || t == kSpecMci || t == kSpecCompus || t == kSpecSmtp || t == kSpecMapi ||
-         t == kSpecCcmail;
+  return t == kKindMhs || t == kKindMci || t == kKindCompus || t == kKindSmtp || t == kKindMapi ||
+         t == kKindCcmail;
 }
 
 // The field an update rewrites: text, or a number when size is 4 and text false.
@@ -101,33 +101,33 @@ Scribble scribbleOf(Table t) {
       return {AT(ALRTAPAGE_SERVICE_PROVIDER_REC, City), true};
     case kCatalogue:
       return {AT(ALRTNTFYSERV, Comment), true};
-    case kSpecMhs:
+    case kKindMhs:
       return {AT(ALRTMHSSERVICEREC, Dir), true};
-    case kSpecSnmp:
+    case kKindSnmp:
       return {AT(ALRTSNMPSERVICEREC, Comment), true};
-    case kSpecMci:
+    case kKindMci:
       return {AT(ALRTMCISERVICEREC, Phone), true};
-    case kSpecCompus:
+    case kKindCompus:
       return {AT(ALRTCOMPUSSERVICEREC, Phone), true};
-    case kSpecSmtp:
+    case kKindSmtp:
       return {AT(ALRTSMTPSERVICEREC, Server_addr), true};
-    case kSpecMapi:
+    case kKindMapi:
       return {AT(ALRTMAPISERVICEREC, Login), true};
-    case kSpecCcmail:
+    case kKindCcmail:
       return {AT(ALRTCCMAILSERVICEREC, Login), true};
-    case kSpecWave:
+    case kKindWave:
       return {AT(ALRTWAVESERVICEREC, WaveFile), true};
-    case kSpecTts:
+    case kKindTts:
       return {AT(ALRTTTSSERVICEREC, Text_msg), true};
-    case kSpecPhone:
+    case kKindPhone:
       return {AT(ALRTPHONESERVICEREC, Phone), true};
-    case kSpecApage:
+    case kKindApage:
       return {AT(ALRTAPAGESERVICEREC, Loc_Descr), true};
-    case kSpecNpage:
+    case kKindNpage:
       return {AT(ALRTNPAGESERVICEREC, Msg), true};
-    case kSpecGenport:
+    case kKindGenport:
       return {AT(ALRTGENPORTSERVICEREC, Default_Message), true};
-    case kSpecBroadcast:
+    case kKindBroadcast:
       return {AT(ALRTBROADCASTSERVICEREC, Default_Message), true};
     case kEventClass:
       return {AT(ALRTEVENT_CLASSREC, Comment), true};
@@ -267,34 +267,34 @@ class Writer {
         return fn(providers_);
       case kCatalogue:
         return fn(catalogue_);
-      case kSpecMhs:
-        return fn(specMhs_);
-      case kSpecSnmp:
-        return fn(specSnmp_);
-      case kSpecMci:
-        return fn(specMci_);
-      case kSpecCompus:
-        return fn(specCompus_);
-      case kSpecSmtp:
-        return fn(specSmtp_);
-      case kSpecMapi:
-        return fn(specMapi_);
-      case kSpecCcmail:
-        return fn(specCcmail_);
-      case kSpecWave:
-        return fn(specWave_);
-      case kSpecTts:
-        return fn(specTts_);
-      case kSpecPhone:
-        return fn(specPhone_);
-      case kSpecApage:
-        return fn(specApage_);
-      case kSpecNpage:
-        return fn(specNpage_);
-      case kSpecGenport:
-        return fn(specGenport_);
-      case kSpecBroadcast:
-        return fn(specBroadcast_);
+      case kKindMhs:
+        return fn(kindMhs_);
+      case kKindSnmp:
+        return fn(kindSnmp_);
+      case kKindMci:
+        return fn(kindMci_);
+      case kKindCompus:
+        return fn(kindCompus_);
+      case kKindSmtp:
+        return fn(kindSmtp_);
+      case kKindMapi:
+        return fn(kindMapi_);
+      case kKindCcmail:
+        return fn(kindCcmail_);
+      case kKindWave:
+        return fn(kindWave_);
+      case kKindTts:
+        return fn(kindTts_);
+      case kKindPhone:
+        return fn(kindPhone_);
+      case kKindApage:
+        return fn(kindApage_);
+      case kKindNpage:
+        return fn(kindNpage_);
+      case kKindGenport:
+        return fn(kindGenport_);
+      case kKindBroadcast:
+        return fn(kindBroadcast_);
       case kEventClass:
         return fn(eventClasses_);
       case kLink:
@@ -674,11 +674,11 @@ class Writer {
                                     static_cast<int>(offsetof(ALRTSMTPSERVICEREC, Password)),
                                     static_cast<int>(offsetof(ALRTMAPISERVICEREC, Password)),
                                     static_cast<int>(offsetof(ALRTCCMAILSERVICEREC, Password))};
-      int offset = offsets[t == kSpecMhs      ? 0
-                           : t == kSpecMci    ? 1
-                           : t == kSpecCompus ? 2
-                           : t == kSpecSmtp   ? 3
-                           : t == kSpecMapi   ? 4
+      int offset = offsets[t == kKindMhs      ? 0
+                           : t == kKindMci    ? 1
+                           : t == kKindCompus ? 2
+                           : t == kKindSmtp   ? 3
+                           : t == kKindMapi   ? 4
                                               : 5];
       std::string password = "pw" + word(30);
       std::memcpy(record.data() + offset, password.data(),
@@ -795,73 +795,74 @@ class Writer {
     return true;
   }
 
-  template <class SpecTable>
-  void addTypedService(Table specTable) {
-    Bytes spec = make(specTable);
+  template <class KindTable>
+  void addTypedService(Table kindTable) {
+    Bytes kindRecord = make(kindTable);
     Bytes service = make(kCatalogue);
     auto &s = as<ALRTNTFYSERV>(service);
-    s.ServiceType = SpecTable::kServiceType;
-    std::memcpy(&s.ServiceSpecific_KEPOID, spec.data(), 16);
+    s.ServiceType = KindTable::kServiceType;
+    std::memcpy(&s.ServiceSpecific_KEPOID, kindRecord.data(), 16);
     setText(s.Service_Name, "svc-" + hexOf(idOfRecord(service.data()), 6));
     s.Enabled = below(2);
-    Id specId = idOfRecord(spec.data()), serviceId = idOfRecord(service.data());
+    Id kindId = idOfRecord(kindRecord.data()), serviceId = idOfRecord(service.data());
     RecordDigest serviceDigest = digestOf(kCatalogue, service.data());
     call("svc-add-typed",
-         {formatRecord(specTable, &specId, digestOf(specTable, spec.data())),
+         {formatRecord(kindTable, &kindId, digestOf(kindTable, kindRecord.data())),
           formatRecord(kCatalogue, &serviceId, serviceDigest)},
          label(kCatalogue, serviceId), [&] {
-           _GUID oid{}, specOid{};
+           _GUID oid{}, kindOid{};
            return catalogue_.DBAlertRecAdd(
-               &s, &oid, reinterpret_cast<typename SpecTable::Record *>(spec.data()), &specOid);
+               &s, &oid, reinterpret_cast<typename KindTable::Record *>(kindRecord.data()),
+               &kindOid);
          });
     expectUnchanged(kCatalogue, service, serviceDigest);
-    own_[specTable].push_back(specId);
+    own_[kindTable].push_back(kindId);
     own_[kCatalogue].push_back(serviceId);
   }
 
   bool addTypedService() {
     switch (below(14)) {
       case 0:
-        addTypedService<CAlertMHSNtfyServDB>(kSpecMhs);
+        addTypedService<CAlertMHSNtfyServDB>(kKindMhs);
         break;
       case 1:
-        addTypedService<CAlertSNMPNtfyServDB>(kSpecSnmp);
+        addTypedService<CAlertSNMPNtfyServDB>(kKindSnmp);
         break;
       case 2:
-        addTypedService<CAlertMCINtfyServDB>(kSpecMci);
+        addTypedService<CAlertMCINtfyServDB>(kKindMci);
         break;
       case 3:
-        addTypedService<CAlertCOMPUSNtfyServDB>(kSpecCompus);
+        addTypedService<CAlertCOMPUSNtfyServDB>(kKindCompus);
         break;
       case 4:
-        addTypedService<CAlertSMTPNtfyServDB>(kSpecSmtp);
+        addTypedService<CAlertSMTPNtfyServDB>(kKindSmtp);
         break;
       case 5:
-        addTypedService<CAlertMAPINtfyServDB>(kSpecMapi);
+        addTypedService<CAlertMAPINtfyServDB>(kKindMapi);
         break;
       case 6:
-        addTypedService<CAlertCCMAILNtfyServDB>(kSpecCcmail);
+        addTypedService<CAlertCCMAILNtfyServDB>(kKindCcmail);
         break;
       case 7:
-        addTypedService<CAlertWAVENtfyServDB>(kSpecWave);
+        addTypedService<CAlertWAVENtfyServDB>(kKindWave);
         break;
       case 8:
-        addTypedService<CAlertTTSNtfyServDB>(kSpecTts);
+        addTypedService<CAlertTTSNtfyServDB>(kKindTts);
         break;
       case 9:
-        addTypedService<CAlertPHONENtfyServDB>(kSpecPhone);
+        addTypedService<CAlertPHONENtfyServDB>(kKindPhone);
         break;
       case 10:
-        addTypedService<CAlertAPAGENtfyServDB>(kSpecApage);
+        addTypedService<CAlertAPAGENtfyServDB>(kKindApage);
         break;
       case 11:
-        addTypedService<CAlertNPAGENtfyServDB>(kSpecNpage);
+        addTypedService<CAlertNPAGENtfyServDB>(kKindNpage);
         break;
       case 12:
-        addTypedService<CAlertGENPORTNtfyServDB>(kSpecGenport);
+        addTypedService<CAlertGENPORTNtfyServDB>(kKindGenport);
         break;
       default:
-        addTypedService<CAlertBROADCASTNtfyServDB>(kSpecBroadcast);
+        addTypedService<CAlertBROADCASTNtfyServDB>(kKindBroadcast);
         break;
     }
     return true;
@@ -876,11 +877,11 @@ class Writer {
     return true;
   }
 
-  bool updateSpec() {
-    static const Table specs[] = {kSpecMhs,   kSpecSnmp,   kSpecMci,     kSpecCompus,   kSpecSmtp,
-                                  kSpecMapi,  kSpecCcmail, kSpecWave,    kSpecTts,      kSpecPhone,
-                                  kSpecApage, kSpecNpage,  kSpecGenport, kSpecBroadcast};
-    return updateSimple(specs[below(14)]);
+  bool updateKindSettings() {
+    static const Table kindTables[] = {
+        kKindMhs,  kKindSnmp, kKindMci,   kKindCompus, kKindSmtp,  kKindMapi,    kKindCcmail,
+        kKindWave, kKindTts,  kKindPhone, kKindApage,  kKindNpage, kKindGenport, kKindBroadcast};
+    return updateSimple(kindTables[below(14)]);
   }
 
   bool addUser() {
@@ -1135,20 +1136,20 @@ class Writer {
   Exposed<CAlertMODEM_LOCATIONDB> locations_;
   Exposed<CAlertAPAGE_SERVICE_PROVIDERDB> providers_;
   Exposed<CAlertNtfyServDB> catalogue_;
-  Exposed<CAlertMHSNtfyServDB> specMhs_;
-  Exposed<CAlertSNMPNtfyServDB> specSnmp_;
-  Exposed<CAlertMCINtfyServDB> specMci_;
-  Exposed<CAlertCOMPUSNtfyServDB> specCompus_;
-  Exposed<CAlertSMTPNtfyServDB> specSmtp_;
-  Exposed<CAlertMAPINtfyServDB> specMapi_;
-  Exposed<CAlertCCMAILNtfyServDB> specCcmail_;
-  Exposed<CAlertWAVENtfyServDB> specWave_;
-  Exposed<CAlertTTSNtfyServDB> specTts_;
-  Exposed<CAlertPHONENtfyServDB> specPhone_;
-  Exposed<CAlertAPAGENtfyServDB> specApage_;
-  Exposed<CAlertNPAGENtfyServDB> specNpage_;
-  Exposed<CAlertGENPORTNtfyServDB> specGenport_;
-  Exposed<CAlertBROADCASTNtfyServDB> specBroadcast_;
+  Exposed<CAlertMHSNtfyServDB> kindMhs_;
+  Exposed<CAlertSNMPNtfyServDB> kindSnmp_;
+  Exposed<CAlertMCINtfyServDB> kindMci_;
+  Exposed<CAlertCOMPUSNtfyServDB> kindCompus_;
+  Exposed<CAlertSMTPNtfyServDB> kindSmtp_;
+  Exposed<CAlertMAPINtfyServDB> kindMapi_;
+  Exposed<CAlertCCMAILNtfyServDB> kindCcmail_;
+  Exposed<CAlertWAVENtfyServDB> kindWave_;
+  Exposed<CAlertTTSNtfyServDB> kindTts_;
+  Exposed<CAlertPHONENtfyServDB> kindPhone_;
+  Exposed<CAlertAPAGENtfyServDB> kindApage_;
+  Exposed<CAlertNPAGENtfyServDB> kindNpage_;
+  Exposed<CAlertGENPORTNtfyServDB> kindGenport_;
+  Exposed<CAlertBROADCASTNtfyServDB> kindBroadcast_;
   Exposed<CAlertEVENT_CLASSDB> eventClasses_;
   Exposed<CAlertEVENT_RESPDB> links_;
   Exposed<CAlertEVENT_LOGDB> log_;
@@ -1268,7 +1269,7 @@ bool Writer::step() {
       return updateSimple(kCatalogue);
     case 35:
     case 36:
-      return updateSpec();
+      return updateKindSettings();
     case 37:
       return deleteSimple(kCatalogue);
     case 38:

@@ -63,7 +63,7 @@ class Model {
     if (entry.status != 0) return;
     // Argument positions of (object ID, content) pairs, per call.
     static const std::map<std::string, std::vector<std::pair<int, int>>> written = {
-        {"svc.add", {{0, 2}, {1, 3}}},  {"svc.upd", {{0, 1}}},         {"spec.upd", {{0, 1}}},
+        {"svc.add", {{0, 2}, {1, 3}}},  {"svc.upd", {{0, 1}}},         {"kind.upd", {{0, 1}}},
         {"srv.add", {{0, 1}}},          {"srv.upd", {{0, 1}}},         {"inst.add", {{2, 3}}},
         {"inst.upd", {{0, 3}}},         {"usr.add", {{0, 1}}},         {"usr.upd", {{0, 1}}},
         {"usvc.add", {{2, 4}, {3, 5}}}, {"uin.add", {{2, 4}, {3, 5}}}, {"uin.upd", {{0, 1}}},
@@ -297,11 +297,11 @@ class Model {
       if ((problem = add(settings, Table::SmtpService, owner, in.hash(3))).size()) return problem;
       return add(id, Table::Service, owner, in.hash(2), {}, {}, settings);
     }
-    if (op == "svc.upd" || op == "spec.upd" || op == "srv.upd" || op == "usr.upd" ||
+    if (op == "svc.upd" || op == "kind.upd" || op == "srv.upd" || op == "usr.upd" ||
         op == "uin.upd" || op == "addr.upd" || op == "rsp.upd" || op == "evc.upd" ||
         op == "log.upd") {
       static const std::map<std::string, Table> tables = {
-          {"svc.upd", Table::Service},  {"spec.upd", Table::SmtpService},
+          {"svc.upd", Table::Service},  {"kind.upd", Table::SmtpService},
           {"srv.upd", Table::Server},   {"usr.upd", Table::User},
           {"uin.upd", Table::Instance}, {"addr.upd", Table::Address},
           {"rsp.upd", Table::Response}, {"evc.upd", Table::EventClass},

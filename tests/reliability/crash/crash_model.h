@@ -318,8 +318,8 @@ class Simulation {
       }
       const StoredRecord *service = world_.find(kCatalogue, installed.refs[0]);
       if (installed.number == CAlertSERV_INST_NTFY_SERVDB::kBackupServer && service) {
-        Table spec = specTableOfType(service->digest.number);
-        if (spec != kTableCount) remove(spec, installed.refs[2]);
+        Table kindRecord = kindTableOfType(service->digest.number);
+        if (kindRecord != kTableCount) remove(kindRecord, installed.refs[2]);
       }
     }
     remove(kInstalled, id);

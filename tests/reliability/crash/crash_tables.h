@@ -45,20 +45,20 @@ enum Table : int {
   kLocation,
   kProvider,
   kCatalogue,
-  kSpecMhs,
-  kSpecSnmp,
-  kSpecMci,
-  kSpecCompus,
-  kSpecSmtp,
-  kSpecMapi,
-  kSpecCcmail,
-  kSpecWave,
-  kSpecTts,
-  kSpecPhone,
-  kSpecApage,
-  kSpecNpage,
-  kSpecGenport,
-  kSpecBroadcast,
+  kKindMhs,
+  kKindSnmp,
+  kKindMci,
+  kKindCompus,
+  kKindSmtp,
+  kKindMapi,
+  kKindCcmail,
+  kKindWave,
+  kKindTts,
+  kKindPhone,
+  kKindApage,
+  kKindNpage,
+  kKindGenport,
+  kKindBroadcast,
   kEventClass,
   kLink,
   kLog,
@@ -332,11 +332,11 @@ inline bool tableByName(const std::string &name, Table *table) {
 }
 
 // Service types (catalogue numbering) and the tables that belong to them.
-inline Table specTableOfType(std::uint32_t type) {
+inline Table kindTableOfType(std::uint32_t type) {
   static const Table byType[17] = {
-      kTableCount, kSpecMhs,     kSpecSnmp,   kSpecMci,    kSpecCompus,   kSpecSmtp,
-      kSpecMapi,   kSpecCcmail,  kSpecWave,   kSpecTts,    kSpecPhone,    kSpecApage,
-      kSpecNpage,  kSpecGenport, kTableCount, kTableCount, kSpecBroadcast};
+      kTableCount, kKindMhs,     kKindSnmp,   kKindMci,    kKindCompus,   kKindSmtp,
+      kKindMapi,   kKindCcmail,  kKindWave,   kKindTts,    kKindPhone,    kKindApage,
+      kKindNpage,  kKindGenport, kTableCount, kTableCount, kKindBroadcast};
   return type <= 16 ? byType[type] : kTableCount;
 }
 inline Table addressTableOfType(std::uint32_t type) {
@@ -479,33 +479,33 @@ void withTableType(Table t, Fn &&fn) {
       return fn(TableType<CAlertAPAGE_SERVICE_PROVIDERDB>{});
     case kCatalogue:
       return fn(TableType<CAlertNtfyServDB>{});
-    case kSpecMhs:
+    case kKindMhs:
       return fn(TableType<CAlertMHSNtfyServDB>{});
-    case kSpecSnmp:
+    case kKindSnmp:
       return fn(TableType<CAlertSNMPNtfyServDB>{});
-    case kSpecMci:
+    case kKindMci:
       return fn(TableType<CAlertMCINtfyServDB>{});
-    case kSpecCompus:
+    case kKindCompus:
       return fn(TableType<CAlertCOMPUSNtfyServDB>{});
-    case kSpecSmtp:
+    case kKindSmtp:
       return fn(TableType<CAlertSMTPNtfyServDB>{});
-    case kSpecMapi:
+    case kKindMapi:
       return fn(TableType<CAlertMAPINtfyServDB>{});
-    case kSpecCcmail:
+    case kKindCcmail:
       return fn(TableType<CAlertCCMAILNtfyServDB>{});
-    case kSpecWave:
+    case kKindWave:
       return fn(TableType<CAlertWAVENtfyServDB>{});
-    case kSpecTts:
+    case kKindTts:
       return fn(TableType<CAlertTTSNtfyServDB>{});
-    case kSpecPhone:
+    case kKindPhone:
       return fn(TableType<CAlertPHONENtfyServDB>{});
-    case kSpecApage:
+    case kKindApage:
       return fn(TableType<CAlertAPAGENtfyServDB>{});
-    case kSpecNpage:
+    case kKindNpage:
       return fn(TableType<CAlertNPAGENtfyServDB>{});
-    case kSpecGenport:
+    case kKindGenport:
       return fn(TableType<CAlertGENPORTNtfyServDB>{});
-    case kSpecBroadcast:
+    case kKindBroadcast:
       return fn(TableType<CAlertBROADCASTNtfyServDB>{});
     case kEventClass:
       return fn(TableType<CAlertEVENT_CLASSDB>{});
