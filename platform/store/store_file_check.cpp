@@ -14,6 +14,7 @@
 #include "platform/store/sqlite/sqlite_file_reader_internal.h"
 #include "platform/store/sqlite/sqlite_support_internal.h"
 #include "platform/store/store_backend_internal.h"
+#include "platform/store/store_problems_internal.h"
 
 namespace platform {
 
@@ -56,15 +57,7 @@ class FileCheck {
  private:
   void problem(const std::string &table, const std::string &what, std::int64_t row = 0,
                const _GUID *objectId = nullptr) {
-    StoreProblem p;
-    p.table = table;
-    p.row = row;
-    p.what = what;
-    if (objectId) {
-      p.hasObjectId = true;
-      p.objectId = *objectId;
-    }
-    report_->problems.push_back(std::move(p));
+    addProblem(&report_->problems, table, what, row, objectId);
   }
 
   // Which table each b-tree and index belongs to, so that integrity messages
@@ -239,11 +232,7 @@ std::uint32_t QDBCheckFile(const char *path, StoreCheckReport *report,
     *report = StoreCheckReport{};
     if (usesServerStore()) return checkServerStore(path, report, progress);
     std::string file = ResolveFileName(path);
-    auto fileProblem = [&](const std::string &what) {
-      StoreProblem p;
-      p.what = what;
-      report->problems.push_back(std::move(p));
-    };
+    auto fileProblem = [&](const std::string &what) { addProblem(&report->problems, "", what); };
     std::string reason;
     FileState state = inspectFile(file, &reason);
     if (state == FileState::Missing) return QDB_E_NOTFOUND;

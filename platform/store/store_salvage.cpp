@@ -14,6 +14,7 @@
 #include "platform/store/sqlite/sqlite_file_reader_internal.h"
 #include "platform/store/sqlite/sqlite_support_internal.h"
 #include "platform/store/store_file_placement_internal.h"
+#include "platform/store/store_problems_internal.h"
 
 namespace platform {
 
@@ -130,15 +131,7 @@ class Salvage {
  private:
   void problem(const std::string &table, const std::string &what, std::int64_t row = 0,
                const _GUID *objectId = nullptr) {
-    StoreProblem p;
-    p.table = table;
-    p.row = row;
-    p.what = what;
-    if (objectId) {
-      p.hasObjectId = true;
-      p.objectId = *objectId;
-    }
-    report_->problems.push_back(std::move(p));
+    addProblem(&report_->problems, table, what, row, objectId);
   }
 
   // Copies a catalog table's rows as they are, as far as they can be read.

@@ -10,6 +10,7 @@
 #include "platform/store/postgres/pg_connection_internal.h"
 #include "platform/store/record_codec_internal.h"
 #include "platform/store/store_backend_internal.h"
+#include "platform/store/store_problems_internal.h"
 
 namespace platform::store {
 
@@ -70,15 +71,7 @@ class ServerCheck {
  private:
   void problem(const std::string &table, const std::string &what, std::int64_t row = 0,
                const _GUID *objectId = nullptr) {
-    StoreProblem p;
-    p.table = table;
-    p.row = row;
-    p.what = what;
-    if (objectId) {
-      p.hasObjectId = true;
-      p.objectId = *objectId;
-    }
-    report_->problems.push_back(std::move(p));
+    addProblem(&report_->problems, table, what, row, objectId);
   }
 
   std::set<std::string> tablesOfSchema() {
