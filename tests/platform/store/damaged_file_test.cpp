@@ -13,12 +13,11 @@
 
 #include "events/event_resp_table.h"
 #include "platform/store/record_store.h"
-#include "platform/store/record_store_fixture.h"
+#include "platform/store/whole_file_fixture.h"
 
 using namespace platform;
 using alertdb_test::kIdKey;
 using alertdb_test::kNumberKey;
-using alertdb_test::RecordStoreTest;
 using alertdb_test::SampleTable;
 
 namespace {
@@ -26,32 +25,8 @@ namespace {
 constexpr std::uint32_t kModes[] = {kOpenExisting, kOpenRecover, kOpenCreate};
 constexpr unsigned char kChecksumMark = 0xC5;
 
-class DamagedFileTest : public RecordStoreTest {
+class DamagedFileTest : public alertdb_test::WholeFileTest {
  protected:
-  // A closed store of 100 sample records; record 42 carries a comment found
-  // nowhere else in the file.
-  void makeStore(const std::string &name = "Store.dat") {
-    SampleTable t;
-    KEPDB *h = createSample(t, name);
-    for (std::uint32_t n = 0; n < 100; ++n) {
-      t.fill(0, ("r" + std::to_string(n)).c_str(), n);
-      t.record.id.Data1 = n + 1;
-      if (n == 42) std::strcpy(t.record.comment, "NEEDLE-COMMENT");
-      ASSERT_EQ(QDBRecordAdd(h), 0u);
-    }
-    close(h);
-  }
-
-  void sql(const std::string &name, const std::string &statements) {
-    sqlite3 *db = nullptr;
-    ASSERT_EQ(sqlite3_open(dataPath(name).c_str(), &db), SQLITE_OK);
-    char *error = nullptr;
-    EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, &error), SQLITE_OK)
-        << (error ? error : "");
-    sqlite3_free(error);
-    sqlite3_close(db);
-  }
-
   // Every open mode refuses the file and leaves it as it was.
   void expectRefusedUnchanged(const std::string &name) {
     std::string before = readFile(dataPath(name));
@@ -62,16 +37,10 @@ class DamagedFileTest : public RecordStoreTest {
     }
     EXPECT_EQ(readFile(dataPath(name)), before) << "the refused file changed";
   }
-
-  static _GUID idOf(std::uint32_t n) {
-    _GUID id{};
-    id.Data1 = n + 1;
-    return id;
-  }
 };
 
 TEST_F(DamagedFileTest, TruncatedFilesAreRefusedByEveryModeAndLeftAlone) {
-  makeStore();
+  makeStore("Store.dat");
   std::string whole = readFile(dataPath("Store.dat"));
   for (std::size_t cut : {std::size_t{100}, std::size_t{4096}, whole.size() / 2}) {
     SCOPED_TRACE(cut);
@@ -101,13 +70,9 @@ TEST_F(DamagedFileTest, ForeignDatabasesAndStoresWithoutTheirCatalogAreRefused) 
 }
 
 TEST_F(DamagedFileTest, AFlippedByteInARecordIsNeverReadAsGood) {
-  makeStore();
-  std::string bytes = readFile(dataPath("Store.dat"));
-  std::size_t at = bytes.find("NEEDLE-COMMENT");
-  ASSERT_NE(at, std::string::npos);
-  ASSERT_EQ(bytes.find("NEEDLE-COMMENT", at + 1), std::string::npos);
-  bytes[at + 3] ^= 0x20;
-  writeFile(dataPath("Store.dat"), bytes);
+  makeStore("Store.dat");
+  flipInRecord("Store.dat");
+  const std::string bytes = readFile(dataPath("Store.dat"));
 
   // The normal open does not read the whole file; reads find the damage.
   SampleTable t;
@@ -172,7 +137,7 @@ TEST_F(DamagedFileTest, TablesReportADamagedRecordAsAReadFailureOrTheEnd) {
 }
 
 TEST_F(DamagedFileTest, KeyColumnsThatDisagreeWithTheRecordFailTheFullCheck) {
-  makeStore();
+  makeStore("Store.dat");
   sql("Store.dat", "UPDATE Sample_Table SET k3=999 WHERE k3=7");
   // The cheap open cannot see it; the recovery open's full check does.
   KEPDB *h = open("Store.dat", kOpenExisting);
@@ -184,7 +149,7 @@ TEST_F(DamagedFileTest, KeyColumnsThatDisagreeWithTheRecordFailTheFullCheck) {
 }
 
 TEST_F(DamagedFileTest, AnIndexThatLeadsBackEndsTheEnumerationInsteadOfLooping) {
-  makeStore();
+  makeStore("Store.dat");
   // Record 10's key column says 90 where its image says 10: the index puts it
   // ahead of where its own key leads the cursor back to.
   sql("Store.dat", "UPDATE Sample_Table SET k3=90 WHERE k3=10");
@@ -199,7 +164,7 @@ TEST_F(DamagedFileTest, AnIndexThatLeadsBackEndsTheEnumerationInsteadOfLooping) 
 }
 
 TEST_F(DamagedFileTest, DamageAnywhereNeverChangesARefusedFileNorReturnsAWrongRecord) {
-  makeStore();
+  makeStore("Store.dat");
   SampleTable reference;
   KEPDB *h = open("Store.dat", kOpenExisting);
   ASSERT_EQ(reference.select(h), 0u);
@@ -262,7 +227,7 @@ TEST_F(DamagedFileTest, DamageAnywhereNeverChangesARefusedFileNorReturnsAWrongRe
 }
 
 TEST_F(DamagedFileTest, OlderFilesReadAsBeforeAndGainChecksumsWhenWrittenOrRecovered) {
-  makeStore();
+  makeStore("Store.dat");
   // The form records had before they carried checksums: the same bytes
   // without the checksum and its mark.
   sql("Store.dat",
@@ -331,7 +296,7 @@ TEST_F(DamagedFileTest, OlderFilesReadAsBeforeAndGainChecksumsWhenWrittenOrRecov
 }
 
 TEST_F(DamagedFileTest, AFileCheckedOnceIsCheckedAgainWhenItsSchemaOrItselfChanges) {
-  makeStore();
+  makeStore("Store.dat");
   makeStore("Other.dat");
   KEPDB *h = open("Store.dat", kOpenExisting);
   ASSERT_NE(h, nullptr);
@@ -360,7 +325,7 @@ TEST_F(DamagedFileTest, AFileCheckedOnceIsCheckedAgainWhenItsSchemaOrItselfChang
 }
 
 TEST_F(DamagedFileTest, RecoveryRebuildsLostQueryTypeTablesOnlyAfterTheFullCheck) {
-  makeStore();
+  makeStore("Store.dat");
   sql("Store.dat", "DROP TABLE alertdb_query_type_values");
   EXPECT_EQ(open("Store.dat", kOpenExisting), nullptr);
   KEPDB *h = open("Store.dat", kOpenRecover);
