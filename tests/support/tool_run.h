@@ -1,6 +1,8 @@
 // Runs the alertdb tool as a separate process and collects what it printed.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +20,15 @@ struct ToolResult {
 ToolResult runTool(const std::vector<std::string> &args,
                    const std::vector<std::pair<std::string, std::string>> &extraEnv = {},
                    const std::string &input = "");
+
+// Whether `text` holds every one of `words`; the failure shows the text.
+::testing::AssertionResult mentionsAll(const std::string &text,
+                                       const std::vector<std::string> &words);
+
+// Whether the tool exited with `exitCode`, printed nothing on standard output
+// and named every one of `words` on its error output.
+::testing::AssertionResult failedSaying(const ToolResult &result, int exitCode,
+                                        const std::vector<std::string> &words = {});
 
 // The path of the tool under test.
 std::string toolPath();

@@ -6,6 +6,7 @@
 
 #include "platform/store/record_store_fixture.h"
 #include "support/child_process.h"
+#include "tools/data_file_damage.h"
 #include "tools/event_link_files.h"
 
 namespace alertdb_test {
@@ -13,22 +14,11 @@ namespace {
 
 class RecoverCommandTest : public EventLinkFileTest {
  protected:
-  // Every file of the data directory with its bytes.
-  std::vector<std::pair<std::string, std::string>> directoryContents() const {
-    std::vector<std::pair<std::string, std::string>> out;
-    for (const std::string &name : directoryNames())
-      out.emplace_back(name, readFile(dataPath(name)));
-    return out;
-  }
-
   // Runs a refused recover: exit 1, a message with `reason`, nothing changed.
   void expectRefused(const std::vector<std::string> &args, const std::string &reason) {
-    auto before = directoryContents();
-    ToolResult result = runTool(args);
-    EXPECT_EQ(result.exitCode, 1) << args.back();
-    EXPECT_TRUE(result.out.empty()) << result.out;
-    EXPECT_NE(result.err.find(reason), std::string::npos) << result.err;
-    EXPECT_EQ(directoryContents(), before) << args.back();
+    auto before = directoryContents(dataDir());
+    EXPECT_TRUE(failedSaying(runTool(args), 1, {reason})) << args.back();
+    EXPECT_EQ(directoryContents(dataDir()), before) << args.back();
   }
 };
 
@@ -129,10 +119,8 @@ TEST_F(RecoverCommandTest, SoundMissingForeignAndBusyFilesAreRefused) {
   EXPECT_EQ(holder.readLine(), "unlocked");
   EXPECT_EQ(holder.wait(), 0);
 
-  ToolResult usage = runTool({"recover"});
-  EXPECT_EQ(usage.exitCode, 2);
-  usage = runTool({"recover", kFile, "Other.dat"});
-  EXPECT_EQ(usage.exitCode, 2);
+  EXPECT_TRUE(failedSaying(runTool({"recover"}), 2));
+  EXPECT_TRUE(failedSaying(runTool({"recover", kFile, "Other.dat"}), 2));
 }
 
 }  // namespace
