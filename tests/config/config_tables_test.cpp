@@ -15,12 +15,11 @@
 #include "config/server_config_table.h"
 #include "config/server_sub_tables.h"
 #include "services/service_test_support.h"
+#include "support/table_shape_checks.h"
 #include "support/test_environment.h"
 
-using alertdb_test::ChangeEventWatch;
 using alertdb_test::fillRandom;
 using alertdb_test::holdsTable;
-using alertdb_test::rowCount;
 using alertdb_test::sameBytes;
 using alertdb_test::tableInfo;
 
@@ -115,54 +114,23 @@ TYPED_TEST(ConfigTableTest, EveryByteOfARecordComesBackFromItsOwnFile) {
 }
 
 TYPED_TEST(ConfigTableTest, AddAndUpdateSignalButDeleteDoesNot) {
-  using Record = typename TestFixture::Record;
-  TypeParam table;
-  ASSERT_EQ(table.DBCreate(), 0u);
-  auto record = std::make_unique<Record>();
-  fillRandom(*record, 7);
-  ChangeEventWatch watch;
-  watch.reset();
-  _GUID id{};
-  ASSERT_EQ(table.DBAlertRecAdd(record.get(), &id), 0u);
-  EXPECT_TRUE(watch.signalled());
-  watch.reset();
-  EXPECT_EQ(table.DBAlertRecUpdate(record.get()), 0u);
-  EXPECT_FALSE(watch.signalled()) << "unchanged";
-  reinterpret_cast<unsigned char *>(record.get())[sizeof(Record) - 1] ^= 0x5A;
-  EXPECT_EQ(table.DBAlertRecUpdate(record.get()), 0u);
-  EXPECT_TRUE(watch.signalled());
-  watch.reset();
-  ASSERT_EQ(table.DBAlertRecDelete(&id), 0u);
-  EXPECT_FALSE(watch.signalled());
-  EXPECT_EQ(rowCount(table), 0);
-  EXPECT_NE(table.DBAlertRecDelete(&id), 0u) << "the engine's own result";
-  EXPECT_EQ(table.DBAlertRecDelete(nullptr), ALRT_E_INVALIDPARAM);
+  alertdb_test::expectRecordLifeAndSignals<TypeParam>(
+      {.add = true, .update = true, .remove = false}, 7);
 }
 
 TYPED_TEST(ConfigTableTest, AnotherFileNameGetsTheSameTableDescription) {
   using Want = typename TestFixture::Want;
-  TypeParam byDefault, named("Other.dat");
-  ASSERT_EQ(byDefault.DBCreate(), 0u);
-  ASSERT_EQ(named.DBCreate(), 0u);
-  platform::StoreTableInfo a = tableInfo(this->dataPath(Want::file), Want::name);
-  platform::StoreTableInfo b = tableInfo(this->dataPath("Other.dat"), Want::name);
-  EXPECT_EQ(a.title, Want::title);
-  EXPECT_EQ(a.idKey, Want::idKey);
-  ASSERT_EQ(a.fields.size(), Want::fields);
-  EXPECT_EQ(a.fields.back().name, "Replication");
-  EXPECT_EQ(a.fields.back().flags, 0x30Du);
-  EXPECT_EQ(a.fields.front().description.rfind("Record OID", 0), 0u);
-  ASSERT_EQ(b.fields.size(), a.fields.size());
-  EXPECT_EQ(b.title, a.title);
-  for (std::size_t i = 0; i < a.fields.size(); ++i) {
-    EXPECT_EQ(b.fields[i].name, a.fields[i].name);
-    EXPECT_EQ(b.fields[i].keyNumber, a.fields[i].keyNumber);
-    EXPECT_EQ(b.fields[i].size, a.fields[i].size);
-    EXPECT_EQ(b.fields[i].description, a.fields[i].description);
-    // "Replication" has no description of its own.
-    if (i + 1 < a.fields.size()) {
-      EXPECT_FALSE(a.fields[i].description.empty()) << i;
-    }
+  platform::StoreTableInfo own =
+      alertdb_test::describedAlikeInAnyFile<TypeParam>(this->dataDir(), Want::file);
+  EXPECT_EQ(own.title, Want::title);
+  EXPECT_EQ(own.idKey, Want::idKey);
+  ASSERT_EQ(own.fields.size(), Want::fields);
+  EXPECT_EQ(own.fields.front().description.rfind("Record OID", 0), 0u);
+  EXPECT_EQ(own.fields.back().name, "Replication");
+  EXPECT_EQ(own.fields.back().flags, 0x30Du);
+  // "Replication" has no description of its own.
+  for (std::size_t i = 0; i + 1 < own.fields.size(); ++i) {
+    EXPECT_FALSE(own.fields[i].description.empty()) << i;
   }
 }
 

@@ -4,9 +4,9 @@
 #include <memory>
 
 #include "framework/link_table_probe.h"
+#include "support/table_shape_checks.h"
 #include "support/test_environment.h"
 
-using alertdb_test::ChangeEventWatch;
 using alertdb_test::kZeroId;
 using alertdb_test::makeId;
 using alertdb_test::makeLink;
@@ -79,31 +79,9 @@ TEST_F(EventRespTableTest, AddGivesOrKeepsTheObjectIdAndRetrieveReadsIt) {
 }
 
 TEST_F(EventRespTableTest, UpdateAndDeleteSignalOnlyRealChanges) {
-  ALRTEVENT_RESPREC l = makeLink(1, 2), read{};
-  _GUID id{}, unknown = makeId(0x42);
-  ASSERT_EQ(table->DBAlertRecAdd(&l, &id), 0u);
-  ChangeEventWatch watch;
-  watch.reset();
-  ASSERT_EQ(table->DBAlertRecRetrieve(&id, &read), 0u);
-  EXPECT_EQ(table->DBAlertRecUpdate(&read), 0u);
-  l.KEPOID = unknown;
-  EXPECT_EQ(table->DBAlertRecUpdate(&l), ALRT_E_NOTFOUND);
-  std::uint32_t missing = table->DBAlertRecDelete(&unknown);
-  EXPECT_NE(missing, 0u);
-  EXPECT_NE(missing, ALRT_E_NOTFOUND) << "the record store's own result";
-  EXPECT_LT(missing, 0x10000u);
-  EXPECT_FALSE(watch.signalled());
-
-  read.ResponseOID = makeId(7);
-  EXPECT_EQ(table->DBAlertRecUpdate(&read), 0u);
-  EXPECT_TRUE(watch.signalled());
-  ALRTEVENT_RESPREC check{};
-  ASSERT_EQ(table->DBAlertRecRetrieve(&id, &check), 0u);
-  EXPECT_EQ(std::memcmp(&check.ResponseOID, &read.ResponseOID, 16), 0);
-  watch.reset();
-  EXPECT_EQ(table->DBAlertRecDelete(&id), 0u);
-  EXPECT_TRUE(watch.signalled());
-  EXPECT_EQ(table->DBAlertRecRetrieve(&id, &check), ALRT_E_NOTFOUND);
+  table.reset();
+  alertdb_test::expectRecordLifeAndSignals<CAlertEVENT_RESPDB>(
+      {.add = true, .update = true, .remove = true}, 5);
 }
 
 TEST_F(EventRespTableTest, EnumerationRunsInKeyOrderAndEndsWithNotFound) {

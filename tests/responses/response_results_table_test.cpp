@@ -6,9 +6,9 @@
 
 #include "recipients/recipient_test_support.h"
 #include "services/service_test_support.h"
+#include "support/table_shape_checks.h"
 #include "support/test_environment.h"
 
-using alertdb_test::ChangeEventWatch;
 using alertdb_test::countByKey;
 using alertdb_test::makeId;
 
@@ -67,24 +67,8 @@ TEST_F(ResponseResultsTest, ErrorTextIsCopiedWithItsTerminatorOrNotAtAll) {
 }
 
 TEST_F(ResponseResultsTest, ChangesAreSignalledOnlyWhenTheyHappen) {
-  ChangeEventWatch watch;
-  watch.reset();
-  _GUID id = addResult(1, "busy");
-  EXPECT_TRUE(watch.signalled()) << "add";
-  ALERTRESPRESULTREC r{};
-  ASSERT_EQ(table->DBAlertRecRetrieve(&id, &r), 0u);
-  watch.reset();
-  EXPECT_EQ(table->DBAlertRecUpdate(&r), 0u);
-  EXPECT_FALSE(watch.signalled()) << "unchanged";
-  r.Ack = 1;
-  EXPECT_EQ(table->DBAlertRecUpdate(&r), 0u);
-  EXPECT_TRUE(watch.signalled()) << "update";
-  watch.reset();
-  _GUID unknown = makeId(0x77);
-  EXPECT_NE(table->DBAlertRecDelete(&unknown), 0u);
-  EXPECT_FALSE(watch.signalled());
-  EXPECT_EQ(table->DBAlertRecDelete(&id), 0u);
-  EXPECT_TRUE(watch.signalled()) << "delete";
+  alertdb_test::expectRecordLifeAndSignals<CAlertRespResultsDB>(
+      {.add = true, .update = true, .remove = true}, 3);
 }
 
 TEST_F(ResponseResultsTest, ResultsAreFoundByLogEntryAndKeptUnderTheCallersTableName) {

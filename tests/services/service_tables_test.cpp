@@ -5,9 +5,9 @@
 
 #include "services/notify_services_table.h"
 #include "services/service_test_support.h"
+#include "support/table_shape_checks.h"
 #include "support/test_environment.h"
 
-using alertdb_test::ChangeEventWatch;
 using alertdb_test::fillRandom;
 using alertdb_test::sameBytes;
 using alertdb_test::tableInfo;
@@ -78,81 +78,20 @@ TYPED_TEST(ServiceTableTest, TypedAddAndRetrieveGiveBackEveryByte) {
 }
 
 TYPED_TEST(ServiceTableTest, EveryChangeIsSignalledButNoReadAndNoRefusal) {
-  using Record = typename TestFixture::Record;
-  TypeParam table;
-  ASSERT_EQ(OpenOrCreate(table), 0u);
-  auto record = std::make_unique<Record>();
-  fillRandom(*record, 7);
-  record->KEPOID = {};
-  _GUID id{};
-  ChangeEventWatch watch;
-  watch.reset();
-  ASSERT_EQ(table.DBAlertRecAdd(record.get(), &id), 0u);
-  EXPECT_TRUE(watch.signalled()) << "add";
-
-  watch.reset();
-  auto read = std::make_unique<Record>();
-  ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
-  EXPECT_EQ(table.DBAlertRecFind(&id), 0u);
-  auto scratch = std::make_unique<Record>();
-  EXPECT_EQ(
-      table.DBAlertRecFindFirst(TypeParam::kDefinition.table.idKey, 0, nullptr, scratch.get()), 0u);
-  EXPECT_EQ(table.DBAlertRecFindNext(scratch.get()), ALRT_E_NOTFOUND);
-  // Read back as stored, the record is what the file holds: nothing to write.
-  EXPECT_EQ(table.DBAlertRecUpdate(read.get()), 0u);
-  EXPECT_FALSE(watch.signalled()) << "reads and an update that changes nothing";
-
-  ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
-  reinterpret_cast<unsigned char *>(read.get())[sizeof(Record) - 1] ^= 0x5A;
-  auto changed = std::make_unique<Record>(*read);
-  EXPECT_EQ(table.DBAlertRecUpdate(read.get()), 0u);
-  EXPECT_TRUE(watch.signalled()) << "update";
-  ASSERT_EQ(table.DBAlertRecRetrieve(&id, read.get()), 0u);
-  EXPECT_TRUE(sameBytes(*read, *changed));
-
-  watch.reset();
-  _GUID unknown = alertdb_test::makeId(0xAB);
-  std::uint32_t missing = table.DBAlertRecDelete(&unknown);
-  EXPECT_NE(missing, 0u);
-  EXPECT_LT(missing, 0x10000u) << "the record store's own result";
-  changed->KEPOID = unknown;
-  EXPECT_EQ(table.DBAlertRecUpdate(changed.get()), ALRT_E_NOTFOUND);
-  EXPECT_EQ(table.DBAlertRecAdd(nullptr, &id), ALRT_E_INVALIDPARAM);
-  EXPECT_FALSE(watch.signalled()) << "refusals";
-
-  EXPECT_EQ(table.DBAlertRecDelete(&id), 0u);
-  EXPECT_TRUE(watch.signalled()) << "delete";
-  EXPECT_EQ(table.DBAlertRecRetrieve(&id, read.get()), ALRT_E_NOTFOUND);
+  alertdb_test::expectRecordLifeAndSignals<TypeParam>({.add = true, .update = true, .remove = true},
+                                                      7, TestFixture::clearUnbound);
 }
 
 TYPED_TEST(ServiceTableTest, SchemaIsTheSameInAnyFileAndCoversTheRecord) {
-  const char *name = TypeParam::kDefinition.table.tableName;
-  TypeParam named("Other.dat");
-  ASSERT_EQ(named.DBCreate(), 0u);
-  TypeParam byDefault;
-  ASSERT_EQ(OpenOrCreate(byDefault), 0u);
-  platform::StoreTableInfo other = tableInfo(this->dataPath("Other.dat"), name);
-  platform::StoreTableInfo own = tableInfo(this->dataPath("AlServdb.dat"), name);
-  ASSERT_EQ(own.fields.size(), TypeParam::kDefinition.table.fieldCount);
-  ASSERT_EQ(other.fields.size(), own.fields.size());
-  EXPECT_EQ(other.title, own.title);
+  platform::StoreTableInfo own =
+      alertdb_test::describedAlikeInAnyFile<TypeParam>(this->dataDir(), "AlServdb.dat");
+  ASSERT_FALSE(own.fields.empty());
   EXPECT_NE(own.title.find(" Notification Services"), std::string::npos) << own.title;
-  std::size_t recordBytes = 0;
-  for (std::size_t i = 0; i < own.fields.size(); ++i) {
-    SCOPED_TRACE(own.fields[i].name);
-    EXPECT_EQ(other.fields[i].name, own.fields[i].name);
-    EXPECT_EQ(other.fields[i].keyNumber, own.fields[i].keyNumber);
-    EXPECT_EQ(other.fields[i].attribute, own.fields[i].attribute);
-    EXPECT_EQ(other.fields[i].flags, own.fields[i].flags);
-    EXPECT_EQ(other.fields[i].description, own.fields[i].description);
-    EXPECT_FALSE(own.fields[i].description.empty());
-    recordBytes += own.fields[i].size;
-  }
+  for (const auto &field : own.fields) EXPECT_FALSE(field.description.empty()) << field.name;
   EXPECT_EQ(own.fields.front().name, "KEPOID");
   EXPECT_EQ(own.fields.back().size, 12u) << "the replication block ends every table";
-  recordBytes -= 12;
-  if (std::is_same_v<TypeParam, CAlertGENPORTNtfyServDB>) recordBytes += 4;
-  EXPECT_EQ(recordBytes, sizeof(typename TypeParam::Record));
+  std::size_t unbound = std::is_same_v<TypeParam, CAlertGENPORTNtfyServDB> ? 4 : 0;
+  EXPECT_EQ(alertdb_test::recordBytesOf(own) + unbound, sizeof(typename TypeParam::Record));
 }
 
 class ServiceKindTest : public alertdb_test::IsolatedTest {};

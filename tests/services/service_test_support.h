@@ -6,8 +6,10 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "framework/alert_db_table.h"
 #include "framework/link_table_probe.h"
 #include "framework/open_or_create.h"
 #include "platform/store/record_store.h"
@@ -54,14 +56,27 @@ inline platform::StoreTableInfo tableInfo(const std::string &path, const char *t
   return info;
 }
 
+// A table class's record, and the key of its object IDs.
+template <class REC>
+REC recordOf(const CAlertDBTable<REC> &);
+template <class Table>
+using RecordOf = decltype(recordOf(std::declval<Table &>()));
+template <class Table>
+constexpr std::uint32_t idKeyOf() {
+  if constexpr (requires { Table::kIdKey; }) {
+    return Table::kIdKey;
+  } else {
+    return Table::kDefinition.table.idKey;
+  }
+}
+
 // The number of rows an enumeration in ID order delivers.
 template <class Table>
 int rowCount(Table &table) {
-  auto record = std::make_unique<typename Table::Record>();
+  auto record = std::make_unique<RecordOf<Table>>();
   int rows = 0;
-  std::uint32_t key = Table::kDefinition.table.idKey;
-  for (std::uint32_t r = table.DBAlertRecFindFirst(key, 0, nullptr, record.get()); r == 0;
-       r = table.DBAlertRecFindNext(record.get())) {
+  for (std::uint32_t r = table.DBAlertRecFindFirst(idKeyOf<Table>(), 0, nullptr, record.get());
+       r == 0; r = table.DBAlertRecFindNext(record.get())) {
     ++rows;
   }
   return rows;
