@@ -66,18 +66,18 @@ TEST_F(InstalledServiceTest, DeletingTakesTheServicesResponsesAndInstancesAndNot
   ASSERT_EQ(installed->DBAlertRecDelete(&installedMail), 0u);
   EXPECT_TRUE(watch.signalled()) << "through the dependents' own deletes";
   EXPECT_FALSE(stored<ALRTSERV_INST_NTFY_SERVREC>(*installed, installedMail));
-  EXPECT_EQ(instancesOf(mail), 0);
+  EXPECT_EQ(instancesOfService(mail), 0);
   EXPECT_EQ(responsesThrough(mail), 1) << "a protected response stays";
   EXPECT_TRUE(stored<ALERTRESPREC>(*responses, guardedId));
   EXPECT_TRUE(stored<ALRTSERV_INST_NTFY_SERVREC>(*installed, installedPager));
   EXPECT_TRUE(stored<ALERTRESPREC>(*responses, viaPager));
-  EXPECT_EQ(instancesOf(pager), 1);
+  EXPECT_EQ(instancesOfService(pager), 1);
 
   // Absent: the engine's own result, and nothing else is touched.
   EXPECT_NE(installed->DBAlertRecDelete(&installedMail), 0u);
   EXPECT_NE(installed->DBAlertRecDelete(&installedMail), ALRT_E_NOTFOUND);
   EXPECT_EQ(installed->DBAlertRecDelete(nullptr), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(instancesOf(pager), 1);
+  EXPECT_EQ(instancesOfService(pager), 1);
 }
 
 TEST_F(InstalledServiceTest, OnlyABackupServersRecordTakesTheServiceSettingsWithIt) {

@@ -228,7 +228,7 @@ TEST_F(ServerConfigTest, DeletingAServerTakesOnlyItsOwnServicesAmongInterleavedO
   for (std::size_t i = 0; i < services.size(); ++i) {
     bool gone = i % 3 == 1;  // the services installed on `server`
     EXPECT_EQ(responsesThrough(services[i]), gone ? 0 : 1) << i;
-    EXPECT_EQ(instancesOf(services[i]), gone ? 0 : 2) << i;
+    EXPECT_EQ(instancesOfService(services[i]), gone ? 0 : 2) << i;
   }
   for (const _GUID &other : {before, after}) {
     EXPECT_TRUE(stored<ALRT_SRV_CFGREC>(*servers, other));
@@ -334,7 +334,7 @@ TEST_F(ServerConfigTest, AConfiguredServerLosesOnlyItsInstalledServicesWhenDelet
   ASSERT_EQ(servers->DBAlertRecDelete(&server), 0u);
   EXPECT_EQ(installedOn(server), 0);
   EXPECT_FALSE(stored<ALERTRESPREC>(*responses, viaMail));
-  EXPECT_EQ(instancesOf(mail), 0);
+  EXPECT_EQ(instancesOfService(mail), 0);
   EXPECT_TRUE(stored<ALRTSERV_INST_NTFY_SERVREC>(*installed, kept));
   // Everything else hangs on by its own "ServerOID".
   CAlertSERV_TRAPListDB traps;

@@ -11,6 +11,7 @@
 
 #include "framework/link_table_probe.h"
 #include "platform/object_manager.h"
+#include "support/refusing_object_manager.h"
 #include "support/test_environment.h"
 
 using alertdb_test::ChangeEventWatch;
@@ -28,8 +29,6 @@ class ProbedEventClassTable : public CAlertEVENT_CLASSDB {
     return flags;
   }
 };
-
-std::uint32_t refuse(const _GUID *, const _GUID *, const char *) { return 0x80004005; }
 
 class EventClassTableTest : public alertdb_test::IsolatedTest {
  protected:
@@ -64,11 +63,6 @@ class EventClassTableTest : public alertdb_test::IsolatedTest {
                                dataPath("QALERTCB.DLL"));
   }
   std::string iconLog() { return readFile(dataPath("icons.log")); }
-  static void refuseRegistrations() {
-    platform::KepOMProvider provider{};
-    provider.AddInstance = provider.UpdateInstance = refuse;
-    platform::KepOMSetProvider(&provider);
-  }
 
   std::unique_ptr<ProbedEventClassTable> table;
 };
@@ -181,7 +175,7 @@ TEST_F(EventClassTableTest, ObjectManagerMirrorsRealChangesAndRefusesAfterStorin
       << "the second delete form leaves the instance";
 
   ASSERT_EQ(table->DBAlertRecAdd(&watched, &id), 0u);
-  refuseRegistrations();
+  alertdb_test::RefusingObjectManager{.add = true, .update = true}.install();
   ChangeEventWatch watch;
   watch.reset();
   ALRTEVENT_CLASSREC same = stored(id);
@@ -199,7 +193,7 @@ TEST_F(EventClassTableTest, ObjectManagerMirrorsRealChangesAndRefusesAfterStorin
   ALRTEVENT_CLASSREC refused = eventClass("refused", 4), raw = eventClass("raw", 5);
   EXPECT_EQ(table->DBAlertRecAdd(&refused, &id), ALRT_E_OMFAILED);
   EXPECT_EQ(std::uint32_t{stored(id).EventID}, 4u) << "stored all the same";
-  EXPECT_EQ(table->DBAlertRecAdd(&raw, &id, 0), 0x80004005u);
+  EXPECT_EQ(table->DBAlertRecAdd(&raw, &id, 0), alertdb_test::kRefused);
 }
 
 TEST_F(EventClassTableTest, LinksAreAddedOnRequestAndGoWithTheirEventClass) {

@@ -10,6 +10,7 @@
 #include "platform/object_manager.h"
 #include "platform/store/record_store.h"
 #include "support/data_file_query.h"
+#include "support/refusing_object_manager.h"
 #include "support/test_environment.h"
 
 using alertdb_test::ChangeEventWatch;
@@ -23,9 +24,6 @@ class ProbedLogTable : public CAlertEVENT_LOGDB {
   using CAlertDBTable::m_szFilePath;
   using CAlertEVENT_LOGDB::CAlertEVENT_LOGDB;
 };
-
-std::uint32_t refuse(platform::KepOMConnection **) { return 0x80004005; }
-std::uint32_t refuseInstance(const _GUID *, const _GUID *, const char *) { return 0x80004005; }
 
 // A log entry whose every byte is set, texts holding their own field names.
 ALRTEVENT_LOGREC sampleEntry(unsigned char classFill, unsigned char day = 1) {
@@ -178,10 +176,8 @@ TEST_F(EventLogTableTest, ObjectManagerRefusalsGiveOmFailed) {
   // Without a connection nothing is stored or changed; a registration refused
   // comes after storing, and the change stays.
   for (bool connects : {false, true}) {
-    platform::KepOMProvider provider{};
-    provider.Open = connects ? nullptr : refuse;
-    provider.AddInstance = provider.UpdateInstance = connects ? refuseInstance : nullptr;
-    platform::KepOMSetProvider(&provider);
+    alertdb_test::RefusingObjectManager{.open = !connects, .add = connects, .update = connects}
+        .install();
     ProbedLogTable table;
     ASSERT_EQ(table.DBOpen(), 0u);
     ALRTEVENT_LOGREC e = sampleEntry(2);

@@ -12,31 +12,15 @@
 
 #include "framework/link_table_probe.h"
 #include "platform/object_manager.h"
+#include "recipients/user_address_tables.h"
 #include "recipients/user_instance_table.h"
 #include "recipients/user_table.h"
 #include "responses/response_table.h"
 #include "services/notify_services_table.h"
+#include "support/refusing_object_manager.h"
+#include "support/test_environment.h"
 
 namespace alertdb_test {
-
-constexpr std::uint32_t kRefused = 0x80004005;
-
-// An object manager whose chosen calls refuse; the others are the stand-in's.
-struct RefusingObjectManager {
-  bool open = false, add = false, update = false, remove = false, domain = false;
-
-  void install() const {
-    platform::KepOMProvider p{};
-    if (open) p.Open = [](platform::KepOMConnection **) { return kRefused; };
-    if (add) p.AddInstance = [](const _GUID *, const _GUID *, const char *) { return kRefused; };
-    if (update) {
-      p.UpdateInstance = [](const _GUID *, const _GUID *, const char *) { return kRefused; };
-    }
-    if (remove) p.DeleteInstance = [](const _GUID *, const _GUID *) { return kRefused; };
-    if (domain) p.GetDomainID = [](_GUID *) { return kRefused; };
-    platform::KepOMSetProvider(&p);
-  }
-};
 
 // An ID whose first byte decides its place in byte order.
 inline _GUID orderedId(unsigned char first, unsigned char rest) {
@@ -115,16 +99,64 @@ int countByKey(Table &table, std::uint32_t key, _GUID value, _GUID Rec::*field) 
   return n;
 }
 
-// Every record of a table, in the order of its object-ID key.
-template <class Table, class Rec>
-int countAll(Table &table, std::uint32_t idKey) {
-  auto record = std::make_unique<Rec>();
-  int n = 0;
-  for (std::uint32_t r = table.DBAlertRecFindFirst(idKey, 0, nullptr, record.get()); r == 0;
-       r = table.DBAlertRecFindNext(record.get())) {
-    ++n;
+// The tables that users' services and responses reach, created empty. The
+// objects are made once the data directory is set: the path is fixed at
+// construction.
+class RecipientTablesTest : public IsolatedTest {
+ protected:
+  void SetUp() override {
+    IsolatedTest::SetUp();
+    catalogue = std::make_unique<CAlertNtfyServDB>();
+    ASSERT_EQ(catalogue->DBCreate(), 0u);
+    responses = std::make_unique<CAlertRespDB>();
+    ASSERT_EQ(responses->DBCreate(), 0u);
+    CAlertEVENT_RESPDB links;
+    ASSERT_EQ(links.DBCreate(), 0u);
+    users = std::make_unique<CAlertUsrDB>();
+    ASSERT_EQ(users->DBCreate(), 0u);
+    instances = std::make_unique<CAlertUsrInstServDB>();
+    ASSERT_EQ(instances->DBCreate(), 0u);
+    smtp = std::make_unique<CAlertUSR_SMTPDB>();
+    ASSERT_EQ(smtp->DBCreate(), 0u);
   }
-  return n;
-}
+  void TearDown() override {
+    platform::KepOMSetProvider(nullptr);
+    smtp.reset();
+    instances.reset();
+    users.reset();
+    responses.reset();
+    catalogue.reset();
+    IsolatedTest::TearDown();
+  }
+
+  // Gives the user the service with an SMTP address.
+  void giveService(const _GUID &user, const _GUID &service, const char *address) {
+    ALRTUSR_SMTPSERVICEREC a = smtpAddress(user, address);
+    _GUID u = user, s = service;
+    ASSERT_EQ(users->QALRTUsrAddService(&u, &s, &a), 0u) << address;
+  }
+  int instancesOfUser(const _GUID &user) {
+    return countByKey(*instances, CAlertUsrInstServDB::kUserKey, user, &ALRTUSRINSTSERV::UserOid);
+  }
+  int instancesOfService(const _GUID &service) {
+    return countByKey(*instances, CAlertUsrInstServDB::kServiceKey, service,
+                      &ALRTUSRINSTSERV::Service_KEPOID);
+  }
+  int addressesOf(const _GUID &user) {
+    return countByKey(*smtp, CAlertUSR_SMTPDB::kUserKey, user, &ALRTUSR_SMTPSERVICEREC::USR_OID);
+  }
+  int responsesOfUser(const _GUID &user) {
+    return countByKey(*responses, CAlertRespDB::kUserKey, user, &ALERTRESPREC::UserOID);
+  }
+  int responsesThrough(const _GUID &service) {
+    return countByKey(*responses, CAlertRespDB::kServiceKey, service, &ALERTRESPREC::ServiceOID);
+  }
+
+  std::unique_ptr<CAlertNtfyServDB> catalogue;
+  std::unique_ptr<CAlertRespDB> responses;
+  std::unique_ptr<CAlertUsrDB> users;
+  std::unique_ptr<CAlertUsrInstServDB> instances;
+  std::unique_ptr<CAlertUSR_SMTPDB> smtp;
+};
 
 }  // namespace alertdb_test

@@ -13,8 +13,6 @@ using alertdb_test::addResponse;
 using alertdb_test::addService;
 using alertdb_test::addUser;
 using alertdb_test::ChangeEventWatch;
-using alertdb_test::countAll;
-using alertdb_test::countByKey;
 using alertdb_test::kRefused;
 using alertdb_test::makeId;
 using alertdb_test::orderedId;
@@ -25,48 +23,8 @@ using alertdb_test::stored;
 
 namespace {
 
-class UserTableTest : public alertdb_test::IsolatedTest {
+class UserTableTest : public alertdb_test::RecipientTablesTest {
  protected:
-  void SetUp() override {
-    IsolatedTest::SetUp();
-    catalogue = std::make_unique<CAlertNtfyServDB>();
-    ASSERT_EQ(catalogue->DBCreate(), 0u);
-    responses = std::make_unique<CAlertRespDB>();
-    ASSERT_EQ(responses->DBCreate(), 0u);
-    CAlertEVENT_RESPDB links;
-    ASSERT_EQ(links.DBCreate(), 0u);
-    users = std::make_unique<CAlertUsrDB>();
-    ASSERT_EQ(users->DBCreate(), 0u);
-    instances = std::make_unique<CAlertUsrInstServDB>();
-    ASSERT_EQ(instances->DBCreate(), 0u);
-    smtp = std::make_unique<CAlertUSR_SMTPDB>();
-    ASSERT_EQ(smtp->DBCreate(), 0u);
-  }
-  void TearDown() override {
-    platform::KepOMSetProvider(nullptr);
-    smtp.reset();
-    instances.reset();
-    users.reset();
-    responses.reset();
-    catalogue.reset();
-    IsolatedTest::TearDown();
-  }
-
-  int instancesOf(const _GUID &user) {
-    return countByKey(*instances, CAlertUsrInstServDB::kUserKey, user, &ALRTUSRINSTSERV::UserOid);
-  }
-  int addressesOf(const _GUID &user) {
-    return countByKey(*smtp, CAlertUSR_SMTPDB::kUserKey, user, &ALRTUSR_SMTPSERVICEREC::USR_OID);
-  }
-  int responsesOf(const _GUID &user) {
-    return countByKey(*responses, CAlertRespDB::kUserKey, user, &ALERTRESPREC::UserOID);
-  }
-  // Gives the user the service with an SMTP address.
-  void giveService(const _GUID &user, const _GUID &service, const char *address) {
-    ALRTUSR_SMTPSERVICEREC a = smtpAddress(user, address);
-    _GUID u = user, s = service;
-    ASSERT_EQ(users->QALRTUsrAddService(&u, &s, &a), 0u) << address;
-  }
   ALRTUSRINSTSERV firstInstanceOf(_GUID user) {
     ALRTUSRINSTSERV i{};
     EXPECT_EQ(instances->DBAlertRecFindFirst(CAlertUsrInstServDB::kUserKey, 16,
@@ -74,12 +32,6 @@ class UserTableTest : public alertdb_test::IsolatedTest {
               0u);
     return i;
   }
-
-  std::unique_ptr<CAlertNtfyServDB> catalogue;
-  std::unique_ptr<CAlertRespDB> responses;
-  std::unique_ptr<CAlertUsrDB> users;
-  std::unique_ptr<CAlertUsrInstServDB> instances;
-  std::unique_ptr<CAlertUSR_SMTPDB> smtp;
 };
 
 TEST_F(UserTableTest, UsersAreMirroredIntoTheObjectManager) {
@@ -126,7 +78,7 @@ TEST_F(UserTableTest, AnObjectManagerRefusalIsReportedAfterTheChange) {
   _GUID moreId{};
   EXPECT_EQ(users->DBAlertRecAdd(&more, &moreId), ALRT_E_OMOPEN);
   EXPECT_EQ(users->DBAlertRecAdd(&more, &moreId, 0), ALRT_E_OMOPEN);
-  EXPECT_EQ((countAll<CAlertUsrDB, ALERTUSRREC>(*users, CAlertUsrDB::kIdKey)), 2);
+  EXPECT_EQ(alertdb_test::rowCount(*users), 2);
   two.AlertRecp = 5;
   EXPECT_EQ(users->DBAlertRecUpdate(&two), ALRT_E_OMOPEN);
   EXPECT_EQ(users->DBAlertRecDelete(&twoId), ALRT_E_OMOPEN);
@@ -186,7 +138,7 @@ TEST_F(UserTableTest, AServiceOfEachKindIsAddedWithItsAddress) {
   expectServiceAdded<CAlertUSR_APAGEDB>(*users, user, makeId(0x28), 11, "Alphanumeric Pager");
   expectServiceAdded<CAlertUSR_NPAGEDB>(*users, user, makeId(0x29), 12, "Numeric Pager");
   EXPECT_FALSE(watch.signalled()) << "these adds are not signalled";
-  EXPECT_EQ(instancesOf(user), 9);
+  EXPECT_EQ(instancesOfUser(user), 9);
 }
 
 TEST_F(UserTableTest, AServiceIsGivenOnlyToAUserThatExists) {
@@ -199,7 +151,7 @@ TEST_F(UserTableTest, AServiceIsGivenOnlyToAUserThatExists) {
   EXPECT_EQ(users->QALRTUsrAddService(&user, &service, (ALRTUSR_SMTPSERVICEREC *)nullptr),
             ALRT_E_INVALIDPARAM);
   EXPECT_EQ(alertdb_test::rowCount(*smtp), 0);
-  EXPECT_EQ((countAll<CAlertUsrInstServDB, ALRTUSRINSTSERV>(*instances, 72)), 0);
+  EXPECT_EQ(alertdb_test::rowCount(*instances), 0);
 
   // An address record under an ID already taken: refused, and no instance.
   ALRTUSR_SMTPSERVICEREC first = smtpAddress(user, "a@example.org");
@@ -207,11 +159,11 @@ TEST_F(UserTableTest, AServiceIsGivenOnlyToAUserThatExists) {
   ALRTUSR_SMTPSERVICEREC clash = first;
   ASSERT_EQ(users->QALRTUsrAddService(&user, &service, &first), 0u);
   EXPECT_EQ(users->QALRTUsrAddService(&user, &service, &clash), ALRT_E_ADDFAILED);
-  EXPECT_EQ(instancesOf(user), 1);
+  EXPECT_EQ(instancesOfUser(user), 1);
   EXPECT_EQ(addressesOf(user), 1);
   ALRTUSR_SMTPSERVICEREC again = smtpAddress(user, "b@example.org");
   EXPECT_EQ(users->QALRTUsrAddService(&user, &service, &again), 0u) << "opened afresh";
-  EXPECT_EQ(instancesOf(user), 2);
+  EXPECT_EQ(instancesOfUser(user), 2);
 }
 
 TEST_F(UserTableTest, AnInstanceAddWithAddressNeedsEveryArgument) {
@@ -221,7 +173,7 @@ TEST_F(UserTableTest, AnInstanceAddWithAddressNeedsEveryArgument) {
   EXPECT_EQ(instances->DBAlertRecAdd(nullptr, &instanceId, &a, &addressId), ALRT_E_INVALIDPARAM);
   EXPECT_EQ(instances->DBAlertRecAdd(&i, nullptr, &a, &addressId), ALRT_E_INVALIDPARAM);
   EXPECT_EQ(instances->DBAlertRecAdd(&i, &instanceId, &a, nullptr), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ((countAll<CAlertUsrInstServDB, ALRTUSRINSTSERV>(*instances, 72)), 0);
+  EXPECT_EQ(alertdb_test::rowCount(*instances), 0);
 
   // An instance that cannot be stored leaves its address record behind.
   i.KEPOID = makeId(0x31);
@@ -259,13 +211,13 @@ TEST_F(UserTableTest, DeletingAnInstanceTakesItsAddressAndItsServicesResponses) 
   watch.reset();
   ASSERT_EQ(instances->DBAlertRecDelete(&instance.KEPOID), 0u);
   EXPECT_TRUE(watch.signalled());
-  EXPECT_EQ(instancesOf(user), 1);
+  EXPECT_EQ(instancesOfUser(user), 1);
   EXPECT_FALSE(stored<ALRTUSR_SMTPSERVICEREC>(*smtp, instance.ServicePerInfo_KEPOID));
   EXPECT_EQ(addressesOf(user), 1);
   EXPECT_FALSE(stored<ALERTRESPREC>(*responses, viaMail));
   EXPECT_TRUE(stored<ALERTRESPREC>(*responses, viaPager)) << "another service of the user";
   EXPECT_TRUE(stored<ALERTRESPREC>(*responses, otherMail)) << "another user of the service";
-  EXPECT_EQ(instancesOf(other), 1);
+  EXPECT_EQ(instancesOfUser(other), 1);
 
   EXPECT_NE(instances->DBAlertRecDelete(&instance.KEPOID), 0u) << "gone already";
   _GUID none{};
@@ -284,7 +236,7 @@ TEST_F(UserTableTest, AnAddressRecordIsDeletedInTheTableOfItsKind) {
   i = firstInstanceOf(user);
   EXPECT_EQ(instances->DeleteUsrSpecifRec(&i), 0u);
   EXPECT_EQ(addressesOf(user), 0);
-  EXPECT_EQ(instancesOf(user), 1) << "only the address record";
+  EXPECT_EQ(instancesOfUser(user), 1) << "only the address record";
   EXPECT_NE(instances->DeleteUsrSpecifRec(&i), 0u) << "the per-user table's own result";
 }
 
@@ -318,15 +270,15 @@ TEST_F(UserTableTest, DeletingAUserTakesOnlyItsOwnRecordsAmongInterleavedOthers)
   ASSERT_EQ(users->DBAlertRecDelete(&id), 0u);
   EXPECT_TRUE(watch.signalled());
   EXPECT_FALSE(stored<ALERTUSRREC>(*users, user));
-  EXPECT_EQ(instancesOf(user), 0);
+  EXPECT_EQ(instancesOfUser(user), 0);
   EXPECT_EQ(addressesOf(user), 0);
-  EXPECT_EQ(responsesOf(user), 1) << "the protected response stays";
+  EXPECT_EQ(responsesOfUser(user), 1) << "the protected response stays";
   EXPECT_TRUE(stored<ALERTRESPREC>(*responses, guardedId));
   for (const _GUID &u : {before, after}) {
     EXPECT_TRUE(stored<ALERTUSRREC>(*users, u));
-    EXPECT_EQ(instancesOf(u), 4);
+    EXPECT_EQ(instancesOfUser(u), 4);
     EXPECT_EQ(addressesOf(u), 4);
-    EXPECT_EQ(responsesOf(u), 4);
+    EXPECT_EQ(responsesOfUser(u), 4);
   }
 }
 
@@ -340,7 +292,7 @@ TEST_F(UserTableTest, AUserWithoutServicesOrResponsesIsDeletedAlone) {
   ASSERT_EQ(users->DBAlertRecDelete(&user), 0u);
   EXPECT_TRUE(watch.signalled());
   EXPECT_FALSE(stored<ALERTUSRREC>(*users, user));
-  EXPECT_EQ(instancesOf(other), 1);
+  EXPECT_EQ(instancesOfUser(other), 1);
   watch.reset();
   std::uint32_t again = users->DBAlertRecDelete(&user);
   EXPECT_NE(again, 0u);
@@ -366,8 +318,8 @@ TEST_F(UserTableTest, AUserWhoseInstancesPointAtMissingRowsIsDeletedAllTheSame) 
 
   ASSERT_EQ(users->DBAlertRecDelete(&user), 0u);
   EXPECT_FALSE(stored<ALERTUSRREC>(*users, user));
-  EXPECT_EQ(instancesOf(user), 0);
-  EXPECT_EQ(responsesOf(user), 0);
+  EXPECT_EQ(instancesOfUser(user), 0);
+  EXPECT_EQ(responsesOfUser(user), 0);
 }
 
 TEST_F(UserTableTest, AResponseTableThatCannotBeOpenedStopsTheCascadeAndSaysSo) {
@@ -378,14 +330,14 @@ TEST_F(UserTableTest, AResponseTableThatCannotBeOpenedStopsTheCascadeAndSaysSo) 
   writeFile(dataPath("AlRespDB.dat"), "not a record store");
   EXPECT_EQ(users->DBAlertRecDelete(&user), ALRT_E_OPENFAILED);
   EXPECT_TRUE(stored<ALERTUSRREC>(*users, user)) << "the user record stays";
-  EXPECT_EQ(instancesOf(user), 0) << "deleted before the failure";
+  EXPECT_EQ(instancesOfUser(user), 0) << "deleted before the failure";
   EXPECT_EQ(addressesOf(user), 0);
 
   // An instance alone reports it as well, once its own record is gone.
   giveService(user, makeId(0x21), "again@example.org");
   ALRTUSRINSTSERV i = firstInstanceOf(user);
   EXPECT_EQ(instances->DBAlertRecDelete(&i.KEPOID), ALRT_E_OPENFAILED);
-  EXPECT_EQ(instancesOf(user), 0);
+  EXPECT_EQ(instancesOfUser(user), 0);
   EXPECT_EQ(addressesOf(user), 0);
 }
 

@@ -12,7 +12,6 @@
 using alertdb_test::addResponse;
 using alertdb_test::addService;
 using alertdb_test::ChangeEventWatch;
-using alertdb_test::countAll;
 using alertdb_test::countByKey;
 using alertdb_test::makeId;
 using alertdb_test::response;
@@ -46,7 +45,7 @@ class ResponseTableTest : public alertdb_test::IsolatedTest {
     EXPECT_EQ(table->DBAlertRecRetrieve(&id, &r), 0u);
     return r;
   }
-  int rows() { return countAll<CAlertRespDB, ALERTRESPREC>(*table, CAlertRespDB::kIdKey); }
+  int rows() { return alertdb_test::rowCount(*table); }
 
   std::unique_ptr<CAlertNtfyServDB> catalogue;
   std::unique_ptr<CAlertRespDB> table;
