@@ -41,7 +41,6 @@ TEST_F(TableBaseTest, TemplatesCoverTheRecordBufferExactly) {
                 table.m_pFieldTemplates[2].size,
             buffer + sizeof(ALRTEVENT_RESPREC));
   EXPECT_EQ(table.m_pFieldTemplates[3].storage, table.m_Replication);
-  EXPECT_EQ(sizeof(platform::FieldTemplate), 32u);
 }
 
 TEST_F(TableBaseTest, WithoutRecordBufferEveryOperationIsRefusedAndNoFileIsMade) {
