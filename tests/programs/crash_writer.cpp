@@ -18,6 +18,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -69,125 +70,15 @@ bool hasPassword(Table t) {
          t == kKindCcmail;
 }
 
-// The field an update rewrites: text, or a number when size is 4 and text false.
-struct Scribble {
-  int offset;
-  int size;
-  bool text;
-};
-
-#define AT(rec, field) static_cast<int>(offsetof(rec, field)), static_cast<int>(sizeof(rec::field))
-
-Scribble scribbleOf(Table t) {
-  switch (t) {
-    case kServer:
-      return {AT(ALRT_SRV_CFGREC, Addr), true};
-    case kTrap:
-      return {AT(ALRTSERV_SNMPTRAP, Comment), true};
-    case kPing:
-      return {AT(ALRTSERV_AUTOPING, Comment), true};
-    case kModem:
-      return {AT(ALRTSERV_MODEM, Comment), true};
-    case kInstalled:
-      return {AT(ALRTSERV_INST_NTFY_SERVREC, ServiceName), true};
-    case kAgent:
-      return {AT(ALRT_EXTAGT_CFGREC, Addr), true};
-    case kAgentToServer:
-    case kServerToAgent:
-      return {-1, 0, false};
-    case kLocation:
-      return {AT(ALRTMODEM_LOCATION, AreaCode), true};
-    case kProvider:
-      return {AT(ALRTAPAGE_SERVICE_PROVIDER_REC, City), true};
-    case kCatalogue:
-      return {AT(ALRTNTFYSERV, Comment), true};
-    case kKindMhs:
-      return {AT(ALRTMHSSERVICEREC, Dir), true};
-    case kKindSnmp:
-      return {AT(ALRTSNMPSERVICEREC, Comment), true};
-    case kKindMci:
-      return {AT(ALRTMCISERVICEREC, Phone), true};
-    case kKindCompus:
-      return {AT(ALRTCOMPUSSERVICEREC, Phone), true};
-    case kKindSmtp:
-      return {AT(ALRTSMTPSERVICEREC, Server_addr), true};
-    case kKindMapi:
-      return {AT(ALRTMAPISERVICEREC, Login), true};
-    case kKindCcmail:
-      return {AT(ALRTCCMAILSERVICEREC, Login), true};
-    case kKindWave:
-      return {AT(ALRTWAVESERVICEREC, WaveFile), true};
-    case kKindTts:
-      return {AT(ALRTTTSSERVICEREC, Text_msg), true};
-    case kKindPhone:
-      return {AT(ALRTPHONESERVICEREC, Phone), true};
-    case kKindApage:
-      return {AT(ALRTAPAGESERVICEREC, Loc_Descr), true};
-    case kKindNpage:
-      return {AT(ALRTNPAGESERVICEREC, Msg), true};
-    case kKindGenport:
-      return {AT(ALRTGENPORTSERVICEREC, Default_Message), true};
-    case kKindBroadcast:
-      return {AT(ALRTBROADCASTSERVICEREC, Default_Message), true};
-    case kEventClass:
-      return {AT(ALRTEVENT_CLASSREC, Comment), true};
-    case kLink:
-      return {-1, 0, false};
-    case kLog:
-      return {AT(ALRTEVENT_LOGREC, EventText), true};
-    case kResponse:
-      return {AT(ALERTRESPREC, Description), true};
-    case kResult:
-      return {AT(ALERTRESPRESULTREC, ErrorText), true};
-    case kUser:
-      return {AT(ALERTUSRREC, AlertRecp), false};
-    case kInstance:
-      return {AT(ALRTUSRINSTSERV, Enable), false};
-    case kAddrMhs:
-      return {AT(ALRTUSR_MHSSERVICEREC, UserName), true};
-    case kAddrSnmp:
-      return {AT(ALRTUSR_SNMPSERVICEREC, Comment), true};
-    case kAddrMci:
-      return {AT(ALRTUSR_MCISERVICEREC, EMSAddr), true};
-    case kAddrCompus:
-      return {AT(ALRTUSR_COMPUSERVICEREC, UserName), true};
-    case kAddrSmtp:
-      return {AT(ALRTUSR_SMTPSERVICEREC, SMTPMailAddr), true};
-    case kAddrMapi:
-      return {AT(ALRTUSR_MAPISERVICEREC, UserName), true};
-    case kAddrCcmail:
-      return {AT(ALRTUSR_CCMAILSERVICEREC, UserName), true};
-    case kAddrApage:
-      return {AT(ALRTUSR_APAGESERVICEREC, Pin), true};
-    case kAddrNpage:
-      return {AT(ALRTUSR_NPAGESERVICEREC, NPAGE_Phone), true};
-    case kUserObject:
-      return {AT(tagUSEROBJ, Description), true};
-    case kTableCount:
-      break;
-  }
-  return {-1, 0, false};
-}
-
-#undef AT
-
 // The key that walks the records of one owner, for records whose ID the
 // library makes.
 std::uint32_t ownerKeyOf(Table t) {
-  switch (t) {
-    case kLink:
-      return CAlertEVENT_RESPDB::kEventClassKey;
-    case kInstance:
-      return CAlertUsrInstServDB::kUserKey;
-    case kInstalled:
-      return CAlertSERV_INST_NTFY_SERVDB::kServerKey;
-    case kAgentToServer:
-      return CAlertAGNT_SERV_RELDB::kAgentKey;
-    case kServerToAgent:
-      return CAlertSERV_AGNT_RELDB::kAgentKey;
-    default:
-      return 0;
-  }
+  return t == kLink            ? CAlertEVENT_RESPDB::kEventClassKey
+         : t == kInstance      ? CAlertUsrInstServDB::kUserKey
+         : t == kInstalled     ? CAlertSERV_INST_NTFY_SERVDB::kServerKey
+         : t == kAgentToServer ? CAlertAGNT_SERV_RELDB::kAgentKey
+         : t == kServerToAgent ? CAlertSERV_AGNT_RELDB::kAgentKey
+                               : 0;
 }
 
 class Writer {
@@ -228,7 +119,7 @@ class Writer {
   }
 
   void scribble(Table t, unsigned char *record) {
-    Scribble s = scribbleOf(t);
+    const Scribble &s = tableInfo(t).scribble;
     if (s.offset < 0) return;
     if (s.text) {
       std::string text = word(static_cast<std::size_t>(s.size - 1));
@@ -244,116 +135,20 @@ class Writer {
 
   template <class Fn>
   void with(Table t, Fn &&fn) {
-    switch (t) {
-      case kServer:
-        return fn(servers_);
-      case kTrap:
-        return fn(traps_);
-      case kPing:
-        return fn(pings_);
-      case kModem:
-        return fn(modems_);
-      case kInstalled:
-        return fn(installed_);
-      case kAgent:
-        return fn(agents_);
-      case kAgentToServer:
-        return fn(agentToServer_);
-      case kServerToAgent:
-        return fn(serverToAgent_);
-      case kLocation:
-        return fn(locations_);
-      case kProvider:
-        return fn(providers_);
-      case kCatalogue:
-        return fn(catalogue_);
-      case kKindMhs:
-        return fn(kindMhs_);
-      case kKindSnmp:
-        return fn(kindSnmp_);
-      case kKindMci:
-        return fn(kindMci_);
-      case kKindCompus:
-        return fn(kindCompus_);
-      case kKindSmtp:
-        return fn(kindSmtp_);
-      case kKindMapi:
-        return fn(kindMapi_);
-      case kKindCcmail:
-        return fn(kindCcmail_);
-      case kKindWave:
-        return fn(kindWave_);
-      case kKindTts:
-        return fn(kindTts_);
-      case kKindPhone:
-        return fn(kindPhone_);
-      case kKindApage:
-        return fn(kindApage_);
-      case kKindNpage:
-        return fn(kindNpage_);
-      case kKindGenport:
-        return fn(kindGenport_);
-      case kKindBroadcast:
-        return fn(kindBroadcast_);
-      case kEventClass:
-        return fn(eventClasses_);
-      case kLink:
-        return fn(links_);
-      case kLog:
-        return fn(log_);
-      case kResponse:
-        return fn(responses_);
-      case kResult:
-        return fn(results_);
-      case kUser:
-        return fn(users_);
-      case kInstance:
-        return fn(instances_);
-      case kAddrMhs:
-        return fn(addrMhs_);
-      case kAddrSnmp:
-        return fn(addrSnmp_);
-      case kAddrMci:
-        return fn(addrMci_);
-      case kAddrCompus:
-        return fn(addrCompus_);
-      case kAddrSmtp:
-        return fn(addrSmtp_);
-      case kAddrMapi:
-        return fn(addrMapi_);
-      case kAddrCcmail:
-        return fn(addrCcmail_);
-      case kAddrApage:
-        return fn(addrApage_);
-      case kAddrNpage:
-        return fn(addrNpage_);
-      case kUserObject:
-        return fn(userObjects_);
-      case kTableCount:
-        break;
-    }
+    harness::withElement(tables_, static_cast<std::size_t>(t), fn);
+  }
+  template <Table t>
+  auto &table() {
+    return std::get<t>(tables_);
   }
 
+  // The table through which the writer locks each data file.
   KEPDB *fileHandle(DataFile f) {
-    switch (f) {
-      case kConfigFile:
-        return servers_.handle();
-      case kProviderFile:
-        return providers_.handle();
-      case kServiceFile:
-        return catalogue_.handle();
-      case kEventFile:
-        return eventClasses_.handle();
-      case kLogFile:
-        return log_.handle();
-      case kResponseFile:
-        return responses_.handle();
-      case kUserFile:
-        return users_.handle();
-      case kDataFileCount:
-        break;
-    }
-    return nullptr;
+    static const Table lockedThrough[kDataFileCount] = {kServer, kProvider, kCatalogue, kEventClass,
+                                                        kLog,    kResponse, kUser};
+    KEPDB *handle = nullptr;
+    with(lockedThrough[f], [&](auto &table) { handle = table.handle(); });
+    return handle;
   }
 
   // The stored record `id` of table t into `out`; false when it is not there.
@@ -774,7 +569,7 @@ class Writer {
         "link-add", {token(kLink, record, true)}, label(kEventClass, eventClass),
         [&] {
           _GUID e = guidOf(eventClass), r = guidOf(response);
-          return eventClasses_.QALRTEventClassAddResponse(&e, &r);
+          return table<kEventClass>().QALRTEventClassAddResponse(&e, &r);
         },
         [&] {
           for (const Bytes &link : ownedBy(kLink, eventClass)) {
@@ -811,7 +606,7 @@ class Writer {
           formatRecord(kCatalogue, &serviceId, serviceDigest)},
          label(kCatalogue, serviceId), [&] {
            _GUID oid{}, kindOid{};
-           return catalogue_.DBAlertRecAdd(
+           return table<kCatalogue>().DBAlertRecAdd(
                &s, &oid, reinterpret_cast<typename KindTable::Record *>(kindRecord.data()),
                &kindOid);
          });
@@ -821,50 +616,10 @@ class Writer {
   }
 
   bool addTypedService() {
-    switch (below(14)) {
-      case 0:
-        addTypedService<CAlertMHSNtfyServDB>(kKindMhs);
-        break;
-      case 1:
-        addTypedService<CAlertSNMPNtfyServDB>(kKindSnmp);
-        break;
-      case 2:
-        addTypedService<CAlertMCINtfyServDB>(kKindMci);
-        break;
-      case 3:
-        addTypedService<CAlertCOMPUSNtfyServDB>(kKindCompus);
-        break;
-      case 4:
-        addTypedService<CAlertSMTPNtfyServDB>(kKindSmtp);
-        break;
-      case 5:
-        addTypedService<CAlertMAPINtfyServDB>(kKindMapi);
-        break;
-      case 6:
-        addTypedService<CAlertCCMAILNtfyServDB>(kKindCcmail);
-        break;
-      case 7:
-        addTypedService<CAlertWAVENtfyServDB>(kKindWave);
-        break;
-      case 8:
-        addTypedService<CAlertTTSNtfyServDB>(kKindTts);
-        break;
-      case 9:
-        addTypedService<CAlertPHONENtfyServDB>(kKindPhone);
-        break;
-      case 10:
-        addTypedService<CAlertAPAGENtfyServDB>(kKindApage);
-        break;
-      case 11:
-        addTypedService<CAlertNPAGENtfyServDB>(kKindNpage);
-        break;
-      case 12:
-        addTypedService<CAlertGENPORTNtfyServDB>(kKindGenport);
-        break;
-      default:
-        addTypedService<CAlertBROADCASTNtfyServDB>(kKindBroadcast);
-        break;
-    }
+    std::uint32_t kind = below(harness::kServiceKinds);
+    harness::withElement(harness::ServiceKindTables{}, kind, [&](auto type) {
+      addTypedService<typename decltype(type)::type>(static_cast<Table>(kKindMhs + kind));
+    });
     return true;
   }
 
@@ -878,10 +633,7 @@ class Writer {
   }
 
   bool updateKindSettings() {
-    static const Table kindTables[] = {
-        kKindMhs,  kKindSnmp, kKindMci,   kKindCompus, kKindSmtp,  kKindMapi,    kKindCcmail,
-        kKindWave, kKindTts,  kKindPhone, kKindApage,  kKindNpage, kKindGenport, kKindBroadcast};
-    return updateSimple(kindTables[below(14)]);
+    return updateSimple(static_cast<Table>(kKindMhs + below(harness::kServiceKinds)));
   }
 
   bool addUser() {
@@ -895,7 +647,7 @@ class Writer {
     Id id = idOfRecord(record.data());
     call("add", {formatRecord(kUser, &id, digest)}, label(kUser, id), [&] {
       _GUID newId{};
-      return users_.DBAlertRecAdd(&as<ALERTUSRREC>(record), &newId, 1);
+      return table<kUser>().DBAlertRecAdd(&as<ALERTUSRREC>(record), &newId, 1);
     });
     own_[kUser].push_back(id);
     return true;
@@ -915,31 +667,11 @@ class Writer {
   // Calls fn with the address record typed by the kind of table t.
   template <class Fn>
   std::uint32_t typedAddress(Table t, Bytes &address, Fn &&fn) {
-    switch (t) {
-      case kAddrMhs:
-        return fn(reinterpret_cast<ALRTUSR_MHSSERVICEREC *>(address.data()));
-      case kAddrSnmp:
-        return fn(reinterpret_cast<ALRTUSR_SNMPSERVICEREC *>(address.data()));
-      case kAddrMci:
-        return fn(reinterpret_cast<ALRTUSR_MCISERVICEREC *>(address.data()));
-      case kAddrCompus:
-        return fn(reinterpret_cast<ALRTUSR_COMPUSERVICEREC *>(address.data()));
-      case kAddrSmtp:
-        return fn(reinterpret_cast<ALRTUSR_SMTPSERVICEREC *>(address.data()));
-      case kAddrMapi:
-        return fn(reinterpret_cast<ALRTUSR_MAPISERVICEREC *>(address.data()));
-      case kAddrCcmail:
-        return fn(reinterpret_cast<ALRTUSR_CCMAILSERVICEREC *>(address.data()));
-      case kAddrApage:
-        return fn(reinterpret_cast<ALRTUSR_APAGESERVICEREC *>(address.data()));
-      default:
-        return fn(reinterpret_cast<ALRTUSR_NPAGESERVICEREC *>(address.data()));
-    }
-  }
-
-  static std::uint32_t randomKindType(std::uint32_t r) {
-    static const std::uint32_t types[] = {1, 2, 3, 4, 5, 6, 7, 11, 12};
-    return types[r % 9];
+    std::uint32_t status = 0;
+    harness::withElement(harness::AddressTables{}, t - kAddrMhs, [&](auto type) {
+      status = fn(reinterpret_cast<RecordOf<typename decltype(type)::type> *>(address.data()));
+    });
+    return status;
   }
 
   // A user is given a service with the address for it, by the user table's
@@ -947,8 +679,9 @@ class Writer {
   bool addUserService(bool throughUser) {
     Id user{}, service{};
     if (!pickOwn(kUser, &user) || !pickOwn(kCatalogue, &service)) return false;
-    std::uint32_t type = randomKindType(below(9));
-    Table addressTable = addressTableOfType(type);
+    std::uint32_t kind = below(harness::kAddressKindCount);
+    std::uint32_t type = harness::kAddressKinds[kind].type;
+    Table addressTable = static_cast<Table>(kAddrMhs + kind);
     Bytes address = makeAddress(addressTable, user);
     Id addressId = idOfRecord(address.data());
     Bytes instance(sizeof(ALRTUSRINSTSERV), 0);
@@ -959,20 +692,22 @@ class Writer {
     inst.ServiceType = type;
     std::vector<std::string> args{token(addressTable, address)};
     if (throughUser) {
-      setText(inst.Service_Name, instanceServiceName(type));
+      setText(inst.Service_Name, harness::kAddressKinds[kind].serviceName);
       args.push_back(token(kInstance, instance, true));
       call(
           "user-add-service", args, label(kUser, user),
           [&] {
             _GUID u = guidOf(user), s = guidOf(service);
-            return typedAddress(addressTable, address,
-                                [&](auto *a) { return users_.QALRTUsrAddService(&u, &s, a); });
+            return typedAddress(addressTable, address, [&](auto *a) {
+              return table<kUser>().QALRTUsrAddService(&u, &s, a);
+            });
           },
           [&] {
             Bytes found(sizeof(ALRTUSRINSTSERV), 0);
             Id key = addressId;
-            if (instances_.DBAlertRecFindFirst(CAlertUsrInstServDB::kAddressKey, 16, key.data(),
-                                               &as<ALRTUSRINSTSERV>(found)) != 0) {
+            if (table<kInstance>().DBAlertRecFindFirst(CAlertUsrInstServDB::kAddressKey, 16,
+                                                       key.data(),
+                                                       &as<ALRTUSRINSTSERV>(found)) != 0) {
               return std::vector<Id>{};
             }
             return std::vector<Id>{idOfRecord(found.data())};
@@ -986,7 +721,7 @@ class Writer {
       call("inst-add", args, label(kInstance, instanceId), [&] {
         _GUID instOid{}, addrOid{};
         return typedAddress(addressTable, address, [&](auto *a) {
-          return instances_.DBAlertRecAdd(&inst, &instOid, a, &addrOid);
+          return table<kInstance>().DBAlertRecAdd(&inst, &instOid, a, &addrOid);
         });
       });
     }
@@ -1009,9 +744,7 @@ class Writer {
   }
 
   bool updateAddress() {
-    static const Table tables[] = {kAddrMhs,  kAddrSnmp,   kAddrMci,   kAddrCompus, kAddrSmtp,
-                                   kAddrMapi, kAddrCcmail, kAddrApage, kAddrNpage};
-    return updateSimple(tables[below(9)]);
+    return updateSimple(static_cast<Table>(kAddrMhs + below(harness::kAddressKindCount)));
   }
 
   bool addServerEntry(Table t) {
@@ -1026,9 +759,11 @@ class Writer {
     call("srv-add-entry", {formatRecord(t, &id, digest)}, label(t, id), [&] {
       _GUID s = guidOf(server), newId{};
       if (t == kPing) {
-        return servers_.QALRTServCfgAddAutoPingEntry(&s, &as<ALRTSERV_AUTOPING>(record), &newId);
+        return table<kServer>().QALRTServCfgAddAutoPingEntry(&s, &as<ALRTSERV_AUTOPING>(record),
+                                                             &newId);
       }
-      return servers_.QALRTServCfgAddSNMPTrapEntry(&s, &as<ALRTSERV_SNMPTRAP>(record), &newId);
+      return table<kServer>().QALRTServCfgAddSNMPTrapEntry(&s, &as<ALRTSERV_SNMPTRAP>(record),
+                                                           &newId);
     });
     expectUnchanged(t, record, digest);
     own_[t].push_back(id);
@@ -1046,7 +781,7 @@ class Writer {
         "srv-add-agent", {token(kServerToAgent, record, true)}, label(kServer, server),
         [&] {
           _GUID s = guidOf(server), a = guidOf(agent);
-          return servers_.QALRTServCfgAddAgentEntry(&s, &a, &newId);
+          return table<kServer>().QALRTServCfgAddAgentEntry(&s, &a, &newId);
         },
         [&] { return std::vector<Id>{idOf(newId)}; });
     return true;
@@ -1070,7 +805,7 @@ class Writer {
         label(kAgent, agent),
         [&] {
           _GUID s = guidOf(server), a = guidOf(agent);
-          return agents_.QALRTAgntCfgAddServiceEntry(&s, &a, &newId);
+          return table<kAgent>().QALRTAgntCfgAddServiceEntry(&s, &a, &newId);
         },
         [&] {
           std::vector<Id> made;
@@ -1100,7 +835,7 @@ class Writer {
           "srv-add-installed", {token(kInstalled, record, true)}, label(kServer, server),
           [&] {
             _GUID s = guidOf(server), v = guidOf(service);
-            return servers_.QALRTServCfgAddNtfyServiceEntry(&s, &v, r.ServiceName, &newId);
+            return table<kServer>().QALRTServCfgAddNtfyServiceEntry(&s, &v, r.ServiceName, &newId);
           },
           [&] { return std::vector<Id>{idOf(newId)}; });
       return true;
@@ -1125,48 +860,9 @@ class Writer {
   std::uint64_t lastTime_ = 0;
   std::vector<Id> own_[kTableCount];
 
-  Exposed<CAlert_SRV_CFGDB> servers_;
-  Exposed<CAlertSERV_TRAPListDB> traps_;
-  Exposed<CAlertSERV_AUTOPINGDB> pings_;
-  Exposed<CAlertSERV_MODEMDB> modems_;
-  Exposed<CAlertSERV_INST_NTFY_SERVDB> installed_;
-  Exposed<CAlert_EXTAGT_CFGDB> agents_;
-  Exposed<CAlertAGNT_SERV_RELDB> agentToServer_;
-  Exposed<CAlertSERV_AGNT_RELDB> serverToAgent_;
-  Exposed<CAlertMODEM_LOCATIONDB> locations_;
-  Exposed<CAlertAPAGE_SERVICE_PROVIDERDB> providers_;
-  Exposed<CAlertNtfyServDB> catalogue_;
-  Exposed<CAlertMHSNtfyServDB> kindMhs_;
-  Exposed<CAlertSNMPNtfyServDB> kindSnmp_;
-  Exposed<CAlertMCINtfyServDB> kindMci_;
-  Exposed<CAlertCOMPUSNtfyServDB> kindCompus_;
-  Exposed<CAlertSMTPNtfyServDB> kindSmtp_;
-  Exposed<CAlertMAPINtfyServDB> kindMapi_;
-  Exposed<CAlertCCMAILNtfyServDB> kindCcmail_;
-  Exposed<CAlertWAVENtfyServDB> kindWave_;
-  Exposed<CAlertTTSNtfyServDB> kindTts_;
-  Exposed<CAlertPHONENtfyServDB> kindPhone_;
-  Exposed<CAlertAPAGENtfyServDB> kindApage_;
-  Exposed<CAlertNPAGENtfyServDB> kindNpage_;
-  Exposed<CAlertGENPORTNtfyServDB> kindGenport_;
-  Exposed<CAlertBROADCASTNtfyServDB> kindBroadcast_;
-  Exposed<CAlertEVENT_CLASSDB> eventClasses_;
-  Exposed<CAlertEVENT_RESPDB> links_;
-  Exposed<CAlertEVENT_LOGDB> log_;
-  Exposed<CAlertRespDB> responses_;
-  Exposed<CAlertRespResultsDB> results_;
-  Exposed<CAlertUsrDB> users_;
-  Exposed<CAlertUsrInstServDB> instances_;
-  Exposed<CAlertUSR_MHSDB> addrMhs_;
-  Exposed<CAlertUSR_SNMPDB> addrSnmp_;
-  Exposed<CAlertUSR_MCIDB> addrMci_;
-  Exposed<CAlertUSR_COMPUDB> addrCompus_;
-  Exposed<CAlertUSR_SMTPDB> addrSmtp_;
-  Exposed<CAlertUSR_MAPIDB> addrMapi_;
-  Exposed<CAlertUSR_CCMAILDB> addrCcmail_;
-  Exposed<CAlertUSR_APAGEDB> addrApage_;
-  Exposed<CAlertUSR_NPAGEDB> addrNpage_;
-  Exposed<CUsrDB> userObjects_;
+  template <class... T>
+  static std::tuple<Exposed<T>...> exposed(std::tuple<TableType<T>...>);
+  decltype(exposed(TableClasses{})) tables_;
 };
 
 bool Writer::open() {
@@ -1212,168 +908,80 @@ void Writer::scan() {
 
 bool Writer::step() {
   // Weighted so that there is always something for the cascades to take.
-  switch (below(100)) {
-    case 0:
-    case 1:
-    case 2:
-    case 3:
-      return addSimple(kEventClass);
-    case 4:
-    case 5:
-      return updateSimple(kEventClass);
-    case 6:
-      return deleteSimple(kEventClass);
-    case 7:
-    case 8:
-      return addLink(true);
-    case 9:
-      return addLink(false);
-    case 10:
-      return deleteDependent(kLink, kEventClass);
-    case 11:
-    case 12:
-    case 13:
-      return addSimple(kLog);
-    case 14:
-    case 15:
-      return updateSimple(kLog);
-    case 16:
-      return deleteSimple(kLog);
-    case 17:
-      return purgeLog();
-    case 18:
-    case 19:
-    case 20:
-    case 21:
-      return addSimple(kResponse);
-    case 22:
-    case 23:
-      return updateSimple(kResponse);
-    case 24:
-      return deleteSimple(kResponse);
-    case 25:
-    case 26:
-      return addSimple(kResult);
-    case 27:
-      return updateSimple(kResult);
-    case 28:
-      return deleteSimple(kResult);
-    case 29:
-    case 30:
-    case 31:
-    case 32:
-      return addTypedService();
-    case 33:
-      return addPlainService();
-    case 34:
-      return updateSimple(kCatalogue);
-    case 35:
-    case 36:
-      return updateKindSettings();
-    case 37:
-      return deleteSimple(kCatalogue);
-    case 38:
-    case 39:
-    case 40:
-      return addUser();
-    case 41:
-      return updateSimple(kUser);
-    case 42:
-    case 43:
-      return deleteSimple(kUser);
-    case 44:
-    case 45:
-    case 46:
-    case 47:
-      return addUserService(true);
-    case 48:
-    case 49:
-      return addUserService(false);
-    case 50:
-      return addBareInstance();
-    case 51:
-      return updateDependent(kInstance, kUser);
-    case 52:
-    case 53:
-      return deleteDependent(kInstance, kUser);
-    case 54:
-    case 55:
-      return updateAddress();
-    case 56:
-    case 57:
-      return addSimple(kUserObject);
-    case 58:
-      return updateSimple(kUserObject);
-    case 59:
-      return deleteSimple(kUserObject);
-    case 60:
-    case 61:
-    case 62:
-      return addSimple(kServer);
-    case 63:
-      return updateSimple(kServer);
-    case 64:
-    case 65:
-      return deleteSimple(kServer);
-    case 66:
-    case 67:
-      return addServerEntry(kPing);
-    case 68:
-    case 69:
-      return addServerEntry(kTrap);
-    case 70:
-      return updateSimple(kPing);
-    case 71:
-      return deleteSimple(kPing);
-    case 72:
-      return updateSimple(kTrap);
-    case 73:
-      return deleteSimple(kTrap);
-    case 74:
-      return addServerAgent();
-    case 75:
-    case 76:
-      return addInstalled(true);
-    case 77:
-    case 78:
-    case 79:
-      return addInstalled(false);
-    case 80:
-      return updateDependent(kInstalled, kServer);
-    case 81:
-    case 82:
-      return deleteDependent(kInstalled, kServer);
-    case 83:
-    case 84:
-      return addSimple(kModem);
-    case 85:
-      return updateSimple(kModem);
-    case 86:
-      return deleteSimple(kModem);
-    case 87:
-    case 88:
-      return addSimple(kAgent);
-    case 89:
-      return updateSimple(kAgent);
-    case 90:
-      return deleteSimple(kAgent);
-    case 91:
-    case 92:
-      return relateAgent();
-    case 93:
-      return deleteDependent(below(2) ? kAgentToServer : kServerToAgent, kAgent);
-    case 94:
-      return addSimple(kLocation);
-    case 95:
-      return below(2) ? updateSimple(kLocation) : deleteSimple(kLocation);
-    case 96:
-    case 97:
-      return addSimple(kProvider);
-    case 98:
-      return updateSimple(kProvider);
-    default:
-      return deleteSimple(kProvider);
+  using Op = bool (*)(Writer &);
+#define OP(weight, call)                     \
+  {                                          \
+    weight, [](Writer &w) { return w.call; } \
   }
+  static const std::pair<std::uint32_t, Op> ops[] = {
+      OP(4, addSimple(kEventClass)),
+      OP(2, updateSimple(kEventClass)),
+      OP(1, deleteSimple(kEventClass)),
+      OP(2, addLink(true)),
+      OP(1, addLink(false)),
+      OP(1, deleteDependent(kLink, kEventClass)),
+      OP(3, addSimple(kLog)),
+      OP(2, updateSimple(kLog)),
+      OP(1, deleteSimple(kLog)),
+      OP(1, purgeLog()),
+      OP(4, addSimple(kResponse)),
+      OP(2, updateSimple(kResponse)),
+      OP(1, deleteSimple(kResponse)),
+      OP(2, addSimple(kResult)),
+      OP(1, updateSimple(kResult)),
+      OP(1, deleteSimple(kResult)),
+      OP(4, addTypedService()),
+      OP(1, addPlainService()),
+      OP(1, updateSimple(kCatalogue)),
+      OP(2, updateKindSettings()),
+      OP(1, deleteSimple(kCatalogue)),
+      OP(3, addUser()),
+      OP(1, updateSimple(kUser)),
+      OP(2, deleteSimple(kUser)),
+      OP(4, addUserService(true)),
+      OP(2, addUserService(false)),
+      OP(1, addBareInstance()),
+      OP(1, updateDependent(kInstance, kUser)),
+      OP(2, deleteDependent(kInstance, kUser)),
+      OP(2, updateAddress()),
+      OP(2, addSimple(kUserObject)),
+      OP(1, updateSimple(kUserObject)),
+      OP(1, deleteSimple(kUserObject)),
+      OP(3, addSimple(kServer)),
+      OP(1, updateSimple(kServer)),
+      OP(2, deleteSimple(kServer)),
+      OP(2, addServerEntry(kPing)),
+      OP(2, addServerEntry(kTrap)),
+      OP(1, updateSimple(kPing)),
+      OP(1, deleteSimple(kPing)),
+      OP(1, updateSimple(kTrap)),
+      OP(1, deleteSimple(kTrap)),
+      OP(1, addServerAgent()),
+      OP(2, addInstalled(true)),
+      OP(3, addInstalled(false)),
+      OP(1, updateDependent(kInstalled, kServer)),
+      OP(2, deleteDependent(kInstalled, kServer)),
+      OP(2, addSimple(kModem)),
+      OP(1, updateSimple(kModem)),
+      OP(1, deleteSimple(kModem)),
+      OP(2, addSimple(kAgent)),
+      OP(1, updateSimple(kAgent)),
+      OP(1, deleteSimple(kAgent)),
+      OP(2, relateAgent()),
+      OP(1, deleteDependent(w.below(2) ? kAgentToServer : kServerToAgent, kAgent)),
+      OP(1, addSimple(kLocation)),
+      OP(1, below(2) ? w.updateSimple(kLocation) : w.deleteSimple(kLocation)),
+      OP(2, addSimple(kProvider)),
+      OP(1, updateSimple(kProvider)),
+      OP(1, deleteSimple(kProvider)),
+  };
+#undef OP
+  std::uint32_t r = below(100);
+  for (const auto &[weight, op] : ops) {
+    if (r < weight) return op(*this);
+    r -= weight;
+  }
+  return false;
 }
 
 // A few calls under the lock of every data file, committed together.

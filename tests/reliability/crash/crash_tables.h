@@ -15,6 +15,7 @@
 #include <xxhash.h>
 
 #include "alertdb.h"
+#include "reliability/harness_tables.h"
 
 namespace crash {
 
@@ -111,6 +112,13 @@ struct Number {
   int size = 0;
 };
 
+// The field an update rewrites: text, or a number when text is false.
+struct Scribble {
+  int offset = -1;
+  int size = 0;
+  bool text = false;
+};
+
 struct TableInfo {
   const char *name;
   DataFile file;
@@ -123,213 +131,126 @@ struct TableInfo {
   // Offset of the object ID that tells whose record it is, for records whose
   // own ID the library makes; -1 when the record's own ID tells.
   int ownerRef;
+  Scribble scribble;
 };
 
-#define CRASH_AT(rec, field) static_cast<int>(offsetof(rec, field))
-#define CRASH_NUM(rec, field) \
-  Number { CRASH_AT(rec, field), static_cast<int>(sizeof(rec::field)) }
+// In the order of enum Table.
+// clang-format off
+#define AT(rec, field) static_cast<int>(offsetof(rec, field))
+#define NUM(rec, field) Number{AT(rec, field), static_cast<int>(sizeof(rec::field))}
+#define TEXT(rec, field) Scribble{AT(rec, field), static_cast<int>(sizeof(rec::field)), true}
+#define INT(rec, field) Scribble{AT(rec, field), 4, false}
+#define NO_REFS {-1, -1, -1}
+#define REF(rec, field) {AT(rec, field), -1, -1}
+#define PLAIN(name, file, rec, field) \
+  {name, file, sizeof(rec), NO_REFS, {}, -1, -1, TEXT(rec, field)}
+#define USR(name, rec, field) \
+  {name, kUserFile, sizeof(rec), REF(rec, USR_OID), {}, -1, -1, TEXT(rec, field)}
+inline const TableInfo kTableInfos[kTableCount] = {
+    PLAIN("ALRT_Server_Config", kConfigFile, ALRT_SRV_CFGREC, Addr),
+    {"SNMPTrapList", kConfigFile, sizeof(ALRTSERV_SNMPTRAP), REF(ALRTSERV_SNMPTRAP, ServerOID),
+     {}, -1, -1, TEXT(ALRTSERV_SNMPTRAP, Comment)},
+    {"AutoPingList", kConfigFile, sizeof(ALRTSERV_AUTOPING), REF(ALRTSERV_AUTOPING, ServerOID),
+     {}, -1, -1, TEXT(ALRTSERV_AUTOPING, Comment)},
+    {"ModemTable", kConfigFile, sizeof(ALRTSERV_MODEM), REF(ALRTSERV_MODEM, ServerOID),
+     {}, -1, -1, TEXT(ALRTSERV_MODEM, Comment)},
+    {"ServerInstService", kConfigFile, sizeof(ALRTSERV_INST_NTFY_SERVREC),
+     {AT(ALRTSERV_INST_NTFY_SERVREC, ServiceOID), AT(ALRTSERV_INST_NTFY_SERVREC, ServerOID),
+      AT(ALRTSERV_INST_NTFY_SERVREC, ServiceSpecOID)},
+     NUM(ALRTSERV_INST_NTFY_SERVREC, BackupServer), -1, AT(ALRTSERV_INST_NTFY_SERVREC, ServerOID),
+     TEXT(ALRTSERV_INST_NTFY_SERVREC, ServiceName)},
+    PLAIN("ALRT_ExtAgent_Config", kConfigFile, ALRT_EXTAGT_CFGREC, Addr),
+    {"AGNT_SERV_Relation_", kConfigFile, sizeof(ALRTAGNT_SERV_RELREC),
+     {AT(ALRTAGNT_SERV_RELREC, AgentOID), AT(ALRTAGNT_SERV_RELREC, ServerOID), -1}, {}, -1,
+     AT(ALRTAGNT_SERV_RELREC, AgentOID), {}},
+    {"SERV_AGNT_REL_Service", kConfigFile, sizeof(ALRTSERV_AGNT_RELREC),
+     {AT(ALRTSERV_AGNT_RELREC, AgentOID), AT(ALRTSERV_AGNT_RELREC, ServerOID), -1}, {}, -1,
+     AT(ALRTSERV_AGNT_RELREC, AgentOID), {}},
+    PLAIN("ModemLocation", kConfigFile, ALRTMODEM_LOCATION, AreaCode),
+    PLAIN("APageServProvider", kProviderFile, ALRTAPAGE_SERVICE_PROVIDER_REC, City),
+    {"Notify_Services", kServiceFile, sizeof(ALRTNTFYSERV),
+     REF(ALRTNTFYSERV, ServiceSpecific_KEPOID),
+     NUM(ALRTNTFYSERV, ServiceType), -1, -1, TEXT(ALRTNTFYSERV, Comment)},
+    PLAIN("MHS_Service", kServiceFile, ALRTMHSSERVICEREC, Dir),
+    PLAIN("SNMP_Service", kServiceFile, ALRTSNMPSERVICEREC, Comment),
+    PLAIN("MCI_Service", kServiceFile, ALRTMCISERVICEREC, Phone),
+    PLAIN("COMPUS_Service", kServiceFile, ALRTCOMPUSSERVICEREC, Phone),
+    PLAIN("SMTP_Service", kServiceFile, ALRTSMTPSERVICEREC, Server_addr),
+    PLAIN("MAPI_Service", kServiceFile, ALRTMAPISERVICEREC, Login),
+    PLAIN("CCMAIL_Service", kServiceFile, ALRTCCMAILSERVICEREC, Login),
+    PLAIN("WAVE_Service", kServiceFile, ALRTWAVESERVICEREC, WaveFile),
+    PLAIN("TTS_Service", kServiceFile, ALRTTTSSERVICEREC, Text_msg),
+    PLAIN("PHONE_Service", kServiceFile, ALRTPHONESERVICEREC, Phone),
+    PLAIN("APAGE_Service", kServiceFile, ALRTAPAGESERVICEREC, Loc_Descr),
+    PLAIN("NPAGE_Service", kServiceFile, ALRTNPAGESERVICEREC, Msg),
+    PLAIN("GENPORT_Service", kServiceFile, ALRTGENPORTSERVICEREC, Default_Message),
+    PLAIN("BROADCAST_Service", kServiceFile, ALRTBROADCASTSERVICEREC, Default_Message),
+    PLAIN("EVENT_CLASS", kEventFile, ALRTEVENT_CLASSREC, Comment),
+    {"EVENT_RESP", kEventFile, sizeof(ALRTEVENT_RESPREC),
+     {AT(ALRTEVENT_RESPREC, EventClassOID), AT(ALRTEVENT_RESPREC, ResponseOID), -1}, {}, -1,
+     AT(ALRTEVENT_RESPREC, EventClassOID), {}},
+    {"EVENT_LOG", kLogFile, sizeof(ALRTEVENT_LOGREC), REF(ALRTEVENT_LOGREC, EventClass_OID),
+     NUM(ALRTEVENT_LOGREC, Ack), AT(ALRTEVENT_LOGREC, Time), -1, TEXT(ALRTEVENT_LOGREC, EventText)},
+    {"AlertResp_Table", kResponseFile, sizeof(ALERTRESPREC),
+     {AT(ALERTRESPREC, UserOID), AT(ALERTRESPREC, ServiceOID), -1}, NUM(ALERTRESPREC, Type), -1, -1,
+     TEXT(ALERTRESPREC, Description)},
+    {"AlertResultResp_Table", kResponseFile, sizeof(ALERTRESPRESULTREC),
+     {AT(ALERTRESPRESULTREC, LogEntryOID), AT(ALERTRESPRESULTREC, ResponseOID), -1}, {}, -1, -1,
+     TEXT(ALERTRESPRESULTREC, ErrorText)},
+    {"AlertUsr_Table", kUserFile, sizeof(ALERTUSRREC), NO_REFS, {}, -1, -1,
+     INT(ALERTUSRREC, AlertRecp)},
+    {"UsrInst", kUserFile, sizeof(ALRTUSRINSTSERV),
+     {AT(ALRTUSRINSTSERV, UserOid), AT(ALRTUSRINSTSERV, Service_KEPOID),
+      AT(ALRTUSRINSTSERV, ServicePerInfo_KEPOID)},
+     NUM(ALRTUSRINSTSERV, ServiceType), -1, AT(ALRTUSRINSTSERV, UserOid),
+     INT(ALRTUSRINSTSERV, Enable)},
+    USR("USR_MHS_Service", ALRTUSR_MHSSERVICEREC, UserName),
+    USR("USR_SNMP_Service", ALRTUSR_SNMPSERVICEREC, Comment),
+    USR("USR_MCI_Service", ALRTUSR_MCISERVICEREC, EMSAddr),
+    USR("USR_COMPU_Service", ALRTUSR_COMPUSERVICEREC, UserName),
+    USR("USR_SMTP_Service", ALRTUSR_SMTPSERVICEREC, SMTPMailAddr),
+    USR("USR_MAPI_Service", ALRTUSR_MAPISERVICEREC, UserName),
+    USR("USR_CCMAIL_Service", ALRTUSR_CCMAILSERVICEREC, UserName),
+    USR("USR_APAGE_Service", ALRTUSR_APAGESERVICEREC, Pin),
+    USR("USR_NPAGE_Service", ALRTUSR_NPAGESERVICEREC, NPAGE_Phone),
+    PLAIN("UserObj", kUserFile, tagUSEROBJ, Description),
+};
+// clang-format on
 
-inline const TableInfo &tableInfo(Table table) {
-  static const TableInfo infos[kTableCount] = {
-      {"ALRT_Server_Config", kConfigFile, sizeof(ALRT_SRV_CFGREC), {-1, -1, -1}, {}, -1, -1},
-      {"SNMPTrapList",
-       kConfigFile,
-       sizeof(ALRTSERV_SNMPTRAP),
-       {CRASH_AT(ALRTSERV_SNMPTRAP, ServerOID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"AutoPingList",
-       kConfigFile,
-       sizeof(ALRTSERV_AUTOPING),
-       {CRASH_AT(ALRTSERV_AUTOPING, ServerOID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"ModemTable",
-       kConfigFile,
-       sizeof(ALRTSERV_MODEM),
-       {CRASH_AT(ALRTSERV_MODEM, ServerOID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"ServerInstService",
-       kConfigFile,
-       sizeof(ALRTSERV_INST_NTFY_SERVREC),
-       {CRASH_AT(ALRTSERV_INST_NTFY_SERVREC, ServiceOID),
-        CRASH_AT(ALRTSERV_INST_NTFY_SERVREC, ServerOID),
-        CRASH_AT(ALRTSERV_INST_NTFY_SERVREC, ServiceSpecOID)},
-       CRASH_NUM(ALRTSERV_INST_NTFY_SERVREC, BackupServer),
-       -1,
-       CRASH_AT(ALRTSERV_INST_NTFY_SERVREC, ServerOID)},
-      {"ALRT_ExtAgent_Config", kConfigFile, sizeof(ALRT_EXTAGT_CFGREC), {-1, -1, -1}, {}, -1, -1},
-      {"AGNT_SERV_Relation_",
-       kConfigFile,
-       sizeof(ALRTAGNT_SERV_RELREC),
-       {CRASH_AT(ALRTAGNT_SERV_RELREC, AgentOID), CRASH_AT(ALRTAGNT_SERV_RELREC, ServerOID), -1},
-       {},
-       -1,
-       CRASH_AT(ALRTAGNT_SERV_RELREC, AgentOID)},
-      {"SERV_AGNT_REL_Service",
-       kConfigFile,
-       sizeof(ALRTSERV_AGNT_RELREC),
-       {CRASH_AT(ALRTSERV_AGNT_RELREC, AgentOID), CRASH_AT(ALRTSERV_AGNT_RELREC, ServerOID), -1},
-       {},
-       -1,
-       CRASH_AT(ALRTSERV_AGNT_RELREC, AgentOID)},
-      {"ModemLocation", kConfigFile, sizeof(ALRTMODEM_LOCATION), {-1, -1, -1}, {}, -1, -1},
-      {"APageServProvider",
-       kProviderFile,
-       sizeof(ALRTAPAGE_SERVICE_PROVIDER_REC),
-       {-1, -1, -1},
-       {},
-       -1,
-       -1},
-      {"Notify_Services",
-       kServiceFile,
-       sizeof(ALRTNTFYSERV),
-       {CRASH_AT(ALRTNTFYSERV, ServiceSpecific_KEPOID), -1, -1},
-       CRASH_NUM(ALRTNTFYSERV, ServiceType),
-       -1,
-       -1},
-      {"MHS_Service", kServiceFile, sizeof(ALRTMHSSERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"SNMP_Service", kServiceFile, sizeof(ALRTSNMPSERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"MCI_Service", kServiceFile, sizeof(ALRTMCISERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"COMPUS_Service", kServiceFile, sizeof(ALRTCOMPUSSERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"SMTP_Service", kServiceFile, sizeof(ALRTSMTPSERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"MAPI_Service", kServiceFile, sizeof(ALRTMAPISERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"CCMAIL_Service", kServiceFile, sizeof(ALRTCCMAILSERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"WAVE_Service", kServiceFile, sizeof(ALRTWAVESERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"TTS_Service", kServiceFile, sizeof(ALRTTTSSERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"PHONE_Service", kServiceFile, sizeof(ALRTPHONESERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"APAGE_Service", kServiceFile, sizeof(ALRTAPAGESERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"NPAGE_Service", kServiceFile, sizeof(ALRTNPAGESERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"GENPORT_Service", kServiceFile, sizeof(ALRTGENPORTSERVICEREC), {-1, -1, -1}, {}, -1, -1},
-      {"BROADCAST_Service",
-       kServiceFile,
-       sizeof(ALRTBROADCASTSERVICEREC),
-       {-1, -1, -1},
-       {},
-       -1,
-       -1},
-      {"EVENT_CLASS", kEventFile, sizeof(ALRTEVENT_CLASSREC), {-1, -1, -1}, {}, -1, -1},
-      {"EVENT_RESP",
-       kEventFile,
-       sizeof(ALRTEVENT_RESPREC),
-       {CRASH_AT(ALRTEVENT_RESPREC, EventClassOID), CRASH_AT(ALRTEVENT_RESPREC, ResponseOID), -1},
-       {},
-       -1,
-       CRASH_AT(ALRTEVENT_RESPREC, EventClassOID)},
-      {"EVENT_LOG",
-       kLogFile,
-       sizeof(ALRTEVENT_LOGREC),
-       {CRASH_AT(ALRTEVENT_LOGREC, EventClass_OID), -1, -1},
-       CRASH_NUM(ALRTEVENT_LOGREC, Ack),
-       CRASH_AT(ALRTEVENT_LOGREC, Time),
-       -1},
-      {"AlertResp_Table",
-       kResponseFile,
-       sizeof(ALERTRESPREC),
-       {CRASH_AT(ALERTRESPREC, UserOID), CRASH_AT(ALERTRESPREC, ServiceOID), -1},
-       CRASH_NUM(ALERTRESPREC, Type),
-       -1,
-       -1},
-      {"AlertResultResp_Table",
-       kResponseFile,
-       sizeof(ALERTRESPRESULTREC),
-       {CRASH_AT(ALERTRESPRESULTREC, LogEntryOID), CRASH_AT(ALERTRESPRESULTREC, ResponseOID), -1},
-       {},
-       -1,
-       -1},
-      {"AlertUsr_Table", kUserFile, sizeof(ALERTUSRREC), {-1, -1, -1}, {}, -1, -1},
-      {"UsrInst",
-       kUserFile,
-       sizeof(ALRTUSRINSTSERV),
-       {CRASH_AT(ALRTUSRINSTSERV, UserOid), CRASH_AT(ALRTUSRINSTSERV, Service_KEPOID),
-        CRASH_AT(ALRTUSRINSTSERV, ServicePerInfo_KEPOID)},
-       CRASH_NUM(ALRTUSRINSTSERV, ServiceType),
-       -1,
-       CRASH_AT(ALRTUSRINSTSERV, UserOid)},
-      {"USR_MHS_Service",
-       kUserFile,
-       sizeof(ALRTUSR_MHSSERVICEREC),
-       {CRASH_AT(ALRTUSR_MHSSERVICEREC, USR_OID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"USR_SNMP_Service",
-       kUserFile,
-       sizeof(ALRTUSR_SNMPSERVICEREC),
-       {CRASH_AT(ALRTUSR_SNMPSERVICEREC, USR_OID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"USR_MCI_Service",
-       kUserFile,
-       sizeof(ALRTUSR_MCISERVICEREC),
-       {CRASH_AT(ALRTUSR_MCISERVICEREC, USR_OID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"USR_COMPU_Service",
-       kUserFile,
-       sizeof(ALRTUSR_COMPUSERVICEREC),
-       {CRASH_AT(ALRTUSR_COMPUSERVICEREC, USR_OID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"USR_SMTP_Service",
-       kUserFile,
-       sizeof(ALRTUSR_SMTPSERVICEREC),
-       {CRASH_AT(ALRTUSR_SMTPSERVICEREC, USR_OID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"USR_MAPI_Service",
-       kUserFile,
-       sizeof(ALRTUSR_MAPISERVICEREC),
-       {CRASH_AT(ALRTUSR_MAPISERVICEREC, USR_OID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"USR_CCMAIL_Service",
-       kUserFile,
-       sizeof(ALRTUSR_CCMAILSERVICEREC),
-       {CRASH_AT(ALRTUSR_CCMAILSERVICEREC, USR_OID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"USR_APAGE_Service",
-       kUserFile,
-       sizeof(ALRTUSR_APAGESERVICEREC),
-       {CRASH_AT(ALRTUSR_APAGESERVICEREC, USR_OID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"USR_NPAGE_Service",
-       kUserFile,
-       sizeof(ALRTUSR_NPAGESERVICEREC),
-       {CRASH_AT(ALRTUSR_NPAGESERVICEREC, USR_OID), -1, -1},
-       {},
-       -1,
-       -1},
-      {"UserObj", kUserFile, sizeof(tagUSEROBJ), {-1, -1, -1}, {}, -1, -1},
-  };
-  return infos[table];
-}
+#undef USR
+#undef PLAIN
+#undef NO_REFS
+#undef REF
+#undef INT
+#undef TEXT
+#undef NUM
+#undef AT
 
-#undef CRASH_NUM
-#undef CRASH_AT
+inline const TableInfo &tableInfo(Table table) { return kTableInfos[table]; }
 
 inline bool tableByName(const std::string &name, Table *table) {
   for (int t = 0; t < kTableCount; ++t) {
-    if (name == tableInfo(static_cast<Table>(t)).name) {
+    if (name == kTableInfos[t].name) {
       *table = static_cast<Table>(t);
       return true;
     }
   }
   return false;
 }
+
+// The table classes, in the order of enum Table.
+using TableClasses = harness::TypeList<
+    CAlert_SRV_CFGDB, CAlertSERV_TRAPListDB, CAlertSERV_AUTOPINGDB, CAlertSERV_MODEMDB,
+    CAlertSERV_INST_NTFY_SERVDB, CAlert_EXTAGT_CFGDB, CAlertAGNT_SERV_RELDB, CAlertSERV_AGNT_RELDB,
+    CAlertMODEM_LOCATIONDB, CAlertAPAGE_SERVICE_PROVIDERDB, CAlertNtfyServDB, CAlertMHSNtfyServDB,
+    CAlertSNMPNtfyServDB, CAlertMCINtfyServDB, CAlertCOMPUSNtfyServDB, CAlertSMTPNtfyServDB,
+    CAlertMAPINtfyServDB, CAlertCCMAILNtfyServDB, CAlertWAVENtfyServDB, CAlertTTSNtfyServDB,
+    CAlertPHONENtfyServDB, CAlertAPAGENtfyServDB, CAlertNPAGENtfyServDB, CAlertGENPORTNtfyServDB,
+    CAlertBROADCASTNtfyServDB, CAlertEVENT_CLASSDB, CAlertEVENT_RESPDB, CAlertEVENT_LOGDB,
+    CAlertRespDB, CAlertRespResultsDB, CAlertUsrDB, CAlertUsrInstServDB, CAlertUSR_MHSDB,
+    CAlertUSR_SNMPDB, CAlertUSR_MCIDB, CAlertUSR_COMPUDB, CAlertUSR_SMTPDB, CAlertUSR_MAPIDB,
+    CAlertUSR_CCMAILDB, CAlertUSR_APAGEDB, CAlertUSR_NPAGEDB, CUsrDB>;
+static_assert(std::tuple_size_v<TableClasses> == kTableCount);
 
 // Service types (catalogue numbering) and the tables that belong to them.
 inline Table kindTableOfType(std::uint32_t type) {
@@ -340,28 +261,10 @@ inline Table kindTableOfType(std::uint32_t type) {
   return type <= 16 ? byType[type] : kTableCount;
 }
 inline Table addressTableOfType(std::uint32_t type) {
-  switch (type) {
-    case 1:
-      return kAddrMhs;
-    case 2:
-      return kAddrSnmp;
-    case 3:
-      return kAddrMci;
-    case 4:
-      return kAddrCompus;
-    case 5:
-      return kAddrSmtp;
-    case 6:
-      return kAddrMapi;
-    case 7:
-      return kAddrCcmail;
-    case 11:
-      return kAddrApage;
-    case 12:
-      return kAddrNpage;
-    default:
-      return kTableCount;
+  for (int i = 0; i < harness::kAddressKindCount; ++i) {
+    if (harness::kAddressKinds[i].type == type) return static_cast<Table>(kAddrMhs + i);
   }
+  return kTableCount;
 }
 
 // What both sides compare of a record.
@@ -408,142 +311,14 @@ inline int slotOfRecord(Table table, const void *record) {
   return slotOfId(owner);
 }
 
-// The service name an instance made by a user's service add carries.
-inline const char *instanceServiceName(std::uint32_t type) {
-  switch (type) {
-    case 1:
-      return "MHS";
-    case 2:
-      return "SNMP Trap";
-    case 3:
-      return "MCI Mail";
-    case 4:
-      return "CompuServe";
-    case 5:
-      return "Internet Mail";
-    case 6:
-      return "Microsoft Mail";
-    case 7:
-      return "CC:Mail";
-    case 11:
-      return "Alphanumeric Pager";
-    case 12:
-      return "Numeric Pager";
-    default:
-      return "";
-  }
-}
-
-// A table object whose record store handle and object-ID key a test can
-// reach: the handle to lock its file, the key to walk its records.
-template <class T>
-class Exposed : public T {
- public:
-  KEPDB *handle() const { return this->m_hTable; }
-  std::uint32_t idKey() const { return this->m_nIdKey; }
-};
-
-template <class R>
-R recordTypeOf(const CAlertDBTable<R> &);
-template <class T>
-using RecordOf = decltype(recordTypeOf(std::declval<T &>()));
-
-template <class T>
-struct TableType {
-  using type = T;
-};
+using harness::Exposed;
+using harness::RecordOf;
+using harness::TableType;
 
 // Calls fn with TableType<C>, C the table class of t.
 template <class Fn>
 void withTableType(Table t, Fn &&fn) {
-  switch (t) {
-    case kServer:
-      return fn(TableType<CAlert_SRV_CFGDB>{});
-    case kTrap:
-      return fn(TableType<CAlertSERV_TRAPListDB>{});
-    case kPing:
-      return fn(TableType<CAlertSERV_AUTOPINGDB>{});
-    case kModem:
-      return fn(TableType<CAlertSERV_MODEMDB>{});
-    case kInstalled:
-      return fn(TableType<CAlertSERV_INST_NTFY_SERVDB>{});
-    case kAgent:
-      return fn(TableType<CAlert_EXTAGT_CFGDB>{});
-    case kAgentToServer:
-      return fn(TableType<CAlertAGNT_SERV_RELDB>{});
-    case kServerToAgent:
-      return fn(TableType<CAlertSERV_AGNT_RELDB>{});
-    case kLocation:
-      return fn(TableType<CAlertMODEM_LOCATIONDB>{});
-    case kProvider:
-      return fn(TableType<CAlertAPAGE_SERVICE_PROVIDERDB>{});
-    case kCatalogue:
-      return fn(TableType<CAlertNtfyServDB>{});
-    case kKindMhs:
-      return fn(TableType<CAlertMHSNtfyServDB>{});
-    case kKindSnmp:
-      return fn(TableType<CAlertSNMPNtfyServDB>{});
-    case kKindMci:
-      return fn(TableType<CAlertMCINtfyServDB>{});
-    case kKindCompus:
-      return fn(TableType<CAlertCOMPUSNtfyServDB>{});
-    case kKindSmtp:
-      return fn(TableType<CAlertSMTPNtfyServDB>{});
-    case kKindMapi:
-      return fn(TableType<CAlertMAPINtfyServDB>{});
-    case kKindCcmail:
-      return fn(TableType<CAlertCCMAILNtfyServDB>{});
-    case kKindWave:
-      return fn(TableType<CAlertWAVENtfyServDB>{});
-    case kKindTts:
-      return fn(TableType<CAlertTTSNtfyServDB>{});
-    case kKindPhone:
-      return fn(TableType<CAlertPHONENtfyServDB>{});
-    case kKindApage:
-      return fn(TableType<CAlertAPAGENtfyServDB>{});
-    case kKindNpage:
-      return fn(TableType<CAlertNPAGENtfyServDB>{});
-    case kKindGenport:
-      return fn(TableType<CAlertGENPORTNtfyServDB>{});
-    case kKindBroadcast:
-      return fn(TableType<CAlertBROADCASTNtfyServDB>{});
-    case kEventClass:
-      return fn(TableType<CAlertEVENT_CLASSDB>{});
-    case kLink:
-      return fn(TableType<CAlertEVENT_RESPDB>{});
-    case kLog:
-      return fn(TableType<CAlertEVENT_LOGDB>{});
-    case kResponse:
-      return fn(TableType<CAlertRespDB>{});
-    case kResult:
-      return fn(TableType<CAlertRespResultsDB>{});
-    case kUser:
-      return fn(TableType<CAlertUsrDB>{});
-    case kInstance:
-      return fn(TableType<CAlertUsrInstServDB>{});
-    case kAddrMhs:
-      return fn(TableType<CAlertUSR_MHSDB>{});
-    case kAddrSnmp:
-      return fn(TableType<CAlertUSR_SNMPDB>{});
-    case kAddrMci:
-      return fn(TableType<CAlertUSR_MCIDB>{});
-    case kAddrCompus:
-      return fn(TableType<CAlertUSR_COMPUDB>{});
-    case kAddrSmtp:
-      return fn(TableType<CAlertUSR_SMTPDB>{});
-    case kAddrMapi:
-      return fn(TableType<CAlertUSR_MAPIDB>{});
-    case kAddrCcmail:
-      return fn(TableType<CAlertUSR_CCMAILDB>{});
-    case kAddrApage:
-      return fn(TableType<CAlertUSR_APAGEDB>{});
-    case kAddrNpage:
-      return fn(TableType<CAlertUSR_NPAGEDB>{});
-    case kUserObject:
-      return fn(TableType<CUsrDB>{});
-    case kTableCount:
-      break;
-  }
+  harness::withElement(TableClasses{}, static_cast<std::size_t>(t), fn);
 }
 
 // The response type bit that protects a response from deletion.
