@@ -319,41 +319,41 @@ class LoadThread {
     std::uint32_t r = random(100);
     switch (file) {
       case File::Services:
-        if (r < 30) return full(Table::Service) ? serviceDelete() : serviceAdd();
+        if (r < 30) return full(Table::Service) ? remove(Table::Service) : serviceAdd();
         if (r < 60) return serviceUpdate();
         if (r < 85) return settingsUpdate();
-        return serviceDelete();
+        return remove(Table::Service);
       case File::Config:
-        if (r < 20) return full(Table::Server) ? serverDelete() : serverAdd();
+        if (r < 20) return full(Table::Server) ? remove(Table::Server) : serverAdd();
         if (r < 35) return serverUpdate();
-        if (r < 45) return serverDelete();
-        if (r < 70) return full(Table::Installed) ? installedDelete() : installedAdd();
+        if (r < 45) return remove(Table::Server);
+        if (r < 70) return full(Table::Installed) ? remove(Table::Installed) : installedAdd();
         if (r < 88) return installedUpdate();
-        return installedDelete();
+        return remove(Table::Installed);
       case File::Users:
-        if (r < 15) return full(Table::User) ? userDelete() : userAdd();
+        if (r < 15) return full(Table::User) ? remove(Table::User) : userAdd();
         if (r < 27) return userUpdate();
-        if (r < 35) return userDelete();
-        if (r < 55) return full(Table::Instance) ? instanceDelete() : userAddService();
-        if (r < 68) return full(Table::Instance) ? instanceDelete() : instanceAdd();
+        if (r < 35) return remove(Table::User);
+        if (r < 55) return full(Table::Instance) ? remove(Table::Instance) : userAddService();
+        if (r < 68) return full(Table::Instance) ? remove(Table::Instance) : instanceAdd();
         if (r < 80) return instanceUpdate();
-        if (r < 90) return instanceDelete();
+        if (r < 90) return remove(Table::Instance);
         return addressUpdate();
       case File::Responses:
-        if (r < 40) return full(Table::Response) ? responseDelete() : responseAdd();
+        if (r < 40) return full(Table::Response) ? remove(Table::Response) : responseAdd();
         if (r < 70) return responseUpdate();
-        return responseDelete();
+        return remove(Table::Response);
       case File::Events:
-        if (r < 20) return full(Table::EventClass) ? eventClassDelete() : eventClassAdd();
+        if (r < 20) return full(Table::EventClass) ? remove(Table::EventClass) : eventClassAdd();
         if (r < 35) return eventClassUpdate();
-        if (r < 45) return eventClassDelete();
-        if (r < 70) return full(Table::Link) ? linkDelete() : linkAdd();
+        if (r < 45) return remove(Table::EventClass);
+        if (r < 70) return full(Table::Link) ? remove(Table::Link) : linkAdd();
         if (r < 82) return linkPut();
-        return linkDelete();
+        return remove(Table::Link);
       case File::Log:
-        if (r < 45) return full(Table::LogEntry) ? logDelete() : logAdd();
+        if (r < 45) return full(Table::LogEntry) ? remove(Table::LogEntry) : logAdd();
         if (r < 75) return logUpdate();
-        return logDelete();
+        return remove(Table::LogEntry);
     }
     return false;
   }
@@ -399,6 +399,19 @@ class LoadThread {
     call(entry, [&] { return table.DBAlertRecDelete(&guid); });
     entry.args = {oidText(id)};
     log(entry);
+  }
+
+  // Deletes one of the thread's records of `table` (or one it deleted).
+  bool remove(Table table) {
+    static const char *const ops[kTableCount] = {"svc.del", "",        "srv.del", "inst.del",
+                                                 "usr.del", "uin.del", "",        "rsp.del",
+                                                 "evc.del", "lnk.del", "log.del"};
+    Oid id;
+    if (!pick(table, &id)) return false;
+    const char *op = ops[static_cast<int>(table)];
+    tables_.with(table, [&](auto &t) { erase(op, t, id); });
+    if (table == Table::EventClass) registration(Table::EventClass, id);
+    return true;
   }
 
   // Services: a catalogue row with its SMTP settings row.
@@ -460,13 +473,6 @@ class LoadThread {
     return true;
   }
 
-  bool serviceDelete() {
-    Oid id;
-    if (!pick(Table::Service, &id)) return false;
-    erase("svc.del", tables_.service, id);
-    return true;
-  }
-
   // Servers and the services installed on them.
 
   bool serverAdd() {
@@ -494,13 +500,6 @@ class LoadThread {
     server.status = ++serial_;
     server.EventStat = serial_ * 3;
     update("srv.upd", tables_.server, id, &server);
-    return true;
-  }
-
-  bool serverDelete() {
-    Oid id;
-    if (!pick(Table::Server, &id)) return false;
-    erase("srv.del", tables_.server, id);
     return true;
   }
 
@@ -544,13 +543,6 @@ class LoadThread {
     return true;
   }
 
-  bool installedDelete() {
-    Oid id;
-    if (!pick(Table::Installed, &id)) return false;
-    erase("inst.del", tables_.installed, id);
-    return true;
-  }
-
   // Users, their service instances and addresses.
 
   bool userAdd() {
@@ -574,13 +566,6 @@ class LoadThread {
     current(tables_.user, Table::User, id, &user);
     user.AlertRecp = ++serial_;
     update("usr.upd", tables_.user, id, &user);
-    return true;
-  }
-
-  bool userDelete() {
-    Oid id;
-    if (!pick(Table::User, &id)) return false;
-    erase("usr.del", tables_.user, id);
     return true;
   }
 
@@ -672,13 +657,6 @@ class LoadThread {
     return true;
   }
 
-  bool instanceDelete() {
-    Oid id;
-    if (!pick(Table::Instance, &id)) return false;
-    erase("uin.del", tables_.instance, id);
-    return true;
-  }
-
   bool addressUpdate() {
     Oid id;
     if (!pick(Table::Address, &id)) return false;
@@ -736,13 +714,6 @@ class LoadThread {
     return true;
   }
 
-  bool responseDelete() {
-    Oid id;
-    if (!pick(Table::Response, &id)) return false;
-    erase("rsp.del", tables_.response, id);
-    return true;
-  }
-
   // Event classes and their links to responses.
 
   bool eventClassAdd() {
@@ -780,14 +751,6 @@ class LoadThread {
     eventClass.EventID = 100000 + ++serial_;
     putText(eventClass.Comment, name("evc comment"));
     update("evc.upd", tables_.eventClass, id, &eventClass);
-    return true;
-  }
-
-  bool eventClassDelete() {
-    Oid id;
-    if (!pick(Table::EventClass, &id)) return false;
-    erase("evc.del", tables_.eventClass, id);
-    registration(Table::EventClass, id);
     return true;
   }
 
@@ -857,13 +820,6 @@ class LoadThread {
     return true;
   }
 
-  bool linkDelete() {
-    Oid id;
-    if (!pick(Table::Link, &id)) return false;
-    erase("lnk.del", tables_.link, id);
-    return true;
-  }
-
   // Event log entries.
 
   bool logAdd() {
@@ -910,13 +866,6 @@ class LoadThread {
     return true;
   }
 
-  bool logDelete() {
-    Oid id;
-    if (!pick(Table::LogEntry, &id)) return false;
-    erase("log.del", tables_.log, id);
-    return true;
-  }
-
   // ------------------------------------------------------------ reads
 
   // Retrieves one of the thread's records, live or deleted.
@@ -924,69 +873,16 @@ class LoadThread {
     Table table = static_cast<Table>(random(kTableCount));
     Oid id;
     if (!pick(table, &id, 20)) return;
-    switch (table) {
-      case Table::Service: {
-        ALRTNTFYSERV r;
-        readOwn(tables_.service, table, id, &r);
-        break;
-      }
-      case Table::SmtpService: {
-        ALRTSMTPSERVICEREC r;
-        readOwn(tables_.smtp, table, id, &r);
-        break;
-      }
-      case Table::Server: {
-        ALRT_SRV_CFGREC r;
-        readOwn(tables_.server, table, id, &r);
-        break;
-      }
-      case Table::Installed: {
-        ALRTSERV_INST_NTFY_SERVREC r;
-        readOwn(tables_.installed, table, id, &r);
-        break;
-      }
-      case Table::User: {
-        ALERTUSRREC r;
-        readOwn(tables_.user, table, id, &r);
-        break;
-      }
-      case Table::Instance: {
-        ALRTUSRINSTSERV r;
-        readOwn(tables_.instance, table, id, &r);
-        break;
-      }
-      case Table::Address: {
-        ALRTUSR_SMTPSERVICEREC r;
-        readOwn(tables_.address, table, id, &r);
-        break;
-      }
-      case Table::Response: {
-        ALERTRESPREC r;
-        readOwn(tables_.response, table, id, &r);
-        break;
-      }
-      case Table::EventClass: {
-        ALRTEVENT_CLASSREC r;
-        readOwn(tables_.eventClass, table, id, &r);
-        break;
-      }
-      case Table::Link: {
-        ALRTEVENT_RESPREC r;
-        readOwn(tables_.link, table, id, &r);
-        break;
-      }
-      case Table::LogEntry: {
-        ALRTEVENT_LOGREC r;
-        readOwn(tables_.log, table, id, &r);
-        break;
-      }
-    }
+    tables_.with(table, [&](auto &t) {
+      RecordOf<std::remove_reference_t<decltype(t)>> r;
+      readOwn(t, table, id, &r);
+    });
   }
 
   // Enumerates the records of one of the thread's records by the key that
   // relates them, from the first with its ID while the key still holds it:
   // exactly the ones the thread's calls left, in the order they were added.
-  template <class TableObject, class Record>
+  template <class TableObject, class Record = RecordOf<TableObject>>
   void childrenOf(TableObject &table, Table kind, KeyField key, const Oid &parent) {
     Entry entry{"kids"};
     entry.args = {tableName(kind), std::to_string(key.key), oidText(parent)};
@@ -1008,57 +904,26 @@ class LoadThread {
   }
 
   void children() {
+    // Parent, children and the key that relates them.
+    static const std::tuple<Table, Table, KeyField> relations[] = {
+        {Table::User, Table::Instance, KEY_BYTES(74, ALRTUSRINSTSERV, UserOid)},
+        {Table::Service, Table::Instance, KEY_BYTES(73, ALRTUSRINSTSERV, Service_KEPOID)},
+        {Table::User, Table::Response, KEY_BYTES(12, ALERTRESPREC, UserOID)},
+        {Table::Service, Table::Response, KEY_BYTES(13, ALERTRESPREC, ServiceOID)},
+        {Table::EventClass, Table::Link, KEY_BYTES(43, ALRTEVENT_RESPREC, EventClassOID)},
+        {Table::Response, Table::Link, KEY_BYTES(44, ALRTEVENT_RESPREC, ResponseOID)},
+        {Table::Server, Table::Installed, KEY_BYTES(68, ALRTSERV_INST_NTFY_SERVREC, ServerOID)},
+        {Table::Service, Table::Installed, KEY_BYTES(66, ALRTSERV_INST_NTFY_SERVREC, ServiceOID)}};
+    const auto &[parentTable, kind, key] = relations[random(8)];
     Oid parent;
-    switch (random(8)) {
-      case 0:
-        if (pick(Table::User, &parent, 10))
-          childrenOf<decltype(tables_.instance), ALRTUSRINSTSERV>(
-              tables_.instance, Table::Instance, KEY_BYTES(74, ALRTUSRINSTSERV, UserOid), parent);
-        break;
-      case 1:
-        if (pick(Table::Service, &parent, 10))
-          childrenOf<decltype(tables_.instance), ALRTUSRINSTSERV>(
-              tables_.instance, Table::Instance, KEY_BYTES(73, ALRTUSRINSTSERV, Service_KEPOID),
-              parent);
-        break;
-      case 2:
-        if (pick(Table::User, &parent, 10))
-          childrenOf<decltype(tables_.response), ALERTRESPREC>(
-              tables_.response, Table::Response, KEY_BYTES(12, ALERTRESPREC, UserOID), parent);
-        break;
-      case 3:
-        if (pick(Table::Service, &parent, 10))
-          childrenOf<decltype(tables_.response), ALERTRESPREC>(
-              tables_.response, Table::Response, KEY_BYTES(13, ALERTRESPREC, ServiceOID), parent);
-        break;
-      case 4:
-        if (pick(Table::EventClass, &parent, 10))
-          childrenOf<decltype(tables_.link), ALRTEVENT_RESPREC>(
-              tables_.link, Table::Link, KEY_BYTES(43, ALRTEVENT_RESPREC, EventClassOID), parent);
-        break;
-      case 5:
-        if (pick(Table::Response, &parent, 10))
-          childrenOf<decltype(tables_.link), ALRTEVENT_RESPREC>(
-              tables_.link, Table::Link, KEY_BYTES(44, ALRTEVENT_RESPREC, ResponseOID), parent);
-        break;
-      case 6:
-        if (pick(Table::Server, &parent, 10))
-          childrenOf<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(
-              tables_.installed, Table::Installed,
-              KEY_BYTES(68, ALRTSERV_INST_NTFY_SERVREC, ServerOID), parent);
-        break;
-      default:
-        if (pick(Table::Service, &parent, 10))
-          childrenOf<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(
-              tables_.installed, Table::Installed,
-              KEY_BYTES(66, ALRTSERV_INST_NTFY_SERVREC, ServiceOID), parent);
-    }
+    if (pick(parentTable, &parent, 10))
+      tables_.with(kind, [&](auto &t) { childrenOf(t, kind, key, parent); });
   }
 
   // Walks everyone's records of a table in the order of one key, from the
   // start or from a record seen before: each must come in key order, none
   // twice under the same key, each holding content some call wrote.
-  template <class TableObject, class Record>
+  template <class TableObject, class Record = RecordOf<TableObject>>
   void walkTable(TableObject &table, Table kind, const std::vector<KeyField> &keys,
                  std::size_t limit, bool fromStart, std::vector<std::pair<Oid, Hash>> *seen,
                  std::size_t *count) {
@@ -1106,84 +971,52 @@ class LoadThread {
     }
   }
 
+  // The keys a walk of each table may take.
+  static std::vector<KeyField> keysOf(Table kind, TableSet &tables) {
+    switch (kind) {
+      case Table::Service:
+        return {KEY_BYTES(1, ALRTNTFYSERV, KEPOID), KEY_TEXT(3, ALRTNTFYSERV, Service_Name)};
+      case Table::SmtpService:
+        return {KEY_BYTES(tables.smtp.idKey(), ALRTSMTPSERVICEREC, KEPOID)};
+      case Table::Server:
+        return {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID), KEY_TEXT(2, ALRT_SRV_CFGREC, MachineName)};
+      case Table::Installed:
+        return {KEY_BYTES(tables.installed.idKey(), ALRTSERV_INST_NTFY_SERVREC, KEPOID),
+                KEY_BYTES(66, ALRTSERV_INST_NTFY_SERVREC, ServiceOID),
+                KEY_BYTES(68, ALRTSERV_INST_NTFY_SERVREC, ServerOID)};
+      case Table::User:
+        return {KEY_BYTES(11, ALERTUSRREC, KEPOID), KEY_NUMBER(12, ALERTUSRREC, AlertRecp)};
+      case Table::Instance:
+        return {
+            KEY_BYTES(72, ALRTUSRINSTSERV, KEPOID), KEY_BYTES(73, ALRTUSRINSTSERV, Service_KEPOID),
+            KEY_BYTES(74, ALRTUSRINSTSERV, UserOid), KEY_TEXT(76, ALRTUSRINSTSERV, Service_Name)};
+      case Table::Address:
+        return {KEY_BYTES(tables.address.idKey(), ALRTUSR_SMTPSERVICEREC, KEPOID)};
+      case Table::Response:
+        return {KEY_BYTES(1, ALERTRESPREC, KEPOID), KEY_TEXT(6, ALERTRESPREC, Name),
+                KEY_BYTES(12, ALERTRESPREC, UserOID), KEY_BYTES(13, ALERTRESPREC, ServiceOID)};
+      case Table::EventClass:
+        return {KEY_BYTES(1, ALRTEVENT_CLASSREC, KEPOID),
+                KEY_TEXT(3, ALRTEVENT_CLASSREC, EventName),
+                KEY_NUMBER(2, ALRTEVENT_CLASSREC, EventID)};
+      case Table::Link:
+        return {KEY_BYTES(42, ALRTEVENT_RESPREC, KEPOID),
+                KEY_BYTES(43, ALRTEVENT_RESPREC, EventClassOID),
+                KEY_BYTES(44, ALRTEVENT_RESPREC, ResponseOID)};
+      case Table::LogEntry:
+        break;
+    }
+    return {KEY_BYTES(20, ALRTEVENT_LOGREC, KEPOID),
+            KEY_BYTES(21, ALRTEVENT_LOGREC, EventClass_OID),
+            KEY_NUMBER(24, ALRTEVENT_LOGREC, EventID), KEY_BYTES(35, ALRTEVENT_LOGREC, Time)};
+  }
+
   void walk(TableSet &tables) {
     std::size_t limit = 10 + random(40);
-    switch (random(kTableCount)) {
-      case 0:
-        walkTable<decltype(tables_.service), ALRTNTFYSERV>(
-            tables.service, Table::Service,
-            {KEY_BYTES(1, ALRTNTFYSERV, KEPOID), KEY_TEXT(3, ALRTNTFYSERV, Service_Name)}, limit,
-            false, nullptr, nullptr);
-        break;
-      case 1:
-        walkTable<decltype(tables_.smtp), ALRTSMTPSERVICEREC>(
-            tables.smtp, Table::SmtpService,
-            {KEY_BYTES(tables.smtp.idKey(), ALRTSMTPSERVICEREC, KEPOID)}, limit, false, nullptr,
-            nullptr);
-        break;
-      case 2:
-        walkTable<decltype(tables_.server), ALRT_SRV_CFGREC>(
-            tables.server, Table::Server,
-            {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID), KEY_TEXT(2, ALRT_SRV_CFGREC, MachineName)},
-            limit, false, nullptr, nullptr);
-        break;
-      case 3:
-        walkTable<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(
-            tables.installed, Table::Installed,
-            {KEY_BYTES(tables.installed.idKey(), ALRTSERV_INST_NTFY_SERVREC, KEPOID),
-             KEY_BYTES(66, ALRTSERV_INST_NTFY_SERVREC, ServiceOID),
-             KEY_BYTES(68, ALRTSERV_INST_NTFY_SERVREC, ServerOID)},
-            limit, false, nullptr, nullptr);
-        break;
-      case 4:
-        walkTable<decltype(tables_.user), ALERTUSRREC>(
-            tables.user, Table::User,
-            {KEY_BYTES(11, ALERTUSRREC, KEPOID), KEY_NUMBER(12, ALERTUSRREC, AlertRecp)}, limit,
-            false, nullptr, nullptr);
-        break;
-      case 5:
-        walkTable<decltype(tables_.instance), ALRTUSRINSTSERV>(
-            tables.instance, Table::Instance,
-            {KEY_BYTES(72, ALRTUSRINSTSERV, KEPOID), KEY_BYTES(73, ALRTUSRINSTSERV, Service_KEPOID),
-             KEY_BYTES(74, ALRTUSRINSTSERV, UserOid), KEY_TEXT(76, ALRTUSRINSTSERV, Service_Name)},
-            limit, false, nullptr, nullptr);
-        break;
-      case 6:
-        walkTable<decltype(tables_.address), ALRTUSR_SMTPSERVICEREC>(
-            tables.address, Table::Address,
-            {KEY_BYTES(tables.address.idKey(), ALRTUSR_SMTPSERVICEREC, KEPOID)}, limit, false,
-            nullptr, nullptr);
-        break;
-      case 7:
-        walkTable<decltype(tables_.response), ALERTRESPREC>(
-            tables.response, Table::Response,
-            {KEY_BYTES(1, ALERTRESPREC, KEPOID), KEY_TEXT(6, ALERTRESPREC, Name),
-             KEY_BYTES(12, ALERTRESPREC, UserOID), KEY_BYTES(13, ALERTRESPREC, ServiceOID)},
-            limit, false, nullptr, nullptr);
-        break;
-      case 8:
-        walkTable<decltype(tables_.eventClass), ALRTEVENT_CLASSREC>(
-            tables.eventClass, Table::EventClass,
-            {KEY_BYTES(1, ALRTEVENT_CLASSREC, KEPOID), KEY_TEXT(3, ALRTEVENT_CLASSREC, EventName),
-             KEY_NUMBER(2, ALRTEVENT_CLASSREC, EventID)},
-            limit, false, nullptr, nullptr);
-        break;
-      case 9:
-        walkTable<decltype(tables_.link), ALRTEVENT_RESPREC>(
-            tables.link, Table::Link,
-            {KEY_BYTES(42, ALRTEVENT_RESPREC, KEPOID),
-             KEY_BYTES(43, ALRTEVENT_RESPREC, EventClassOID),
-             KEY_BYTES(44, ALRTEVENT_RESPREC, ResponseOID)},
-            limit, false, nullptr, nullptr);
-        break;
-      default:
-        walkTable<decltype(tables_.log), ALRTEVENT_LOGREC>(
-            tables.log, Table::LogEntry,
-            {KEY_BYTES(20, ALRTEVENT_LOGREC, KEPOID),
-             KEY_BYTES(21, ALRTEVENT_LOGREC, EventClass_OID),
-             KEY_NUMBER(24, ALRTEVENT_LOGREC, EventID), KEY_BYTES(35, ALRTEVENT_LOGREC, Time)},
-            limit, false, nullptr, nullptr);
-    }
+    Table kind = static_cast<Table>(random(kTableCount));
+    tables.with(kind, [&](auto &t) {
+      walkTable(t, kind, keysOf(kind, tables), limit, false, nullptr, nullptr);
+    });
   }
 
   // A thread that comes and goes with table objects of its own, the way the
@@ -1203,7 +1036,7 @@ class LoadThread {
   }
 
   // Retrieves a record of another thread's seen in a walk: it may be gone.
-  template <class TableObject, class Record>
+  template <class TableObject, class Record = RecordOf<TableObject>>
   void readOther(TableObject &table, Table kind) {
     std::vector<Oid> &pool = others_[static_cast<int>(kind)];
     if (pool.empty()) return;
@@ -1218,27 +1051,10 @@ class LoadThread {
   }
 
   void readOther() {
-    switch (random(6)) {
-      case 0:
-        readOther<decltype(tables_.user), ALERTUSRREC>(tables_.user, Table::User);
-        break;
-      case 1:
-        readOther<decltype(tables_.response), ALERTRESPREC>(tables_.response, Table::Response);
-        break;
-      case 2:
-        readOther<decltype(tables_.eventClass), ALRTEVENT_CLASSREC>(tables_.eventClass,
-                                                                    Table::EventClass);
-        break;
-      case 3:
-        readOther<decltype(tables_.service), ALRTNTFYSERV>(tables_.service, Table::Service);
-        break;
-      case 4:
-        readOther<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(tables_.installed,
-                                                                           Table::Installed);
-        break;
-      default:
-        readOther<decltype(tables_.log), ALRTEVENT_LOGREC>(tables_.log, Table::LogEntry);
-    }
+    static const Table kinds[] = {Table::User,    Table::Response,  Table::EventClass,
+                                  Table::Service, Table::Installed, Table::LogEntry};
+    Table kind = kinds[random(6)];
+    tables_.with(kind, [&](auto &t) { readOther(t, kind); });
   }
 
   // Under the read lock a file holds still: the same walk twice gives the
@@ -1260,28 +1076,23 @@ class LoadThread {
     std::vector<std::pair<Oid, Hash>> first, second, children, grandchildren;
     std::size_t n = 0;
     if (users) {
-      walkTable<decltype(tables_.user), ALERTUSRREC>(
-          tables_.user, Table::User, {KEY_BYTES(11, ALERTUSRREC, KEPOID)}, all, true, &first, &n);
-      walkTable<decltype(tables_.instance), ALRTUSRINSTSERV>(
-          tables_.instance, Table::Instance, {KEY_BYTES(72, ALRTUSRINSTSERV, KEPOID)}, all, true,
-          &children, &n);
-      walkTable<decltype(tables_.address), ALRTUSR_SMTPSERVICEREC>(
-          tables_.address, Table::Address,
-          {KEY_BYTES(tables_.address.idKey(), ALRTUSR_SMTPSERVICEREC, KEPOID)}, all, true,
-          &grandchildren, &n);
-      walkTable<decltype(tables_.user), ALERTUSRREC>(
-          tables_.user, Table::User, {KEY_BYTES(11, ALERTUSRREC, KEPOID)}, all, true, &second, &n);
+      walkTable(tables_.user, Table::User, {KEY_BYTES(11, ALERTUSRREC, KEPOID)}, all, true, &first,
+                &n);
+      walkTable(tables_.instance, Table::Instance, {KEY_BYTES(72, ALRTUSRINSTSERV, KEPOID)}, all,
+                true, &children, &n);
+      walkTable(tables_.address, Table::Address,
+                {KEY_BYTES(tables_.address.idKey(), ALRTUSR_SMTPSERVICEREC, KEPOID)}, all, true,
+                &grandchildren, &n);
+      walkTable(tables_.user, Table::User, {KEY_BYTES(11, ALERTUSRREC, KEPOID)}, all, true, &second,
+                &n);
     } else {
-      walkTable<decltype(tables_.server), ALRT_SRV_CFGREC>(tables_.server, Table::Server,
-                                                           {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID)},
-                                                           all, true, &first, &n);
-      walkTable<decltype(tables_.installed), ALRTSERV_INST_NTFY_SERVREC>(
-          tables_.installed, Table::Installed,
-          {KEY_BYTES(tables_.installed.idKey(), ALRTSERV_INST_NTFY_SERVREC, KEPOID)}, all, true,
-          &children, &n);
-      walkTable<decltype(tables_.server), ALRT_SRV_CFGREC>(tables_.server, Table::Server,
-                                                           {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID)},
-                                                           all, true, &second, &n);
+      walkTable(tables_.server, Table::Server, {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID)}, all, true,
+                &first, &n);
+      walkTable(tables_.installed, Table::Installed,
+                {KEY_BYTES(tables_.installed.idKey(), ALRTSERV_INST_NTFY_SERVREC, KEPOID)}, all,
+                true, &children, &n);
+      walkTable(tables_.server, Table::Server, {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID)}, all, true,
+                &second, &n);
     }
     // The relations need the records themselves: read them again, by ID,
     // inside the same snapshot.

@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <cstring>
+#include <tuple>
 
 #include "alertdb.h"
 #include "reliability/concurrency/concurrency_log.h"
+#include "reliability/harness_tables.h"
 
 namespace concurrency {
 
@@ -53,46 +55,14 @@ inline const char *fileName(File file) {
   return names[static_cast<int>(file)];
 }
 
-inline bool fileFromName(const std::string &name, File *file) {
-  for (int i = 0; i < kFileCount; ++i) {
-    if (name == fileName(static_cast<File>(i))) {
-      *file = static_cast<File>(i);
-      return true;
-    }
-  }
-  return false;
-}
+// The handles a thread opens on a file share its lock; each file is locked
+// through one of its tables.
+inline constexpr Table kLockedThrough[kFileCount] = {Table::Service,    Table::Server,
+                                                     Table::User,       Table::Response,
+                                                     Table::EventClass, Table::LogEntry};
 
-inline File fileOf(Table table) {
-  switch (table) {
-    case Table::Service:
-    case Table::SmtpService:
-      return File::Services;
-    case Table::Server:
-    case Table::Installed:
-      return File::Config;
-    case Table::User:
-    case Table::Instance:
-    case Table::Address:
-      return File::Users;
-    case Table::Response:
-      return File::Responses;
-    case Table::EventClass:
-    case Table::Link:
-      return File::Events;
-    case Table::LogEntry:
-      break;
-  }
-  return File::Log;
-}
-
-// A table object whose handle and object-ID key the harness may use.
-template <class Base>
-class Exposed : public Base {
- public:
-  KEPDB *handle() const { return this->m_hTable; }
-  std::uint32_t idKey() const { return this->m_nIdKey; }
-};
+using harness::Exposed;
+using harness::RecordOf;
 
 struct TableSet {
   Exposed<CAlertNtfyServDB> service;
@@ -107,37 +77,28 @@ struct TableSet {
   Exposed<CAlertEVENT_RESPDB> link;
   Exposed<CAlertEVENT_LOGDB> log;
 
-  // Opens (or creates) every table; the first failure's status, else 0.
-  std::uint32_t openAll() {
-    std::uint32_t results[] = {
-        OpenOrCreate(service),   OpenOrCreate(smtp),     OpenOrCreate(server),
-        OpenOrCreate(installed), OpenOrCreate(user),     OpenOrCreate(instance),
-        OpenOrCreate(address),   OpenOrCreate(response), OpenOrCreate(eventClass),
-        OpenOrCreate(link),      OpenOrCreate(log)};
-    for (std::uint32_t r : results) {
-      if (r != 0) return r;
-    }
-    return 0;
+  // In the order of enum Table.
+  auto all() {
+    return std::tie(service, smtp, server, installed, user, instance, address, response, eventClass,
+                    link, log);
+  }
+  // Calls fn with the table object of `table`.
+  template <class Fn>
+  void with(Table table, Fn &&fn) {
+    harness::withElement(all(), static_cast<std::size_t>(table), fn);
   }
 
-  // The handle through which a thread takes a file's lock; every table of
-  // the thread on that file shares it.
-  KEPDB *lockHandle(File file) const {
-    switch (file) {
-      case File::Services:
-        return service.handle();
-      case File::Config:
-        return server.handle();
-      case File::Users:
-        return user.handle();
-      case File::Responses:
-        return response.handle();
-      case File::Events:
-        return eventClass.handle();
-      case File::Log:
-        break;
-    }
-    return log.handle();
+  // Opens (or creates) every table; the first failure's status, else 0.
+  std::uint32_t openAll() {
+    std::uint32_t first = 0;
+    std::apply([&](auto &...t) { ((first = first ? first : OpenOrCreate(t)), ...); }, all());
+    return first;
+  }
+
+  KEPDB *lockHandle(File file) {
+    KEPDB *handle = nullptr;
+    with(kLockedThrough[static_cast<int>(file)], [&](auto &t) { handle = t.handle(); });
+    return handle;
   }
 };
 

@@ -221,17 +221,10 @@ class ConcurrencyTest : public alertdb_test::IsolatedTest {
         problems->push_back(std::string("reading every ") + tableName(kind) +
                             " record ended with " + AlertDBStatusName(end));
     };
-    collect(tables.service, ALRTNTFYSERV{}, Table::Service);
-    collect(tables.smtp, ALRTSMTPSERVICEREC{}, Table::SmtpService);
-    collect(tables.server, ALRT_SRV_CFGREC{}, Table::Server);
-    collect(tables.installed, ALRTSERV_INST_NTFY_SERVREC{}, Table::Installed);
-    collect(tables.user, ALERTUSRREC{}, Table::User);
-    collect(tables.instance, ALRTUSRINSTSERV{}, Table::Instance);
-    collect(tables.address, ALRTUSR_SMTPSERVICEREC{}, Table::Address);
-    collect(tables.response, ALERTRESPREC{}, Table::Response);
-    collect(tables.eventClass, ALRTEVENT_CLASSREC{}, Table::EventClass);
-    collect(tables.link, ALRTEVENT_RESPREC{}, Table::Link);
-    collect(tables.log, ALRTEVENT_LOGREC{}, Table::LogEntry);
+    for (int k = 0; k < kTableCount; ++k) {
+      Table kind = static_cast<Table>(k);
+      tables.with(kind, [&](auto &t) { collect(t, RecordOf<std::decay_t<decltype(t)>>{}, kind); });
+    }
     return stored;
   }
 
