@@ -29,6 +29,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "alertdb.h"
@@ -414,6 +415,24 @@ class LoadThread {
     return true;
   }
 
+  // Rewrites one of the thread's records of `table` (or one it deleted, when
+  // the update must find nothing) with what `mutate` makes of it.
+  template <class Mutate>
+  bool updateOwn(Table table, const char *op, Mutate mutate) {
+    Oid id;
+    if (!pick(table, &id)) return false;
+    tables_.with(table, [&](auto &t) {
+      using Record = RecordOf<std::decay_t<decltype(t)>>;
+      if constexpr (std::is_invocable_v<Mutate &, Record &>) {
+        Record record;
+        current(t, table, id, &record);
+        mutate(record);
+        update(op, t, id, &record);
+      }
+    });
+    return true;
+  }
+
   // Services: a catalogue row with its SMTP settings row.
 
   void fillSettings(ALRTSMTPSERVICEREC &settings, const std::string &version) {
@@ -451,15 +470,11 @@ class LoadThread {
   }
 
   bool serviceUpdate() {
-    Oid id;
-    if (!pick(Table::Service, &id)) return false;
-    ALRTNTFYSERV service;
-    current(tables_.service, Table::Service, id, &service);
-    service.ServiceType = 5;
-    service.Status = serial_;
-    putText(service.Comment, name("svc comment"));
-    update("svc.upd", tables_.service, id, &service);
-    return true;
+    return updateOwn(Table::Service, "svc.upd", [&](ALRTNTFYSERV &service) {
+      service.ServiceType = 5;
+      service.Status = serial_;
+      putText(service.Comment, name("svc comment"));
+    });
   }
 
   bool settingsUpdate() {
@@ -493,14 +508,10 @@ class LoadThread {
   }
 
   bool serverUpdate() {
-    Oid id;
-    if (!pick(Table::Server, &id)) return false;
-    ALRT_SRV_CFGREC server;
-    current(tables_.server, Table::Server, id, &server);
-    server.status = ++serial_;
-    server.EventStat = serial_ * 3;
-    update("srv.upd", tables_.server, id, &server);
-    return true;
+    return updateOwn(Table::Server, "srv.upd", [&](ALRT_SRV_CFGREC &server) {
+      server.status = ++serial_;
+      server.EventStat = serial_ * 3;
+    });
   }
 
   bool installedAdd() {
@@ -560,13 +571,8 @@ class LoadThread {
   }
 
   bool userUpdate() {
-    Oid id;
-    if (!pick(Table::User, &id)) return false;
-    ALERTUSRREC user;
-    current(tables_.user, Table::User, id, &user);
-    user.AlertRecp = ++serial_;
-    update("usr.upd", tables_.user, id, &user);
-    return true;
+    return updateOwn(Table::User, "usr.upd",
+                     [&](ALERTUSRREC &user) { user.AlertRecp = ++serial_; });
   }
 
   ALRTUSR_SMTPSERVICEREC addressFor(const Oid &user) {
@@ -648,23 +654,14 @@ class LoadThread {
   }
 
   bool instanceUpdate() {
-    Oid id;
-    if (!pick(Table::Instance, &id)) return false;
-    ALRTUSRINSTSERV instance;
-    current(tables_.instance, Table::Instance, id, &instance);
-    instance.Enable = ++serial_;
-    update("uin.upd", tables_.instance, id, &instance);
-    return true;
+    return updateOwn(Table::Instance, "uin.upd",
+                     [&](ALRTUSRINSTSERV &instance) { instance.Enable = ++serial_; });
   }
 
   bool addressUpdate() {
-    Oid id;
-    if (!pick(Table::Address, &id)) return false;
-    ALRTUSR_SMTPSERVICEREC address;
-    current(tables_.address, Table::Address, id, &address);
-    putText(address.SMTPMailAddr, name("mail"));
-    update("addr.upd", tables_.address, id, &address);
-    return true;
+    return updateOwn(Table::Address, "addr.upd", [&](ALRTUSR_SMTPSERVICEREC &address) {
+      putText(address.SMTPMailAddr, name("mail"));
+    });
   }
 
   // Responses: service responses, plain ones and a few protected ones.
@@ -704,14 +701,10 @@ class LoadThread {
   }
 
   bool responseUpdate() {
-    Oid id;
-    if (!pick(Table::Response, &id)) return false;
-    ALERTRESPREC response;
-    current(tables_.response, Table::Response, id, &response);
-    putText(response.Description, name("rsp description"));
-    response.Priority = static_cast<std::uint16_t>(serial_);
-    update("rsp.upd", tables_.response, id, &response);
-    return true;
+    return updateOwn(Table::Response, "rsp.upd", [&](ALERTRESPREC &response) {
+      putText(response.Description, name("rsp description"));
+      response.Priority = static_cast<std::uint16_t>(serial_);
+    });
   }
 
   // Event classes and their links to responses.
@@ -743,15 +736,11 @@ class LoadThread {
   }
 
   bool eventClassUpdate() {
-    Oid id;
-    if (!pick(Table::EventClass, &id)) return false;
-    ALRTEVENT_CLASSREC eventClass;
-    current(tables_.eventClass, Table::EventClass, id, &eventClass);
-    eventClass.Severity = random(5);
-    eventClass.EventID = 100000 + ++serial_;
-    putText(eventClass.Comment, name("evc comment"));
-    update("evc.upd", tables_.eventClass, id, &eventClass);
-    return true;
+    return updateOwn(Table::EventClass, "evc.upd", [&](ALRTEVENT_CLASSREC &eventClass) {
+      eventClass.Severity = random(5);
+      eventClass.EventID = 100000 + ++serial_;
+      putText(eventClass.Comment, name("evc comment"));
+    });
   }
 
   // A pair to link: now and then one already linked.
@@ -856,14 +845,10 @@ class LoadThread {
   }
 
   bool logUpdate() {
-    Oid id;
-    if (!pick(Table::LogEntry, &id)) return false;
-    ALRTEVENT_LOGREC entryRecord;
-    current(tables_.log, Table::LogEntry, id, &entryRecord);
-    entryRecord.Ack = static_cast<unsigned char>(1 + random(2));
-    putText(entryRecord.Comment, name("acknowledged"));
-    update("log.upd", tables_.log, id, &entryRecord);
-    return true;
+    return updateOwn(Table::LogEntry, "log.upd", [&](ALRTEVENT_LOGREC &entryRecord) {
+      entryRecord.Ack = static_cast<unsigned char>(1 + random(2));
+      putText(entryRecord.Comment, name("acknowledged"));
+    });
   }
 
   // ------------------------------------------------------------ reads

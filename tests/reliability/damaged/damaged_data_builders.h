@@ -20,6 +20,7 @@
 
 #include "alertdb.h"
 #include "reliability/damaged/damaged_reference.h"
+#include "reliability/harness_tables.h"
 
 namespace alertdb_test::damage {
 
@@ -398,36 +399,9 @@ class ServiceFileBuilder : public DataFileBuilder {
     rows_.push_back(std::move(row));
   }
   void addService(WrittenRecords &written, int kind, bool large) {
-    switch (kind) {
-      case 0:
-        return addTyped<CAlertMHSNtfyServDB>(written, large);
-      case 1:
-        return addTyped<CAlertSNMPNtfyServDB>(written, large);
-      case 2:
-        return addTyped<CAlertMCINtfyServDB>(written, large);
-      case 3:
-        return addTyped<CAlertCOMPUSNtfyServDB>(written, large);
-      case 4:
-        return addTyped<CAlertSMTPNtfyServDB>(written, large);
-      case 5:
-        return addTyped<CAlertMAPINtfyServDB>(written, large);
-      case 6:
-        return addTyped<CAlertCCMAILNtfyServDB>(written, large);
-      case 7:
-        return addTyped<CAlertWAVENtfyServDB>(written, large);
-      case 8:
-        return addTyped<CAlertTTSNtfyServDB>(written, large);
-      case 9:
-        return addTyped<CAlertPHONENtfyServDB>(written, large);
-      case 10:
-        return addTyped<CAlertAPAGENtfyServDB>(written, large);
-      case 11:
-        return addTyped<CAlertNPAGENtfyServDB>(written, large);
-      case 12:
-        return addTyped<CAlertGENPORTNtfyServDB>(written, large);
-      default:
-        return addTyped<CAlertBROADCASTNtfyServDB>(written, large);
-    }
+    harness::withElement(
+        harness::ServiceKindTables{}, static_cast<std::size_t>(kind),
+        [&](auto type) { addTyped<typename decltype(type)::type>(written, large); });
   }
 
   RecordMaker maker_{0x5E4};
@@ -514,26 +488,8 @@ class UserFileBuilder : public DataFileBuilder {
     userInstances_.push_back({instanceId, user, tableName<AddressTable>(), addressId});
   }
   void addInstanceOfKind(WrittenRecords &written, const _GUID &user, int kind) {
-    switch (kind % 9) {
-      case 0:
-        return addInstance<CAlertUSR_MHSDB>(written, user);
-      case 1:
-        return addInstance<CAlertUSR_SNMPDB>(written, user);
-      case 2:
-        return addInstance<CAlertUSR_MCIDB>(written, user);
-      case 3:
-        return addInstance<CAlertUSR_COMPUDB>(written, user);
-      case 4:
-        return addInstance<CAlertUSR_SMTPDB>(written, user);
-      case 5:
-        return addInstance<CAlertUSR_MAPIDB>(written, user);
-      case 6:
-        return addInstance<CAlertUSR_CCMAILDB>(written, user);
-      case 7:
-        return addInstance<CAlertUSR_APAGEDB>(written, user);
-      default:
-        return addInstance<CAlertUSR_NPAGEDB>(written, user);
-    }
+    harness::withElement(harness::AddressTables{}, static_cast<std::size_t>(kind % 9),
+                         [&](auto t) { addInstance<typename decltype(t)::type>(written, user); });
   }
   void addUser(WrittenRecords &written, bool large) {
     auto user = std::make_unique<ALERTUSRREC>();
