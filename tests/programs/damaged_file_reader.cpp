@@ -30,11 +30,13 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "alertdb.h"
 #include "reliability/damaged/damaged_reference.h"
+#include "reliability/harness_tables.h"
 
 using namespace alertdb_test::damage;
 using platform::FieldTemplate;
@@ -90,9 +92,6 @@ struct Variant {
 
 // ------------------------------------------------------------ table classes
 
-template <class REC>
-REC recordOf(const CAlertDBTable<REC> &);
-
 template <class Table>
 class OpenTable : public Table {
  public:
@@ -119,7 +118,7 @@ class ClassView {
 
 template <class Table>
 class ClassViewOf : public ClassView {
-  using Rec = decltype(recordOf(std::declval<Table &>()));
+  using Rec = harness::RecordOf<Table>;
 
  public:
   explicit ClassViewOf(const char *fileName) : fileName_(fileName) {}
@@ -179,43 +178,25 @@ std::unique_ptr<ClassView> view(const char *fileName = nullptr) {
   return std::make_unique<ClassViewOf<Table>>(fileName);
 }
 
+template <class... T>
+void addViews(std::vector<std::unique_ptr<ClassView>> &v, std::tuple<harness::TableType<T>...>) {
+  (v.push_back(view<T>()), ...);
+}
+
 // The table classes whose default file (or the file named) is `file`.
 std::vector<std::unique_ptr<ClassView>> classesOf(const std::string &file) {
   std::vector<std::unique_ptr<ClassView>> v;
   if (file == "AlEvntdb.dat") {
-    v.push_back(view<CAlertEVENT_CLASSDB>());
-    v.push_back(view<CAlertEVENT_RESPDB>());
+    addViews(v, harness::TypeList<CAlertEVENT_CLASSDB, CAlertEVENT_RESPDB>{});
     v.push_back(view<CAlertEVENT_LOGDB>("AlEvntdb.dat"));
   } else if (file == "KEPLogDB.dat") {
     v.push_back(view<CAlertEVENT_LOGDB>());
   } else if (file == "AlServdb.dat") {
     v.push_back(view<CAlertNtfyServDB>());
-    v.push_back(view<CAlertMHSNtfyServDB>());
-    v.push_back(view<CAlertSNMPNtfyServDB>());
-    v.push_back(view<CAlertMCINtfyServDB>());
-    v.push_back(view<CAlertCOMPUSNtfyServDB>());
-    v.push_back(view<CAlertSMTPNtfyServDB>());
-    v.push_back(view<CAlertMAPINtfyServDB>());
-    v.push_back(view<CAlertCCMAILNtfyServDB>());
-    v.push_back(view<CAlertWAVENtfyServDB>());
-    v.push_back(view<CAlertTTSNtfyServDB>());
-    v.push_back(view<CAlertPHONENtfyServDB>());
-    v.push_back(view<CAlertAPAGENtfyServDB>());
-    v.push_back(view<CAlertNPAGENtfyServDB>());
-    v.push_back(view<CAlertGENPORTNtfyServDB>());
-    v.push_back(view<CAlertBROADCASTNtfyServDB>());
+    addViews(v, harness::ServiceKindTables{});
   } else if (file == "kepuser.dat") {
-    v.push_back(view<CAlertUsrDB>());
-    v.push_back(view<CAlertUsrInstServDB>());
-    v.push_back(view<CAlertUSR_MHSDB>());
-    v.push_back(view<CAlertUSR_SNMPDB>());
-    v.push_back(view<CAlertUSR_MCIDB>());
-    v.push_back(view<CAlertUSR_COMPUDB>());
-    v.push_back(view<CAlertUSR_SMTPDB>());
-    v.push_back(view<CAlertUSR_MAPIDB>());
-    v.push_back(view<CAlertUSR_CCMAILDB>());
-    v.push_back(view<CAlertUSR_APAGEDB>());
-    v.push_back(view<CAlertUSR_NPAGEDB>());
+    addViews(v, harness::TypeList<CAlertUsrDB, CAlertUsrInstServDB>{});
+    addViews(v, harness::AddressTables{});
     v.push_back(view<CUsrDB>());
   }
   return v;
