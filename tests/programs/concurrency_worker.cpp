@@ -361,10 +361,12 @@ class LoadThread {
 
   bool full(Table table) const { return liveCount(table) >= kMaxLive; }
 
-  // Reads a record of the thread's own into `record`; logged as a read.
+  // Reads a record into `record`, logged as a read of the thread's own ("get") or of
+  // another's ("get.any").
   template <class TableObject, class Record>
-  bool readOwn(TableObject &table, Table kind, const Oid &id, Record *record) {
-    Entry entry{"get"};
+  bool readOwn(TableObject &table, Table kind, const Oid &id, Record *record,
+               const char *op = "get") {
+    Entry entry{op};
     *record = Record{};
     _GUID guid = toGuid(id);
     call(entry, [&] { return table.DBAlertRecRetrieve(&guid, record); });
@@ -431,6 +433,30 @@ class LoadThread {
       }
     });
     return true;
+  }
+
+  // The one record of `parent` on `key` that the model does not know: what a
+  // call that names no new ID made. Reports a problem unless there is one.
+  template <class TableObject, class Record = RecordOf<TableObject>>
+  _GUID madeChild(TableObject &table, Table kind, KeyField key, const Oid &parent,
+                  const char *before, const char *after) {
+    std::set<Oid> known;
+    for (const auto &[id, r] : model_.children(kind, 'a', parent)) known.insert(id);
+    Record found{};
+    _GUID made{};
+    int fresh = 0;
+    std::uint32_t s =
+        table.DBAlertRecFindFirst(key.key, 16, const_cast<unsigned char *>(parent.data()), &found);
+    for (; s == 0 && key.bytes(reinterpret_cast<const unsigned char *>(&found)) ==
+                         std::string(reinterpret_cast<const char *>(parent.data()), 16);
+         s = table.DBAlertRecFindNext(&found)) {
+      if (!known.count(toOid(found.KEPOID))) {
+        made = found.KEPOID;
+        ++fresh;
+      }
+    }
+    if (fresh != 1) problem(before + std::to_string(fresh) + after);
+    return made;
   }
 
   // Services: a catalogue row with its SMTP settings row.
@@ -595,20 +621,9 @@ class LoadThread {
     call(entry, [&] { return tables_.user.QALRTUsrAddService(&userId, &serviceId, &address); });
     ALRTUSRINSTSERV expected{};
     if (entry.status == 0) {
-      std::set<Oid> known;
-      for (const auto &[id, r] : model_.children(Table::Instance, 'a', user)) known.insert(id);
-      ALRTUSRINSTSERV found{};
-      int fresh = 0;
-      std::uint32_t s = tables_.instance.DBAlertRecFindFirst(CAlertUsrInstServDB::kUserKey, 16,
-                                                             user.data(), &found);
-      for (; s == 0 && toOid(found.UserOid) == user;
-           s = tables_.instance.DBAlertRecFindNext(&found)) {
-        if (!known.count(toOid(found.KEPOID))) {
-          expected.KEPOID = found.KEPOID;
-          ++fresh;
-        }
-      }
-      if (fresh != 1) problem("user_service_add_made_" + std::to_string(fresh) + "_instances");
+      expected.KEPOID =
+          madeChild(tables_.instance, Table::Instance, KEY_BYTES(74, ALRTUSRINSTSERV, UserOid),
+                    user, "user_service_add_made_", "_instances");
       expected.Service_KEPOID = serviceId;
       expected.ServicePerInfo_KEPOID = address.KEPOID;
       expected.UserOid = userId;
@@ -768,20 +783,9 @@ class LoadThread {
          [&] { return tables_.eventClass.QALRTEventClassAddResponse(&classId, &responseId); });
     ALRTEVENT_RESPREC expected{};
     if (entry.status == 0) {
-      std::set<Oid> known;
-      for (const auto &[id, r] : model_.children(Table::Link, 'a', eventClass)) known.insert(id);
-      ALRTEVENT_RESPREC found{};
-      int fresh = 0;
-      std::uint32_t s = tables_.link.DBAlertRecFindFirst(CAlertEVENT_RESPDB::kEventClassKey, 16,
-                                                         eventClass.data(), &found);
-      for (; s == 0 && toOid(found.EventClassOID) == eventClass;
-           s = tables_.link.DBAlertRecFindNext(&found)) {
-        if (!known.count(toOid(found.KEPOID))) {
-          expected.KEPOID = found.KEPOID;
-          ++fresh;
-        }
-      }
-      if (fresh != 1) problem("event_class_link_add_made_" + std::to_string(fresh) + "_links");
+      expected.KEPOID =
+          madeChild(tables_.link, Table::Link, KEY_BYTES(43, ALRTEVENT_RESPREC, EventClassOID),
+                    eventClass, "event_class_link_add_made_", "_links");
       expected.EventClassOID = classId;
       expected.ResponseOID = responseId;
     }
@@ -1025,14 +1029,8 @@ class LoadThread {
   void readOther(TableObject &table, Table kind) {
     std::vector<Oid> &pool = others_[static_cast<int>(kind)];
     if (pool.empty()) return;
-    Oid id = pool[random(static_cast<std::uint32_t>(pool.size()))];
-    Entry entry{"get.any"};
-    Record record{};
-    _GUID guid = toGuid(id);
-    call(entry, [&] { return table.DBAlertRecRetrieve(&guid, &record); });
-    entry.args = {tableName(kind), oidText(id),
-                  hashText(entry.status == 0 ? recordHash(record) : 0)};
-    log(entry);
+    Record record;
+    readOwn(table, kind, pool[random(static_cast<std::uint32_t>(pool.size()))], &record, "get.any");
   }
 
   void readOther() {
