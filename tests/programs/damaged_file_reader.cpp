@@ -111,6 +111,7 @@ class ClassView {
   virtual void close() = 0;
   virtual std::vector<std::uint32_t> keys() = 0;
   virtual std::uint32_t idKey() = 0;
+  virtual std::size_t idOffset() { return 0; }
   virtual std::uint32_t first(std::uint32_t key, std::string *record) = 0;
   virtual std::uint32_t next(std::string *record) = 0;
   virtual std::uint32_t retrieve(const std::string &id, std::string *record) = 0;
@@ -261,60 +262,48 @@ struct StepReport {
   }
 };
 
-// Walks a table's store records by each key and looks each reference ID up;
-// every record read must be a version of the reference. The hashes of the
-// walk by object ID go to `byId`; false when that walk did not reach the end.
-bool readStoreTable(KEPDB *h, BoundTable &table, const Versions &versions, StepReport &report,
-                    std::vector<std::uint64_t> *byId) {
-  const std::string &name = table.layout.name;
-  bool complete = true;
-  std::size_t limit = versions.ids.size() + 2;
-  for (std::uint32_t key : table.layout.keys()) {
-    std::set<std::string> seen;
-    std::uint32_t r = platform::QDBRecordSkipAndRead(h, key, platform::kSkipFirst);
-    for (; r == 0; r = platform::QDBRecordSkipAndRead(h, key, platform::kSkipNext)) {
-      std::uint64_t hash = bytesHash(table.image.data(), table.image.size());
-      std::string id = hexOf(table.image.data() + table.layout.idOffset(), 16);
-      if (!versions.holds(id, hash)) {
-        report.bad.push_back("store " + name + " key " + std::to_string(key) + " gave record " +
-                             id + " that was never written so");
-        break;
-      }
-      if (!seen.insert(id).second || seen.size() > limit) {
-        report.bad.push_back("store " + name + " key " + std::to_string(key) + " gave record " +
-                             id + " twice");
-        break;
-      }
-      ++report.read;
-      if (key == table.layout.idKey && byId) byId->push_back(hash);
-    }
-    if (!isStoreStatus(r)) {
-      report.bad.push_back("store " + name + " walk ended with status " + std::to_string(r));
-    }
-    report.end(r);
-    if (key == table.layout.idKey && r != platform::QDB_E_NOTFOUND) complete = false;
+// The store's own records of one table, read through the same view as a table class.
+class StoreView : public ClassView {
+ public:
+  StoreView(KEPDB *h, BoundTable &table) : h_(h), t_(table) {}
+  std::string table() override { return t_.layout.name; }
+  std::uint32_t open() override { return 0; }
+  void close() override {}
+  std::vector<std::uint32_t> keys() override { return t_.layout.keys(); }
+  std::uint32_t idKey() override { return t_.layout.idKey; }
+  std::size_t idOffset() override { return t_.layout.idOffset(); }
+  std::uint32_t first(std::uint32_t key, std::string *record) override {
+    key_ = key;
+    return read(platform::QDBRecordSkipAndRead(h_, key, platform::kSkipFirst), record);
   }
-  for (const std::string &idHex : versions.ids) {
-    std::string id = unhex(idHex);
-    std::uint32_t r = platform::QDBRecordFindAndRead(h, table.layout.idKey, id.data(), 1, 16);
-    if (r == 0) {
-      std::uint64_t hash = bytesHash(table.image.data(), table.image.size());
-      if (!versions.holds(idHex, hash)) {
-        report.bad.push_back("store " + name + " lookup of " + idHex +
-                             " gave bytes never written for it");
-      } else {
-        ++report.read;
-      }
-    } else if (!isStoreStatus(r)) {
-      report.bad.push_back("store " + name + " lookup ended with status " + std::to_string(r));
-    }
-    report.end(r);
+  std::uint32_t next(std::string *record) override {
+    return read(platform::QDBRecordSkipAndRead(h_, key_, platform::kSkipNext), record);
   }
-  return complete;
-}
+  std::uint32_t retrieve(const std::string &id, std::string *record) override {
+    return read(platform::QDBRecordFindAndRead(h_, t_.layout.idKey, id.data(), 1, 16), record);
+  }
 
-void readClassTable(ClassView &table, const Versions &versions, StepReport &report) {
-  std::string name = table.table();
+ private:
+  std::uint32_t read(std::uint32_t r, std::string *record) {
+    *record = t_.image;
+    return r;
+  }
+
+  KEPDB *h_;
+  BoundTable &t_;
+  std::uint32_t key_ = 0;
+};
+
+// Walks a table by each key and looks each reference ID up; every record read
+// must be a version of the reference. `kind` ("store" or "class") says who
+// answered and which statuses are known. The hashes of the walk by object ID
+// go to `byId`; false when that walk did not reach the end.
+bool readTable(ClassView &table, const char *kind, const Versions &versions, StepReport &report,
+               std::vector<std::uint64_t> *byId = nullptr) {
+  bool store = std::strcmp(kind, "store") == 0;
+  bool (*known)(std::uint32_t) = store ? isStoreStatus : isNamedStatus;
+  const std::string name = std::string(kind) + " " + table.table();
+  bool complete = true;
   std::size_t limit = versions.ids.size() + 2;
   std::string record;
   for (std::uint32_t key : table.keys()) {
@@ -322,41 +311,56 @@ void readClassTable(ClassView &table, const Versions &versions, StepReport &repo
     std::uint32_t r = table.first(key, &record);
     for (; r == 0; r = table.next(&record)) {
       std::uint64_t hash = bytesHash(record.data(), record.size());
-      std::string id = hexOf(record.data(), 16);
+      std::string id = hexOf(record.data() + table.idOffset(), 16);
       if (!versions.holds(id, hash)) {
-        report.bad.push_back("class " + name + " key " + std::to_string(key) + " gave record " +
-                             id + " that was never written so");
+        report.bad.push_back(name + " key " + std::to_string(key) + " gave record " + id +
+                             " that was never written so");
         break;
       }
       if (!seen.insert(id).second || seen.size() > limit) {
-        report.bad.push_back("class " + name + " key " + std::to_string(key) + " gave record " +
-                             id + " twice");
+        report.bad.push_back(name + " key " + std::to_string(key) + " gave record " + id +
+                             " twice");
         break;
       }
       ++report.read;
+      if (key == table.idKey() && byId) byId->push_back(hash);
     }
-    if (!isNamedStatus(r)) {
-      report.bad.push_back("class " + name + " walk ended with status " + std::to_string(r));
-    }
+    if (!known(r)) report.bad.push_back(name + " walk ended with status " + std::to_string(r));
     report.end(r);
+    if (key == table.idKey() && r != platform::QDB_E_NOTFOUND) complete = false;
   }
+  const char *lookup = store ? " lookup" : " retrieve";
   for (const std::string &idHex : versions.ids) {
     std::uint32_t r = table.retrieve(unhex(idHex), &record);
     if (r == 0) {
       if (!versions.holds(idHex, bytesHash(record.data(), record.size()))) {
-        report.bad.push_back("class " + name + " retrieve of " + idHex +
-                             " gave bytes never written for it");
+        report.bad.push_back(name + lookup + " of " + idHex + " gave bytes never written for it");
       } else {
         ++report.read;
       }
-    } else if (!isNamedStatus(r)) {
-      report.bad.push_back("class " + name + " retrieve ended with status " + std::to_string(r));
+    } else if (!known(r)) {
+      report.bad.push_back(name + lookup + " ended with status " + std::to_string(r));
     }
     report.end(r);
   }
+  return complete;
 }
 
 // ------------------------------------------------------------ modes
+
+// Prints each record of the walk by object ID; the status that ended it.
+std::uint32_t dumpTable(ClassView &table, const char *kind,
+                        std::vector<std::uint64_t> *hashes = nullptr) {
+  std::string record;
+  std::uint32_t r = table.first(table.idKey(), &record);
+  for (; r == 0; r = table.next(&record)) {
+    std::uint64_t hash = bytesHash(record.data(), record.size());
+    if (hashes) hashes->push_back(hash);
+    std::printf("%s %s %s %s\n", kind, table.table().c_str(),
+                hexOf(record.data() + table.idOffset(), 16).c_str(), hashText(hash).c_str());
+  }
+  return r;
+}
 
 int dump(const std::string &dir, const std::string &file) {
   std::string path = dir + "/" + file;
@@ -380,27 +384,14 @@ int dump(const std::string &dir, const std::string &file) {
     std::printf("%s\n", layout.line().c_str());
     BoundTable table(layout);
     if (table.select(h) != 0) return 2;
-    std::vector<std::uint64_t> &hashes = state[name];
-    std::uint32_t r = platform::QDBRecordSkipAndRead(h, layout.idKey, platform::kSkipFirst);
-    for (; r == 0; r = platform::QDBRecordSkipAndRead(h, layout.idKey, platform::kSkipNext)) {
-      std::uint64_t hash = bytesHash(table.image.data(), table.image.size());
-      hashes.push_back(hash);
-      std::printf("store %s %s %s\n", name.c_str(),
-                  hexOf(table.image.data() + layout.idOffset(), 16).c_str(),
-                  hashText(hash).c_str());
-    }
-    if (r != platform::QDB_E_NOTFOUND) return 2;
+    StoreView view(h, table);
+    if (dumpTable(view, "store", &state[name]) != platform::QDB_E_NOTFOUND) return 2;
   }
   platform::QDBDone(h);
   std::printf("state %s\n", hashText(stateDigest(state)).c_str());
   for (auto &table : classesOf(file)) {
     if (table->open() != 0) return 2;
-    std::string record;
-    std::uint32_t r = table->first(table->idKey(), &record);
-    for (; r == 0; r = table->next(&record)) {
-      std::printf("class %s %s %s\n", table->table().c_str(), hexOf(record.data(), 16).c_str(),
-                  hashText(bytesHash(record.data(), record.size())).c_str());
-    }
+    std::uint32_t r = dumpTable(*table, "class");
     table->close();
     if (r != ALRT_E_NOTFOUND) return 2;
   }
@@ -447,7 +438,8 @@ int check(const std::string &dir, const std::string &file, const std::string &re
         }
         continue;
       }
-      complete = readStoreTable(h, table, reference.store[name], report, &state[name]) && complete;
+      StoreView view(h, table);
+      complete = readTable(view, "store", reference.store[name], report, &state[name]) && complete;
     }
     platform::QDBDone(h);
     if (mode == platform::kOpenExisting) {
@@ -474,7 +466,7 @@ int check(const std::string &dir, const std::string &file, const std::string &re
       continue;
     }
     std::printf("step %s opened %s\n", report.name.c_str(), statusName(r));
-    readClassTable(*table, reference.classes[table->table()], report);
+    readTable(*table, "class", reference.classes[table->table()], report);
     table->close();
     report.print();
   }
