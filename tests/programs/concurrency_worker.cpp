@@ -406,13 +406,10 @@ class LoadThread {
 
   // Deletes one of the thread's records of `table` (or one it deleted).
   bool remove(Table table) {
-    static const char *const ops[kTableCount] = {"svc.del", "",        "srv.del", "inst.del",
-                                                 "usr.del", "uin.del", "",        "rsp.del",
-                                                 "evc.del", "lnk.del", "log.del"};
     Oid id;
     if (!pick(table, &id)) return false;
-    const char *op = ops[static_cast<int>(table)];
-    tables_.with(table, [&](auto &t) { erase(op, t, id); });
+    std::string op = std::string(opPrefix(table)) + ".del";
+    tables_.with(table, [&](auto &t) { erase(op.c_str(), t, id); });
     if (table == Table::EventClass) registration(Table::EventClass, id);
     return true;
   }
@@ -420,18 +417,36 @@ class LoadThread {
   // Rewrites one of the thread's records of `table` (or one it deleted, when
   // the update must find nothing) with what `mutate` makes of it.
   template <class Mutate>
-  bool updateOwn(Table table, const char *op, Mutate mutate) {
+  bool updateOwn(Table table, Mutate mutate) {
     Oid id;
     if (!pick(table, &id)) return false;
+    std::string op = std::string(opPrefix(table)) + ".upd";
     tables_.with(table, [&](auto &t) {
       using Record = RecordOf<std::decay_t<decltype(t)>>;
       if constexpr (std::is_invocable_v<Mutate &, Record &>) {
         Record record;
         current(t, table, id, &record);
         mutate(record);
-        update(op, t, id, &record);
+        update(op.c_str(), t, id, &record);
       }
     });
+    return true;
+  }
+
+  // Adds `record` to `table`, logged as `op` with the arguments `args` makes of the new ID.
+  using Args = std::vector<std::string>;
+  template <class TableObject, class Record, class MakeArgs>
+  bool addOne(TableObject &table, Table kind, const char *op, Record &record, MakeArgs args) {
+    _GUID id{};
+    Entry entry{op};
+    call(entry, [&] { return table.DBAlertRecAdd(&record, &id); });
+    entry.args = args(oidText(toOid(id)));
+    log(entry);
+    remember(kind, id, entry.status);
+    // Other processes are told of users, event classes and log entries.
+    if (entry.status == 0 && (kind == Table::User || kind == Table::EventClass ||
+                              kind == Table::LogEntry))
+      registration(kind, toOid(id));
     return true;
   }
 
@@ -496,7 +511,7 @@ class LoadThread {
   }
 
   bool serviceUpdate() {
-    return updateOwn(Table::Service, "svc.upd", [&](ALRTNTFYSERV &service) {
+    return updateOwn(Table::Service, [&](ALRTNTFYSERV &service) {
       service.ServiceType = 5;
       service.Status = serial_;
       putText(service.Comment, name("svc comment"));
@@ -524,17 +539,13 @@ class LoadThread {
     putText(server.Addr, "10." + std::to_string(worker_) + "." + std::to_string(serial_ % 250));
     server.status = serial_;
     server.UPTime = serial_ * 7;
-    _GUID id{};
-    Entry entry{"srv.add"};
-    call(entry, [&] { return tables_.server.DBAlertRecAdd(&server, &id); });
-    entry.args = {oidText(toOid(id)), hashText(recordHash(server))};
-    log(entry);
-    remember(Table::Server, id, entry.status);
-    return true;
+    return addOne(tables_.server, Table::Server, "srv.add", server, [&](std::string id) {
+      return Args{id, hashText(recordHash(server))};
+    });
   }
 
   bool serverUpdate() {
-    return updateOwn(Table::Server, "srv.upd", [&](ALRT_SRV_CFGREC &server) {
+    return updateOwn(Table::Server, [&](ALRT_SRV_CFGREC &server) {
       server.status = ++serial_;
       server.EventStat = serial_ * 3;
     });
@@ -586,18 +597,12 @@ class LoadThread {
     ALERTUSRREC user{};
     user.KEPOID = newId();
     user.AlertRecp = ++serial_;
-    _GUID id{};
-    Entry entry{"usr.add"};
-    call(entry, [&] { return tables_.user.DBAlertRecAdd(&user, &id); });
-    entry.args = {oidText(toOid(id)), hashText(recordHash(user))};
-    log(entry);
-    remember(Table::User, id, entry.status);
-    if (entry.status == 0) registration(Table::User, toOid(id));
-    return true;
+    return addOne(tables_.user, Table::User, "usr.add", user,
+                  [&](std::string id) { return Args{id, hashText(recordHash(user))}; });
   }
 
   bool userUpdate() {
-    return updateOwn(Table::User, "usr.upd",
+    return updateOwn(Table::User,
                      [&](ALERTUSRREC &user) { user.AlertRecp = ++serial_; });
   }
 
@@ -669,12 +674,12 @@ class LoadThread {
   }
 
   bool instanceUpdate() {
-    return updateOwn(Table::Instance, "uin.upd",
+    return updateOwn(Table::Instance,
                      [&](ALRTUSRINSTSERV &instance) { instance.Enable = ++serial_; });
   }
 
   bool addressUpdate() {
-    return updateOwn(Table::Address, "addr.upd", [&](ALRTUSR_SMTPSERVICEREC &address) {
+    return updateOwn(Table::Address, [&](ALRTUSR_SMTPSERVICEREC &address) {
       putText(address.SMTPMailAddr, name("mail"));
     });
   }
@@ -705,18 +710,14 @@ class LoadThread {
     response.ServiceOID = toGuid(service);
     if (response.Type & CAlertRespDB::kServiceResponse)
       response.ServiceType = CAlertSMTPNtfyServDB::kServiceType;
-    _GUID id{};
-    Entry entry{"rsp.add"};
-    call(entry, [&] { return tables_.response.DBAlertRecAdd(&response, &id); });
-    entry.args = {oidText(toOid(id)), oidText(user), oidText(service),
-                  std::to_string(response.Type), hashText(recordHash(response))};
-    log(entry);
-    remember(Table::Response, id, entry.status);
-    return true;
+    return addOne(tables_.response, Table::Response, "rsp.add", response, [&](std::string id) {
+      return Args{id, oidText(user), oidText(service), std::to_string(response.Type),
+                  hashText(recordHash(response))};
+    });
   }
 
   bool responseUpdate() {
-    return updateOwn(Table::Response, "rsp.upd", [&](ALERTRESPREC &response) {
+    return updateOwn(Table::Response, [&](ALERTRESPREC &response) {
       putText(response.Description, name("rsp description"));
       response.Priority = static_cast<std::uint16_t>(serial_);
     });
@@ -735,23 +736,19 @@ class LoadThread {
     eventClass.Severity = serial_ % 5;
     putText(eventClass.Product, "concurrency");
     putText(eventClass.Comment, title + " v1");
-    _GUID id{};
-    Entry entry{"evc.add"};
-    call(entry, [&] { return tables_.eventClass.DBAlertRecAdd(&eventClass, &id); });
-    // The add stores the record, then again with its icon set to its ID:
-    // others may read it in between.
-    ALRTEVENT_CLASSREC firstStored = eventClass;
-    firstStored.Icon = _GUID{};
-    entry.args = {oidText(toOid(id)), hashText(recordHash(eventClass)),
-                  hashText(recordHash(firstStored))};
-    log(entry);
-    remember(Table::EventClass, id, entry.status);
-    if (entry.status == 0) registration(Table::EventClass, toOid(id));
-    return true;
+    return addOne(tables_.eventClass, Table::EventClass, "evc.add", eventClass,
+                  [&](std::string id) {
+                    // The add stores the record, then again with its icon set
+                    // to its ID: others may read it in between.
+                    ALRTEVENT_CLASSREC firstStored = eventClass;
+                    firstStored.Icon = _GUID{};
+                    return Args{id, hashText(recordHash(eventClass)),
+                                hashText(recordHash(firstStored))};
+                  });
   }
 
   bool eventClassUpdate() {
-    return updateOwn(Table::EventClass, "evc.upd", [&](ALRTEVENT_CLASSREC &eventClass) {
+    return updateOwn(Table::EventClass, [&](ALRTEVENT_CLASSREC &eventClass) {
       eventClass.Severity = random(5);
       eventClass.EventID = 100000 + ++serial_;
       putText(eventClass.Comment, name("evc comment"));
@@ -803,14 +800,9 @@ class LoadThread {
     link.KEPOID = newId();
     link.EventClassOID = toGuid(eventClass);
     link.ResponseOID = toGuid(response);
-    _GUID id{};
-    Entry entry{"lnk.put"};
-    call(entry, [&] { return tables_.link.DBAlertRecAdd(&link, &id); });
-    entry.args = {oidText(eventClass), oidText(response), oidText(toOid(id)),
-                  hashText(recordHash(link))};
-    log(entry);
-    remember(Table::Link, id, entry.status);
-    return true;
+    return addOne(tables_.link, Table::Link, "lnk.put", link, [&](std::string id) {
+      return Args{oidText(eventClass), oidText(response), id, hashText(recordHash(link))};
+    });
   }
 
   // Event log entries.
@@ -838,18 +830,12 @@ class LoadThread {
     std::memcpy(entryRecord.Time, time, sizeof time);
     putText(entryRecord.MachineName, tag_);
     putText(entryRecord.EventText, title + " happened");
-    _GUID id{};
-    Entry entry{"log.add"};
-    call(entry, [&] { return tables_.log.DBAlertRecAdd(&entryRecord, &id); });
-    entry.args = {oidText(toOid(id)), hashText(recordHash(entryRecord))};
-    log(entry);
-    remember(Table::LogEntry, id, entry.status);
-    if (entry.status == 0) registration(Table::LogEntry, toOid(id));
-    return true;
+    return addOne(tables_.log, Table::LogEntry, "log.add", entryRecord,
+                  [&](std::string id) { return Args{id, hashText(recordHash(entryRecord))}; });
   }
 
   bool logUpdate() {
-    return updateOwn(Table::LogEntry, "log.upd", [&](ALRTEVENT_LOGREC &entryRecord) {
+    return updateOwn(Table::LogEntry, [&](ALRTEVENT_LOGREC &entryRecord) {
       entryRecord.Ack = static_cast<unsigned char>(1 + random(2));
       putText(entryRecord.Comment, name("acknowledged"));
     });

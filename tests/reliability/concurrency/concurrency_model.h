@@ -297,16 +297,11 @@ class Model {
       if ((problem = add(settings, Table::SmtpService, owner, in.hash(3))).size()) return problem;
       return add(id, Table::Service, owner, in.hash(2), {}, {}, settings);
     }
-    if (op == "svc.upd" || op == "kind.upd" || op == "srv.upd" || op == "usr.upd" ||
-        op == "uin.upd" || op == "addr.upd" || op == "rsp.upd" || op == "evc.upd" ||
-        op == "log.upd") {
-      static const std::map<std::string, Table> tables = {
-          {"svc.upd", Table::Service},  {"kind.upd", Table::SmtpService},
-          {"srv.upd", Table::Server},   {"usr.upd", Table::User},
-          {"uin.upd", Table::Instance}, {"addr.upd", Table::Address},
-          {"rsp.upd", Table::Response}, {"evc.upd", Table::EventClass},
-          {"log.upd", Table::LogEntry}};
-      Table table = tables.at(op);
+    Table table;
+    if (opOn(op, "upd",
+             {Table::Service, Table::SmtpService, Table::Server, Table::User, Table::Instance,
+              Table::Address, Table::Response, Table::EventClass, Table::LogEntry},
+             &table)) {
       Oid id = in.oid(0);
       if ((problem = expect(s, updateStatus(id, table))).size()) return problem;
       if (s == 0) mutableLive(id, table)->hash = in.hash(1);
@@ -323,13 +318,10 @@ class Model {
       }
       return "";
     }
-    if (op == "svc.del" || op == "srv.del" || op == "inst.del" || op == "usr.del" ||
-        op == "rsp.del" || op == "evc.del" || op == "lnk.del" || op == "log.del") {
-      static const std::map<std::string, Table> tables = {
-          {"svc.del", Table::Service}, {"srv.del", Table::Server},   {"inst.del", Table::Installed},
-          {"usr.del", Table::User},    {"rsp.del", Table::Response}, {"evc.del", Table::EventClass},
-          {"lnk.del", Table::Link},    {"log.del", Table::LogEntry}};
-      Table table = tables.at(op);
+    if (opOn(op, "del",
+             {Table::Service, Table::Server, Table::Installed, Table::User, Table::Response,
+              Table::EventClass, Table::Link, Table::LogEntry},
+             &table)) {
       Oid id = in.oid(0);
       std::uint32_t wanted = deleteStatus(id, table);
       const ModelRecord *r = live(id, table);
@@ -366,13 +358,10 @@ class Model {
       if (s == 0) deleteInstance(id);
       return "";
     }
-    if (op == "srv.add" || op == "usr.add" || op == "evc.add" || op == "log.add") {
-      static const std::map<std::string, Table> tables = {{"srv.add", Table::Server},
-                                                          {"usr.add", Table::User},
-                                                          {"evc.add", Table::EventClass},
-                                                          {"log.add", Table::LogEntry}};
+    if (opOn(op, "add", {Table::Server, Table::User, Table::EventClass, Table::LogEntry},
+             &table)) {
       if ((problem = expect(s, 0)).size()) return problem;
-      return add(in.oid(0), tables.at(op), owner, in.hash(1));
+      return add(in.oid(0), table, owner, in.hash(1));
     }
     if (op == "inst.add") {
       Oid server = in.oid(0), service = in.oid(1), id = in.oid(2);

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
+#include <string>
 #include <tuple>
 
 #include "alertdb.h"
@@ -33,6 +35,25 @@ inline const char *tableName(Table table) {
                                                  "user",    "instance", "address", "response",
                                                  "class",   "link",     "log"};
   return names[static_cast<int>(table)];
+}
+
+// The prefix of the worker's logged writes of each table ("svc.add", "svc.upd", "svc.del").
+inline const char *opPrefix(Table table) {
+  static const char *const prefixes[kTableCount] = {"svc", "kind", "srv", "inst", "usr", "uin",
+                                                    "addr", "rsp", "evc", "lnk", "log"};
+  return prefixes[static_cast<int>(table)];
+}
+
+// The table of a logged write `op` that ends in `verb` and is made on one of `tables`.
+inline bool opOn(const std::string &op, const char *verb, std::initializer_list<Table> tables,
+                 Table *table) {
+  for (Table t : tables) {
+    if (op == std::string(opPrefix(t)) + "." + verb) {
+      *table = t;
+      return true;
+    }
+  }
+  return false;
 }
 
 inline bool tableFromName(const std::string &name, Table *table) {
