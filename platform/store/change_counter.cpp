@@ -47,11 +47,6 @@ ChangeCounter ChangeCounter::forFile(dev_t device, ino_t inode) {
   return ChangeCounter(all + (key >> 32) % kSlots);
 }
 
-std::uint64_t ChangeCounter::value() const {
-  if (!slot_) return 0;
-  return std::atomic_ref<std::uint64_t>(*slot_).load(std::memory_order_acquire);
-}
-
 void ChangeCounter::bump() const {
   if (slot_) std::atomic_ref<std::uint64_t>(*slot_).fetch_add(1, std::memory_order_acq_rel);
 }

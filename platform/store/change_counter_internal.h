@@ -8,6 +8,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
 
 namespace platform::store {
@@ -21,7 +22,10 @@ class ChangeCounter {
   static ChangeCounter none() { return ChangeCounter(nullptr); }
 
   bool available() const { return slot_ != nullptr; }
-  std::uint64_t value() const;
+  // Read before every step a cursor serves from fetched rows.
+  std::uint64_t value() const {
+    return slot_ ? std::atomic_ref<std::uint64_t>(*slot_).load(std::memory_order_acquire) : 0;
+  }
   void bump() const;
 
  private:

@@ -2,6 +2,7 @@
 // the file; the cursor keeps its place and serves enumerations from rows
 // fetched a window at a time.
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "platform/store/record_codec_internal.h"
@@ -31,12 +32,6 @@ std::size_t prepareWrite(Handle &h) {
   return store::encodeRecord(h.image.data(), h.image.size(), h.stored.data());
 }
 
-// The key of the record now in the bound storage.
-KeyValue boundKey(const Handle &h, const KeyDef &key) {
-  const TableDef &def = h.table->def();
-  return store::keyOfField(def.fields[key.field], key.kind, h.fieldStorage[key.field]);
-}
-
 // The key of a stored row, read from its stored form alone (its checksum
 // checked), without touching the bound storage.
 std::uint32_t storedKey(Handle &h, const KeyDef &key, const store::RowBatch &batch, std::size_t row,
@@ -60,9 +55,8 @@ std::uint32_t storedKey(Handle &h, const KeyDef &key, const store::RowBatch &bat
 // its checksum never reaches it.
 std::uint32_t decodeRow(Handle &h, std::size_t row) {
   const Cursor &c = h.cursor;
-  if (!store::decodeRecord(c.batch.stored(row), c.batch.storedSize(row), h.table->def().recordSize,
-                           h.segments.data(), h.segments.size(),
-                           h.session->acceptsLegacyRecords())) {
+  if (!store::decodeRecord(c.batch.stored(row), c.batch.storedSize(row), h.recordSize,
+                           h.segments.data(), h.segments.size(), h.legacyRecords)) {
     h.session->noteDamage();
     return QDB_E_DAMAGED;
   }
@@ -82,17 +76,55 @@ void makeCurrent(Cursor &c, std::size_t row, const KeyDef &key) {
   ++c.served;
 }
 
-// Whether (a, seqA) comes after (b, seqB) in a key's order.
-bool after(const KeyValue &a, std::int64_t seqA, const KeyValue &b, std::int64_t seqB) {
-  int order = 0;
-  if (a.isNumber) {
-    order = a.number < b.number ? -1 : a.number > b.number;
-  } else {
-    std::size_t common = std::min(a.size, b.size);
-    order = common ? std::memcmp(a.bytes, b.bytes, common) : 0;
-    if (order == 0) order = a.size < b.size ? -1 : a.size > b.size;
+// memcmp's order, a word at a time: keys are mostly object IDs, compared on
+// every step of a walk.
+inline int compareBytes(const unsigned char *a, const unsigned char *b, std::size_t n) {
+  for (; n >= 8; a += 8, b += 8, n -= 8) {
+    std::uint64_t x, y;
+    std::memcpy(&x, a, 8);
+    std::memcpy(&y, b, 8);
+    if (x == y) continue;
+    if constexpr (std::endian::native == std::endian::little) {
+      x = __builtin_bswap64(x);
+      y = __builtin_bswap64(y);
+    }
+    return x < y ? -1 : 1;
   }
-  return order > 0 || (order == 0 && seqA > seqB);
+  return n ? std::memcmp(a, b, n) : 0;
+}
+
+// The order of two key values of one key: negative, 0 or positive.
+inline int compareKeys(const KeyValue &a, const KeyValue &b) {
+  if (a.isNumber) return a.number < b.number ? -1 : a.number > b.number;
+  int order = compareBytes(a.bytes, b.bytes, std::min(a.size, b.size));
+  return order != 0 ? order : (a.size < b.size ? -1 : a.size > b.size);
+}
+
+// The key of the record now in the bound storage, read from its field.
+inline KeyValue boundKeyOf(const Handle &h, const KeyDef &key) {
+  const unsigned char *field = h.fieldStorage[key.field];
+  std::uint32_t size = h.table->def().fields[key.field].size;
+  KeyValue v;
+  switch (key.kind) {
+    case store::KeyKind::Number: {
+      v.isNumber = true;
+      std::uint64_t n = 0;
+      for (std::uint32_t i = size; i-- > 0;) n = (n << 8) | field[i];
+      v.number = n;
+      break;
+    }
+    case store::KeyKind::Text: {
+      const void *end = std::memchr(field, 0, size);
+      v.bytes = field;
+      v.size = end ? static_cast<std::size_t>(static_cast<const unsigned char *>(end) - field) : size;
+      break;
+    }
+    case store::KeyKind::Bytes:
+      v.bytes = field;
+      v.size = size;
+      break;
+  }
+  return v;
 }
 
 // Reads row `row` and makes it current in the order of `key`. A "next" must
@@ -101,14 +133,22 @@ std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key, bool forwar
   std::uint32_t r = decodeRow(h, row);
   if (r != QDB_OK) return r;
   Cursor &c = h.cursor;
-  KeyValue place = boundKey(h, key);
-  if (forward && !after(place, c.batch.seq(row), c.key.value(), c.seq)) {
-    h.session->noteDamage();
-    return QDB_E_DAMAGED;
+  KeyValue place = boundKeyOf(h, key);
+  std::int64_t seq = c.batch.seq(row);
+  // Walks by a key that is not unique step mostly within one value: the
+  // place then keeps its key and moves on by the insertion number alone.
+  bool sameKey = false;
+  if (forward) {
+    int order = compareKeys(place, c.key.value());
+    if (order < 0 || (order == 0 && seq <= c.seq)) {
+      h.session->noteDamage();
+      return QDB_E_DAMAGED;
+    }
+    sameKey = order == 0;
   }
   makeCurrent(c, row, key);
   c.verifyKey = false;
-  c.key.assign(place);
+  if (!sameKey) c.key.assign(place);
   return QDB_OK;
 }
 
@@ -131,12 +171,11 @@ std::uint32_t takeFetched(Handle &h, std::uint32_t r, std::uint64_t mark, std::u
 // the table through this session, and no commit anywhere moved the mark.
 bool rowsCurrent(const Handle &h) {
   const Cursor &c = h.cursor;
-  return c.stamp == h.table->changes() &&
-         (!h.session->tracksCommits() || h.session->commitMark() == c.mark);
+  return c.stamp == h.table->changes() && (!h.tracksCommits || h.session->commitMark() == c.mark);
 }
 
 std::uint32_t maxWindow(const Handle &h) {
-  return h.session->tracksCommits() ? Cursor::kMaxTrackedWindow : Cursor::kMaxWindow;
+  return h.tracksCommits ? Cursor::kMaxTrackedWindow : Cursor::kMaxWindow;
 }
 
 // The rows a find or find-first fetches: what the walk from the previous
@@ -267,7 +306,7 @@ std::uint32_t QDBRecordRead(KEPDB *id) {
     // A record found by its key must hold that key.
     if (c.verifyKey) {
       const KeyDef *k = def.findKey(c.keyNumber);
-      if (k && !store::keyMatches(boundKey(h, *k), c.key.value())) {
+      if (k && !store::keyMatches(boundKeyOf(h, *k), c.key.value())) {
         h.session->noteDamage();
         return QDB_E_DAMAGED;
       }
@@ -318,7 +357,7 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
     }
     if (c.next < c.batch.size() && rowsCurrent(h)) return readRow(h, c.next, *k, true);
     // Nothing committed since the fetch that reached the end: still the end.
-    if (c.batchAtEnd && h.session->tracksCommits() && rowsCurrent(h)) return QDB_E_NOTFOUND;
+    if (c.batchAtEnd && h.tracksCommits && rowsCurrent(h)) return QDB_E_NOTFOUND;
     std::uint64_t mark = h.session->commitMark();
     std::uint32_t r = takeFetched(h,
                                   h.session->fetch(*h.table, *k, FetchFrom::AfterRow, c.key.value(),

@@ -4,10 +4,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "platform/store/operation_lock_internal.h"
 #include "platform/store/row_batch_internal.h"
 #include "platform/store/store_schema_internal.h"
 
@@ -56,7 +56,7 @@ class StoreSession {
   virtual const std::string &path() const = 0;
   // Held for each operation: the handles of a session may be used by more
   // than one thread, each one at a time.
-  std::recursive_mutex &operationLock() { return operationLock_; }
+  OperationLock &operationLock() { return operationLock_; }
   // Whether records written before checksums may be read (an older format).
   virtual bool acceptsLegacyRecords() const = 0;
   // Remembers that damage was met, so that nothing more is written back.
@@ -100,7 +100,7 @@ class StoreSession {
   virtual std::uint32_t unlockRead() = 0;
 
  private:
-  std::recursive_mutex operationLock_;
+  OperationLock operationLock_;
 };
 
 // Opens the data file at `path` in an open mode of QDBInit; null with the

@@ -83,6 +83,10 @@ struct Handle {
   std::vector<unsigned char> stored;    // its stored form
   std::vector<KeyValue> keys;           // its key values
   std::vector<unsigned char> keyField;  // one key field read from a stored row
+  // Of the table and the session, kept at hand for every read.
+  std::uint32_t recordSize = 0;
+  bool legacyRecords = false;
+  bool tracksCommits = false;
   Cursor cursor;
 };
 

@@ -70,7 +70,9 @@ class HandleRegistry {
   std::unordered_map<std::uintptr_t, std::shared_ptr<Handle>> handles_;
 };
 
-thread_local HandleRegistry::Recent HandleRegistry::t_recent;
+// Static TLS: read on every record operation, it skips the lookup call that
+// a library's dynamic TLS costs.
+[[gnu::tls_model("initial-exec")]] thread_local HandleRegistry::Recent HandleRegistry::t_recent;
 
 HandleRegistry &registry() {
   static HandleRegistry *instance = new HandleRegistry;  // outlives static destructors
@@ -114,7 +116,7 @@ std::uint32_t withHandle(KEPDB *id, std::uint32_t (*op)(Handle &, void *), void 
   try {
     Handle *handle = registry().find(id);
     if (!handle) return QDB_E_BADHANDLE;
-    std::lock_guard<std::recursive_mutex> guard(handle->session->operationLock());
+    std::lock_guard<store::OperationLock> guard(handle->session->operationLock());
     return op(*handle, context);
   } catch (const std::bad_alloc &) {
     return QDB_E_NOMEMORY;
@@ -149,6 +151,9 @@ std::uint32_t bindTable(Handle &h, std::shared_ptr<TableHandle> table,
   h.stored.assign(storedSizeBound(def.recordSize), 0);
   h.keys.assign(def.keys.size(), KeyValue{});
   h.keyField.assign(def.maxKeySize, 0);
+  h.recordSize = def.recordSize;
+  h.legacyRecords = h.session->acceptsLegacyRecords();
+  h.tracksCommits = h.session->tracksCommits();
   h.cursor = Cursor{};
   h.cursor.key.reserve(def.maxKeySize);
   h.cursor.batch.reserveRows(Cursor::kMaxTrackedWindow);
