@@ -53,7 +53,7 @@ std::uint32_t storedKey(Handle &h, const KeyDef &key, const store::RowBatch &bat
 
 // Moves row `row` of the batch into the bound storage; a record that fails
 // its checksum never reaches it.
-std::uint32_t decodeRow(Handle &h, std::size_t row) {
+[[gnu::always_inline]] inline std::uint32_t decodeRow(Handle &h, std::size_t row) {
   const Cursor &c = h.cursor;
   if (!store::decodeRecord(c.batch.stored(row), c.batch.storedSize(row), h.recordSize,
                            h.segments.data(), h.segments.size(), h.legacyRecords)) {
@@ -129,7 +129,8 @@ inline KeyValue boundKeyOf(const Handle &h, const KeyDef &key) {
 
 // Reads row `row` and makes it current in the order of `key`. A "next" must
 // move forward: a damaged index that leads back is damage, not a loop.
-std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key, bool forward = false) {
+[[gnu::always_inline]] inline std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key,
+                                                    bool forward = false) {
   std::uint32_t r = decodeRow(h, row);
   if (r != QDB_OK) return r;
   Cursor &c = h.cursor;

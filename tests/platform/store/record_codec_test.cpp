@@ -174,6 +174,13 @@ TEST_F(RecordCodecTest, ARecordOfAnotherSizeIsDamageEvenWithItsChecksum) {
   for (std::uint32_t size : {59u, 61u, 120u}) {
     Bytes back(size, kUntouched);
     EXPECT_FALSE(decodeRecord(stored.data(), stored.size(), size, back.data(), false)) << size;
+    // Nor does a byte of it reach fields bound apart.
+    std::uint32_t half = size / 2;
+    Bytes first(half, kUntouched), second(size - half, kUntouched);
+    ImageSegment segments[] = {{0, half, first.data()}, {half, size - half, second.data()}};
+    EXPECT_FALSE(decodeRecord(stored.data(), stored.size(), size, segments, 2, false)) << size;
+    EXPECT_EQ(first, Bytes(half, kUntouched)) << size;
+    EXPECT_EQ(second, Bytes(size - half, kUntouched)) << size;
   }
   EXPECT_EQ(inspectRecord(stored.data(), 0), StoredForm::Damaged);
 }
