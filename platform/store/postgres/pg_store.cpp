@@ -102,6 +102,7 @@ class PgSession final : public StoreSession {
   // cursor's window bound applies instead.
   bool tracksCommits() const override { return false; }
   std::uint64_t commitMark() const override { return 0; }
+  bool fetchIsRoundTrip() const override { return true; }
   std::uint32_t table(const std::string &name, std::shared_ptr<TableHandle> *out) override;
   std::uint32_t createTable(const TableDef &def, std::shared_ptr<TableHandle> *out) override;
   std::uint32_t addQueryType(const QueryTypeDef &type) override;
