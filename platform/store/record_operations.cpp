@@ -186,7 +186,7 @@ std::uint32_t firstFetch(const Handle &h, Cursor &c, const KeyDef &key, bool exa
   c.learned = std::clamp(std::max(c.served, c.learned / 2), 1u, maxWindow(h));
   std::uint32_t n = c.learned;
   c.served = 0;
-  c.window = std::max(n, Cursor::kFirstWindow);
+  c.window = std::max(n, h.session->fetchIsRoundTrip() ? maxWindow(h) : Cursor::kFirstWindow);
   return key.unique && exact ? 1 : n;
 }
 

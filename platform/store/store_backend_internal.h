@@ -67,6 +67,10 @@ class StoreSession {
   // after taking a mark are still what the file holds while it stays.
   virtual bool tracksCommits() const = 0;
   virtual std::uint64_t commitMark() const = 0;
+  // Whether every fetch is a round trip to a server, which costs more than
+  // the rows it brings: an enumeration then reads its largest window from
+  // its second fetch on instead of growing to it.
+  virtual bool fetchIsRoundTrip() const { return false; }
 
   // The table of that name, or QDB_E_NOTABLE.
   virtual std::uint32_t table(const std::string &name, std::shared_ptr<TableHandle> *out) = 0;

@@ -102,6 +102,7 @@ class PgSession final : public StoreSession {
   // cursor's window bound applies instead.
   bool tracksCommits() const override { return false; }
   std::uint64_t commitMark() const override { return 0; }
+  bool fetchIsRoundTrip() const override { return true; }
   std::uint32_t table(const std::string &name, std::shared_ptr<TableHandle> *out) override;
   std::uint32_t createTable(const TableDef &def, std::shared_ptr<TableHandle> *out) override;
   std::uint32_t addQueryType(const QueryTypeDef &type) override;
@@ -122,6 +123,7 @@ class PgSession final : public StoreSession {
 
  private:
   std::uint32_t checkStore();
+  std::uint32_t checkStoreInSnapshot();
   // Connects again after the server ended the connection (a restart, a
   // failover), when no transaction was lost with it; the call that met the
   // loss has failed already, later ones go on.
@@ -178,8 +180,17 @@ bool PgSession::usable() {
 }
 
 // A schema is a store when it carries the store's mark and its catalog and
-// its SQL tables agree: every listed table is there, none unlisted.
+// its SQL tables agree: every listed table is there, none unlisted. All is
+// read in one snapshot, so that a table another process adds meanwhile is
+// seen in both or in neither.
 std::uint32_t PgSession::checkStore() {
+  if (!conn_.execute("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY").ok()) return QDB_E_IO;
+  std::uint32_t r = checkStoreInSnapshot();
+  conn_.execute("ROLLBACK");
+  return r;
+}
+
+std::uint32_t PgSession::checkStoreInSnapshot() {
   Params p;
   p.addText(schema_);
   Result r = conn_.execute(

@@ -73,6 +73,43 @@ TEST_F(ServerStoreTest, AnIdleEnumerationHoldsNoTransactionOpen) {
   ASSERT_EQ(QDBReadUnlock(h), 0u);
 }
 
+// The server's form of the files that are not stores: schemas without the
+// store's mark, or whose catalog and SQL tables do not agree, are refused by
+// every open mode and left exactly as they were.
+TEST_F(ServerStoreTest, SchemasThatAreNotStoresAreRefusedAndUntouched) {
+  queryServer(
+      "CREATE SCHEMA \"Foreign.dat\"; CREATE TABLE \"Foreign.dat\".t(a int);"
+      " INSERT INTO \"Foreign.dat\".t VALUES (1); CREATE SCHEMA \"Empty.dat\"");
+  for (const char *name : {"Missing.dat", "Extra.dat"}) {
+    SampleTable t;
+    KEPDB *h = createSample(t, name);
+    ASSERT_EQ(add(t, h, 1, "one", 1), 0u);
+    close(h);
+  }
+  queryServer("DROP TABLE \"Missing.dat\".\"Sample_Table\"");
+  queryServer("CREATE TABLE \"Extra.dat\".stranger(a int)");
+  auto everything = [] {
+    std::vector<std::string> rows = queryServer(
+        "SELECT table_schema || '.' || table_name FROM information_schema.tables"
+        " WHERE table_schema LIKE '%.dat' ORDER BY 1");
+    for (const char *table : {"\"Foreign.dat\".t", "\"Extra.dat\".\"Sample_Table\"",
+                              "\"Missing.dat\".alertdb_tables"}) {
+      std::vector<std::string> count = queryServer(std::string("SELECT count(*) FROM ") + table);
+      rows.push_back(table + std::string(" ") + (count.empty() ? "?" : count[0]));
+    }
+    return rows;
+  };
+  std::vector<std::string> before = everything();
+  ASSERT_EQ(before.back(), "\"Missing.dat\".alertdb_tables 1") << "the stores were made";
+  ASSERT_EQ(before[before.size() - 3], "\"Foreign.dat\".t 1") << "the foreign schema was made";
+  for (const char *name : {"Foreign.dat", "Empty.dat", "Missing.dat", "Extra.dat"}) {
+    for (std::uint32_t mode : {kOpenExisting, kOpenRecover, kOpenCreate}) {
+      EXPECT_EQ(open(name, mode), nullptr) << name << " mode " << mode;
+    }
+  }
+  EXPECT_EQ(everything(), before);
+}
+
 // Another machine's commits cannot be seen through shared memory: a walk
 // meets them once its window (at most 64 rows) is used up.
 TEST_F(ServerStoreTest, AnotherProcessCommitIsSeenWithinTheWindowBound) {
