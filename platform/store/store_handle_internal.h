@@ -46,7 +46,8 @@ struct Cursor {
   // A find or find-first reads as many rows as the walk from the previous
   // one served (one for lone lookups, a whole group for a walk through the
   // records of one key value); an enumeration that goes on reads ever more
-  // at a time.
+  // at a time, or, where each fetch is a round trip to a server, the most
+  // at once from its second fetch on.
   static constexpr std::uint32_t kFirstWindow = 4;
   static constexpr std::uint32_t kMaxWindow = 64;
   // Where the session tells every commit to the file at once, rows fetched
