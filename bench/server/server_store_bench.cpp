@@ -4,7 +4,11 @@
 // by the unique key, a walk in the order of a number key, a record read by
 // its key and written back. Each figure is the median time per record of
 // several runs of each side, the engine's median over the plain side's, and
-// the median of the runs' own ratios.
+// the median of the runs' own ratios. On a server of this machine the
+// processor time of each side (the bench's thread and the server's
+// connection processes) is given too: other work on the machine delays
+// both sides' round trips by whole time slices, but it hardly changes the
+// work each side makes the processor do.
 //
 // ALERTDB_BENCH_POSTGRES names the server (a connection URI of an empty
 // database); without it a throw-away server is started with the test
@@ -16,6 +20,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
+#include <fstream>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -312,6 +318,46 @@ class PlainSqlite final : public PlainSide {
 
 using Clock = std::chrono::steady_clock;
 
+// Processor seconds of this thread and of the server's connection processes
+// when the server runs on this machine (their scheduler's run time, in
+// nanoseconds); empty when it cannot be had.
+class ProcessorTime {
+ public:
+  // Finds the connection processes through a connection of its own: all but
+  // it belong to the two sides, and only the working side's move.
+  explicit ProcessorTime(const std::string &uri) {
+    PGconn *conn = uri.empty() ? nullptr : PQconnectdb(uri.c_str());
+    PGresult *r = conn ? PQexec(conn,
+                                "SELECT pid FROM pg_stat_activity WHERE backend_type='client backend'"
+                                " AND pid<>pg_backend_pid()")
+                       : nullptr;
+    for (int i = 0; r && PQresultStatus(r) == PGRES_TUPLES_OK && i < PQntuples(r); ++i) {
+      pids_.push_back(PQgetvalue(r, i, 0));
+    }
+    PQclear(r);
+    PQfinish(conn);
+    if (!now()) pids_.clear();
+  }
+  bool usable() const { return !pids_.empty(); }
+  // False when a process's figure cannot be read (a server elsewhere).
+  bool now(double *seconds = nullptr) const {
+    timespec own{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &own);
+    double total = static_cast<double>(own.tv_sec) + static_cast<double>(own.tv_nsec) * 1e-9;
+    for (const std::string &pid : pids_) {
+      std::ifstream in("/proc/" + pid + "/schedstat");
+      unsigned long long ns = 0;
+      if (!(in >> ns)) return false;
+      total += static_cast<double>(ns) * 1e-9;
+    }
+    if (seconds) *seconds = total;
+    return true;
+  }
+
+ private:
+  std::vector<std::string> pids_;
+};
+
 double median(std::vector<double> v) {
   std::sort(v.begin(), v.end());
   return v[v.size() / 2];
@@ -319,31 +365,37 @@ double median(std::vector<double> v) {
 
 struct Figure {
   std::string name;
-  std::vector<double> engine, plain;  // seconds per record
+  std::vector<double> engine, plain;        // seconds per record
+  std::vector<double> engineCpu, plainCpu;  // processor seconds per record
 };
 
 // Runs both sides of one work in turns; each returns the records it handled.
-void measure(std::vector<Figure> &figures, const char *title, const std::string &name,
-             const std::function<std::uint32_t()> &engine,
+void measure(std::vector<Figure> &figures, const ProcessorTime &cpu, const char *title,
+             const std::string &name, const std::function<std::uint32_t()> &engine,
              const std::function<std::uint32_t()> &plain) {
   if (!chosen(title, name)) return;
-  Figure f{name, {}, {}};
+  Figure f{name, {}, {}, {}, {}};
   for (int run = 0, n = runs(); run < n; ++run) {
     // Which side goes first alternates, so that neither always meets a warm
     // server or a burst of the machine's other work first.
     for (int turn = 0; turn < 2; ++turn) {
       int side = (run + turn) % 2;
+      double cpuStart = 0, cpuEnd = 0;
+      bool timed = cpu.usable() && cpu.now(&cpuStart);
       auto start = Clock::now();
       std::uint32_t n = side == 0 ? engine() : plain();
       double seconds = std::chrono::duration<double>(Clock::now() - start).count();
       (side == 0 ? f.engine : f.plain).push_back(n ? seconds / n : 0);
+      if (timed && cpu.now(&cpuEnd)) {
+        (side == 0 ? f.engineCpu : f.plainCpu).push_back(n ? (cpuEnd - cpuStart) / n : 0);
+      }
     }
   }
   figures.push_back(std::move(f));
 }
 
 // Every figure on the store at `path` (made here) beside `makePlain`'s side.
-bool runFigures(const char *title, const std::string &path,
+bool runFigures(const char *title, const std::string &path, const std::string &serverUri,
                 const std::function<std::unique_ptr<PlainSide>()> &makePlain) {
   Table t;
   KEPDB *h = QDBInit(0, path.c_str(), kOpenCreate, 1);
@@ -360,9 +412,10 @@ bool runFigures(const char *title, const std::string &path,
   }
   QDBFileUnlock(h);
   std::unique_ptr<PlainSide> plain = makePlain();
+  ProcessorTime cpu(serverUri);
   std::vector<Figure> figures;
   measure(
-      figures, title, "add, 100 under one lock",
+      figures, cpu, title, "add, 100 under one lock",
       [&] {
         QDBFileLock(h);
         for (int i = 0; i < 100; ++i) {
@@ -382,7 +435,7 @@ bool runFigures(const char *title, const std::string &path,
         return 100u;
       });
   measure(
-      figures, title, "add, each its own commit",
+      figures, cpu, title, "add, each its own commit",
       [&] {
         for (int i = 0; i < 50; ++i) {
           t.fill(next++);
@@ -398,7 +451,7 @@ bool runFigures(const char *title, const std::string &path,
         return 50u;
       });
   measure(
-      figures, title, "find and read by object ID",
+      figures, cpu, title, "find and read by object ID",
       [&] {
         Table probe;
         for (std::uint32_t i = 0; i < 500; ++i) {
@@ -417,7 +470,7 @@ bool runFigures(const char *title, const std::string &path,
         return 500u;
       });
   measure(
-      figures, title, "walk in number order, 64 a read",
+      figures, cpu, title, "walk in number order, 64 a read",
       [&] {
         std::uint32_t n = 0;
         for (std::uint32_t r = QDBRecordSkipAndRead(h, 3, kSkipFirst); r == 0 && n < 1000;
@@ -428,7 +481,7 @@ bool runFigures(const char *title, const std::string &path,
       },
       [&] { return plain->walk(1000); });
   measure(
-      figures, title, "read by object ID and update",
+      figures, cpu, title, "read by object ID and update",
       [&] {
         std::uint32_t n = 0;
         for (std::uint32_t i = 0; i < 200; ++i) {
@@ -456,8 +509,10 @@ bool runFigures(const char *title, const std::string &path,
       });
   plain.reset();
   QDBDone(h);
-  std::printf("%s\n%-36s %12s %12s %8s %8s\n", title, "work (per record)", "engine us",
+  std::printf("%s\n%-36s %12s %12s %8s %8s", title, "work (per record)", "engine us",
               "plain us", "ratio", "by runs");
+  if (cpu.usable()) std::printf(" %10s %10s %8s", "engine cpu", "plain cpu", "cpu rat.");
+  std::printf("\n");
   for (const Figure &f : figures) {
     double e = median(f.engine), p = median(f.plain);
     // The median of each run's own ratio, which a burst of other work on
@@ -466,8 +521,13 @@ bool runFigures(const char *title, const std::string &path,
     for (std::size_t i = 0; i < f.engine.size(); ++i) {
       if (f.plain[i] > 0) ratios.push_back(f.engine[i] / f.plain[i]);
     }
-    std::printf("%-36s %12.2f %12.2f %8.2f %8.2f\n", f.name.c_str(), e * 1e6, p * 1e6, e / p,
+    std::printf("%-36s %12.2f %12.2f %8.2f %8.2f", f.name.c_str(), e * 1e6, p * 1e6, e / p,
                 ratios.empty() ? 0.0 : median(ratios));
+    if (!f.engineCpu.empty() && f.engineCpu.size() == f.plainCpu.size()) {
+      double ec = median(f.engineCpu), pc = median(f.plainCpu);
+      std::printf(" %10.2f %10.2f %8.2f", ec * 1e6, pc * 1e6, ec / pc);
+    }
+    std::printf("\n");
   }
   std::printf("\n");
   return true;
@@ -490,7 +550,7 @@ int main() {
     uri = "postgresql:///postgres?host=" + serverDir + "&user=alertdb";
   }
   setenv("ALERTDB_STORE", uri.c_str(), 1);
-  bool ok = runFigures("PostgreSQL: the engine beside plain libpq", "/nowhere/Bench.dat",
+  bool ok = runFigures("PostgreSQL: the engine beside plain libpq", "/nowhere/Bench.dat", uri,
                        [&] { return std::make_unique<PlainLibpq>(uri); });
   if (!serverDir.empty()) {
     std::string stop =
@@ -501,7 +561,7 @@ int main() {
   char dir[] = "/tmp/alertdb-bench-sqlite-XXXXXX";
   if (!::mkdtemp(dir)) return 1;
   std::string path = std::string(dir) + "/Bench.dat";
-  ok = runFigures("SQLite: the engine beside plain SQLite", path,
+  ok = runFigures("SQLite: the engine beside plain SQLite", path, "",
                   [&] { return std::make_unique<PlainSqlite>(path); }) &&
        ok;
   for (const char *suffix : {"", "-wal", "-shm"}) ::unlink((path + suffix).c_str());

@@ -241,8 +241,7 @@ std::uint32_t find(KEPDB *id, std::uint32_t key, const void *keyValue, std::uint
 std::uint32_t QDBRecordAdd(KEPDB *id) {
   return store::withTable(id, [&](Handle &h, const TableDef &) -> std::uint32_t {
     std::size_t size = prepareWrite(h);
-    std::int64_t seq = 0;
-    return h.session->insert(*h.table, h.stored.data(), size, h.keys.data(), &seq);
+    return h.session->insert(*h.table, h.stored.data(), size, h.keys.data());
   });
 }
 

@@ -83,7 +83,7 @@ class StoreSession {
   // Writes take the stored form of the record and its key values, in the
   // order of the table's keys.
   virtual std::uint32_t insert(TableHandle &table, const unsigned char *stored, std::size_t size,
-                               const KeyValue *keys, std::int64_t *seq) = 0;
+                               const KeyValue *keys) = 0;
   virtual std::uint32_t update(TableHandle &table, std::int64_t seq, const unsigned char *stored,
                                std::size_t size, const KeyValue *keys) = 0;
   virtual std::uint32_t remove(TableHandle &table, std::int64_t seq) = 0;

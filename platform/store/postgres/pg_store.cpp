@@ -1,13 +1,18 @@
 // The record store on a PostgreSQL server. A data file is one schema of the
 // server's database; each record store table is one SQL table holding the
 // stored record and one indexed column per key, with the same catalog as a
-// data file. Writers of one data file take one advisory lock keyed by the
-// schema, so that a file lock keeps every other writer out until its commit.
+// data file. A file lock takes one advisory lock keyed by the schema, which
+// other file locks and catalog writers wait for, and locks every table of the
+// file against writes, which a single write's own table lock waits for; so
+// the holder keeps every other writer out until its commit, while a write
+// outside a lock pays for no lock of its own.
 #include <xxhash.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -52,6 +57,7 @@ class PgTable final : public TableHandle {
  public:
   struct KeyStatements {
     std::string first, equal, prefixRange, from, after;
+    std::string lookup;  // a unique key's one record: no order, no limit
   };
 
   explicit PgTable(TableDef def)
@@ -61,8 +67,7 @@ class PgTable final : public TableHandle {
 
   // A new connection has none of the old one's prepared statements.
   void forgetStatements() {
-    for (std::string *name : {&insert[0], &insert[1], &update[0], &update[1], &remove[0],
-                              &remove[1], &bySeq, &exists}) {
+    for (std::string *name : {&insert, &update[0], &update[1], &remove, &bySeq, &exists}) {
       name->clear();
     }
     for (KeyStatements &k : keys) k = KeyStatements{};
@@ -72,9 +77,9 @@ class PgTable final : public TableHandle {
     return keys[static_cast<std::size_t>(&key - def().keys.data())];
   }
 
-  // Writes: [0] takes the write lock in its statement, [1] runs under the
-  // file lock, which already holds it.
-  std::string insert[2], update[2], remove[2];
+  // Updates: [0] is its own transaction, [1] runs in one that holds the
+  // file's write locks.
+  std::string insert, update[2], remove;
   std::string bySeq, exists;
   std::vector<KeyStatements> keys;
   std::vector<unsigned char> prefixEnd;
@@ -109,7 +114,7 @@ class PgSession final : public StoreSession {
   std::uint32_t tableNames(std::vector<std::string> *names) override;
   std::uint32_t count(TableHandle &table, std::uint32_t *records) override;
   std::uint32_t insert(TableHandle &table, const unsigned char *stored, std::size_t size,
-                       const KeyValue *keys, std::int64_t *seq) override;
+                       const KeyValue *keys) override;
   std::uint32_t update(TableHandle &table, std::int64_t seq, const unsigned char *stored,
                        std::size_t size, const KeyValue *keys) override;
   std::uint32_t remove(TableHandle &table, std::int64_t seq) override;
@@ -132,10 +137,14 @@ class PgSession final : public StoreSession {
     return conn_.prepare(slot, sql) ? QDB_OK : QDB_E_IO;
   }
   std::uint32_t collect(const Result &r, RowBatch *out);
-  // The advisory lock a write takes in its own statement: outside a file
-  // lock the statement is its transaction, so the lock lasts as long.
-  std::string writeLock() const { return "(SELECT pg_advisory_xact_lock(" + lockParam() + ")) l"; }
   std::string lockParam() const { return std::to_string(lockKey_) + "::int8"; }
+  // Takes the file's write locks in the transaction, begun in the same round
+  // trip when `begin`; a failure leaves no transaction begun here.
+  std::uint32_t takeWriteLocks(bool begin);
+  static std::string lockTables(const std::vector<std::string> &names);
+  // Whether a write runs inside a transaction (whose write locks it then
+  // takes first) or is one of its own.
+  std::uint32_t writeMode(int *held);
   std::uint32_t beginRead();
   // Schema changes outside a transaction run in one of their own, under the
   // write lock; `own` tells whether it was begun here.
@@ -143,6 +152,10 @@ class PgSession final : public StoreSession {
   std::uint32_t endSchemaChange(bool own, bool commit);
   // Ends the transaction; false when the server rolled it back.
   bool commit();
+  void rollback() {
+    conn_.execute("ROLLBACK");
+    writeLocks_ = false;
+  }
   void noteRollback() {
     for (auto &entry : tables_) entry.second->noteChange();
   }
@@ -153,6 +166,9 @@ class PgSession final : public StoreSession {
   std::string schema_;
   std::int64_t lockKey_;
   std::map<std::string, std::shared_ptr<PgTable>> tables_;
+  // The file's tables as the last write lock found them, in byte order.
+  std::vector<std::string> fileTables_;
+  bool writeLocks_ = false;  // the open transaction holds them
   int writeDepth_ = 0;
   int readDepth_ = 0;
 };
@@ -243,18 +259,19 @@ std::uint32_t PgSession::table(const std::string &name, std::shared_ptr<TableHan
 
 std::uint32_t PgSession::beginSchemaChange(bool *own) {
   *own = !conn_.inTransaction();
-  if (!*own) return QDB_OK;
+  // Inside a read lock the catalog is written as the records are.
+  if (!*own) return writeLocks_ ? QDB_OK : takeWriteLocks(false);
   Result r = conn_.execute("BEGIN; SELECT pg_advisory_xact_lock(" + lockParam() + ")");
   if (r.ok()) return QDB_OK;
   std::uint32_t status = resultOf(r);
-  conn_.execute("ROLLBACK");
+  rollback();
   return status == QDB_E_IO ? QDB_E_BUSY : status;
 }
 
 std::uint32_t PgSession::endSchemaChange(bool own, bool commit) {
   if (!own) return QDB_OK;
   if (!commit) {
-    conn_.execute("ROLLBACK");
+    rollback();
     return QDB_OK;
   }
   return this->commit() ? QDB_OK : QDB_E_IO;
@@ -262,10 +279,70 @@ std::uint32_t PgSession::endSchemaChange(bool own, bool commit) {
 
 bool PgSession::commit() {
   Result r = conn_.execute("COMMIT");
+  writeLocks_ = false;
   // A transaction that failed earlier ends in a rollback, reported as such.
   bool committed = r.ok() && std::strcmp(PQcmdStatus(r.get()), "COMMIT") == 0;
   if (!committed && conn_.inTransaction()) conn_.execute("ROLLBACK");
   return committed;
+}
+
+std::string PgSession::lockTables(const std::vector<std::string> &names) {
+  std::string sql = "LOCK TABLE ";
+  for (std::size_t i = 0; i < names.size(); ++i) sql += (i ? ", " : "") + quoted(names[i]);
+  return sql + " IN EXCLUSIVE MODE";
+}
+
+// EXCLUSIVE lets readers go on and keeps out every write of another
+// transaction, whose own ROW EXCLUSIVE lock waits for it. The advisory lock
+// comes first, so that two lockers never hold parts of the tables each, and
+// a table added meanwhile (the catalog changes only under it) is counted.
+std::uint32_t PgSession::takeWriteLocks(bool begin) {
+  for (int attempt = 0;; ++attempt) {
+    bool known = !fileTables_.empty();
+    std::string sql = begin ? "BEGIN; " : "";
+    sql += "SELECT pg_advisory_xact_lock(" + lockParam() + "); ";
+    if (known) {
+      sql += lockTables(fileTables_) + "; SELECT count(*) FROM alertdb_tables";
+    } else {
+      sql += "SELECT name FROM alertdb_tables ORDER BY name COLLATE \"C\"";
+    }
+    Result r = conn_.execute(sql);
+    std::uint32_t status = resultOf(r);
+    if (status == QDB_OK && known &&
+        std::strtoull(r.value(0, 0), nullptr, 10) != fileTables_.size()) {
+      r = conn_.execute("SELECT name FROM alertdb_tables ORDER BY name COLLATE \"C\"");
+      status = resultOf(r);
+      known = false;
+    }
+    if (status == QDB_OK && !known) {
+      std::vector<std::string> names, added;
+      for (int i = 0; i < r.rows(); ++i) names.push_back(r.text(i, 0));
+      std::set_difference(names.begin(), names.end(), fileTables_.begin(), fileTables_.end(),
+                          std::back_inserter(added));
+      if (!added.empty()) {
+        r = conn_.execute(lockTables(added));
+        status = resultOf(r);
+      }
+      if (status == QDB_OK) fileTables_ = std::move(names);
+    }
+    if (status == QDB_OK) {
+      writeLocks_ = true;
+      return QDB_OK;
+    }
+    // A table that went (only damage removes one) is forgotten and the
+    // lock tried again.
+    bool gone = r.state() == "42P01";
+    if (gone) fileTables_.clear();
+    // A read lock's transaction stays, failed, for its unlock to report.
+    if (!begin) return status;
+    rollback();
+    if (!gone || attempt > 0) return status;
+  }
+}
+
+std::uint32_t PgSession::writeMode(int *held) {
+  *held = conn_.inTransaction() ? 1 : 0;
+  return !*held || writeLocks_ ? QDB_OK : takeWriteLocks(false);
 }
 
 std::uint32_t PgSession::createTable(const TableDef &def, std::shared_ptr<TableHandle> *out) {
@@ -351,35 +428,42 @@ std::uint32_t PgSession::count(TableHandle &handle, std::uint32_t *records) {
 }
 
 std::uint32_t PgSession::insert(TableHandle &handle, const unsigned char *stored, std::size_t size,
-                                const KeyValue *keys, std::int64_t *seq) {
+                                const KeyValue *keys) {
   if (!usable()) return QDB_E_IO;
   auto &t = static_cast<PgTable &>(handle);
   const TableDef &def = t.def();
-  const int held = writeDepth_ > 0;
-  if (t.insert[held].empty()) {
-    std::string columns = "record", values = "$1::bytea";
+  int held = 0;
+  std::uint32_t r = writeMode(&held);
+  if (r != QDB_OK) return r;
+  if (t.insert.empty()) {
+    std::string columns = "record", values = "$1::bytea", unique;
     int n = 2;
     for (const KeyDef &k : def.keys) {
+      std::string param = "$" + std::to_string(n++) + castOf(k);
       columns += ", " + keyColumn(k.keyNumber);
-      values += ", $" + std::to_string(n++) + castOf(k);
+      values += ", " + param;
+      if (k.unique) {
+        unique += std::string(unique.empty() ? " WHERE" : " AND") + " NOT EXISTS(SELECT 1 FROM " +
+                  quoted(def.name) + " WHERE " + keyColumn(k.keyNumber) + "=" + param + ")";
+      }
     }
-    // A duplicate of a unique key adds nothing and fails nothing, so that a
-    // batch under the file lock goes on.
-    std::string source =
-        held ? " VALUES(" + values + ")" : " SELECT " + values + " FROM " + writeLock();
-    std::uint32_t r =
-        prepare(t.insert[held], "INSERT INTO " + quoted(def.name) + "(" + columns + ")" + source +
-                                    " ON CONFLICT DO NOTHING RETURNING seq");
+    // A duplicate of a unique key is looked up first, so that it adds
+    // nothing and fails nothing: an error would end a file lock's batch.
+    // Under the file lock no one else writes, so the look-up is exact;
+    // outside one, an add racing it is still refused by the unique index,
+    // and the statement is its own transaction.
+    r = prepare(t.insert, "INSERT INTO " + quoted(def.name) + "(" + columns + ")" +
+                              (unique.empty() ? " VALUES(" + values + ")"
+                                              : " SELECT " + values + unique));
     if (r != QDB_OK) return r;
   }
   Params &p = t.params;
   p.clear();
   p.addBytes(stored, size);
   for (std::size_t i = 0; i < def.keys.size(); ++i) addKey(p, keys[i]);
-  Result r = conn_.run(t.insert[held], p);
-  if (!r.ok()) return resultOf(r);
-  if (r.rows() != 1) return QDB_E_DUPLICATE;
-  *seq = r.int64(0, 0);
+  Result result = conn_.run(t.insert, p);
+  if (!result.ok()) return resultOf(result);
+  if (result.changed() != 1) return QDB_E_DUPLICATE;
   t.noteChange();
   return QDB_OK;
 }
@@ -392,7 +476,9 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
   std::string table = quoted(def.name);
   bool uniqueKeys =
       std::any_of(def.keys.begin(), def.keys.end(), [](const KeyDef &k) { return k.unique; });
-  const int held = writeDepth_ > 0;
+  int held = 0;
+  std::uint32_t r = writeMode(&held);
+  if (r != QDB_OK) return r;
   if (t.update[held].empty()) {
     std::string sets = "record=$2::bytea";
     std::string unique;
@@ -400,17 +486,16 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
     for (const KeyDef &k : def.keys) {
       std::string param = "$" + std::to_string(n++) + castOf(k);
       sets += ", " + keyColumn(k.keyNumber) + "=" + param;
-      // Checked here rather than left to the index, whose refusal would end
-      // a batch under the file lock.
-      if (k.unique) {
+      // In a transaction a duplicate is checked for here rather than left to
+      // the index, whose refusal would end it; on its own the update lets
+      // the index refuse it.
+      if (k.unique && held) {
         unique += " AND NOT EXISTS(SELECT 1 FROM " + table + " o WHERE o." +
                   keyColumn(k.keyNumber) + "=" + param + " AND o.seq<>$1::int8)";
       }
     }
-    std::string from = held ? "" : " FROM " + writeLock();
-    std::uint32_t r = prepare(
-        t.update[held], "UPDATE " + table + " SET " + sets + from + " WHERE seq=$1::int8" + unique);
-    if (r == QDB_OK && uniqueKeys && t.exists.empty()) {
+    r = prepare(t.update[held], "UPDATE " + table + " SET " + sets + " WHERE seq=$1::int8" + unique);
+    if (r == QDB_OK && uniqueKeys && held && t.exists.empty()) {
       r = prepare(t.exists, "SELECT count(*) FROM " + table + " WHERE seq=$1::int8");
     }
     if (r != QDB_OK) return r;
@@ -420,10 +505,10 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
   p.addInt64(seq);
   p.addBytes(stored, size);
   for (std::size_t i = 0; i < def.keys.size(); ++i) addKey(p, keys[i]);
-  Result r = conn_.run(t.update[held], p);
-  if (!r.ok()) return resultOf(r);
-  if (r.changed() != 1) {
-    if (!uniqueKeys) return QDB_E_NOCURRENT;
+  Result result = conn_.run(t.update[held], p);
+  if (!result.ok()) return resultOf(result);
+  if (result.changed() != 1) {
+    if (!uniqueKeys || !held) return QDB_E_NOCURRENT;
     p.clear();
     p.addInt64(seq);
     Result e = conn_.run(t.exists, p);
@@ -437,19 +522,19 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
 std::uint32_t PgSession::remove(TableHandle &handle, std::int64_t seq) {
   if (!usable()) return QDB_E_IO;
   auto &t = static_cast<PgTable &>(handle);
-  const int held = writeDepth_ > 0;
-  if (t.remove[held].empty()) {
-    std::string from = held ? "" : " USING " + writeLock();
-    std::uint32_t r = prepare(t.remove[held],
-                              "DELETE FROM " + quoted(t.def().name) + from + " WHERE seq=$1::int8");
+  int held = 0;
+  std::uint32_t r = writeMode(&held);
+  if (r != QDB_OK) return r;
+  if (t.remove.empty()) {
+    r = prepare(t.remove, "DELETE FROM " + quoted(t.def().name) + " WHERE seq=$1::int8");
     if (r != QDB_OK) return r;
   }
   Params &p = t.params;
   p.clear();
   p.addInt64(seq);
-  Result r = conn_.run(t.remove[held], p);
-  if (!r.ok()) return resultOf(r);
-  if (r.changed() != 1) return QDB_E_NOCURRENT;
+  Result result = conn_.run(t.remove, p);
+  if (!result.ok()) return resultOf(result);
+  if (result.changed() != 1) return QDB_E_NOCURRENT;
   t.noteChange();
   return QDB_OK;
 }
@@ -498,6 +583,9 @@ std::uint32_t PgSession::fetch(TableHandle &handle, const KeyDef &key, FetchFrom
       make(k.after, " WHERE (" + column + ", seq)>($1" + cast + ", $2::int8)", 3);
     }
     make(k.first, "", 1);
+    if (r == QDB_OK && key.unique) {
+      r = prepare(k.lookup, select + " WHERE " + column + "=$1" + cast);
+    }
     if (r != QDB_OK) return r;
   }
   Params &p = t.params;
@@ -509,6 +597,7 @@ std::uint32_t PgSession::fetch(TableHandle &handle, const KeyDef &key, FetchFrom
     case FetchFrom::Equal:
       addKey(p, value);
       statement = &k.equal;
+      if (key.unique && !value.isPrefix && limit > 0) return collect(conn_.run(k.lookup, p), out);
       if (value.isPrefix) {
         // A shorter search value: the records whose key starts with it.
         std::size_t end = prefixEnd(value, t.prefixEnd.data());
@@ -548,12 +637,8 @@ std::uint32_t PgSession::lockWrite() {
   if (!usable()) return QDB_E_IO;
   if (readDepth_ > 0 && writeDepth_ == 0) return QDB_E_LOCKSTATE;
   if (writeDepth_ == 0) {
-    Result r = conn_.execute("BEGIN; SELECT pg_advisory_xact_lock(" + lockParam() + ")");
-    if (!r.ok()) {
-      std::uint32_t status = resultOf(r);
-      conn_.execute("ROLLBACK");
-      return status;
-    }
+    std::uint32_t r = takeWriteLocks(true);
+    if (r != QDB_OK) return r;
   }
   ++writeDepth_;
   lockSpanEnter();

@@ -154,7 +154,7 @@ class SqliteSession final : public StoreSession {
   std::uint32_t tableNames(std::vector<std::string> *names) override;
   std::uint32_t count(TableHandle &table, std::uint32_t *records) override;
   std::uint32_t insert(TableHandle &table, const unsigned char *stored, std::size_t size,
-                       const KeyValue *keys, std::int64_t *seq) override;
+                       const KeyValue *keys) override;
   std::uint32_t update(TableHandle &table, std::int64_t seq, const unsigned char *stored,
                        std::size_t size, const KeyValue *keys) override;
   std::uint32_t remove(TableHandle &table, std::int64_t seq) override;
@@ -406,7 +406,7 @@ std::uint32_t SqliteSession::count(TableHandle &handle, std::uint32_t *records) 
 }
 
 std::uint32_t SqliteSession::insert(TableHandle &handle, const unsigned char *stored,
-                                    std::size_t size, const KeyValue *keys, std::int64_t *seq) {
+                                    std::size_t size, const KeyValue *keys) {
   auto &t = static_cast<SqliteTable &>(handle);
   const TableDef &def = t.def();
   if (!t.insert.ready()) {
@@ -424,7 +424,6 @@ std::uint32_t SqliteSession::insert(TableHandle &handle, const unsigned char *st
   for (std::size_t i = 0; i < def.keys.size(); ++i) bindKey(*q, static_cast<int>(i) + 2, keys[i]);
   int rc = committing([&] { return sqlite3_step(*q); });
   if (rc != SQLITE_DONE) return failure(rc);
-  *seq = sqlite3_last_insert_rowid(db_);
   t.noteChange();
   return QDB_OK;
 }

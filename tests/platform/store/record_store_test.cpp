@@ -472,6 +472,138 @@ TEST_F(RecordStoreTest, AnotherThreadWaitsForTheLockInsteadOfFailing) {
   EXPECT_EQ(namesInOrder(t, h, kIdKey), (std::vector<std::string>{"first", "second"}));
 }
 
+// Each kind of write another thread makes waits for the holder, on every
+// table of the file (one made after the holder last locked it too), while
+// that thread's reads go on.
+TEST_F(RecordStoreTest, WritesOfEveryKindWaitForAnotherThreadsFileLock) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 1, "one", 1), 0u);
+  ASSERT_EQ(add(t, h, 2, "two", 2), 0u);
+  ASSERT_EQ(QDBFileLock(h), 0u);
+  ASSERT_EQ(QDBFileUnlock(h), 0u);
+  std::thread([&] {
+    SampleTable second("Second_Table");
+    KEPDB *own = QDBInit(0, dataPath("Store.dat").c_str(), kOpenExisting, 1);
+    if (own && second.create(own) == 0 && second.select(own) == 0) {
+      second.fill(1, "first", 1);
+      QDBRecordAdd(own);
+    }
+    QDBDone(own);
+  }).join();
+
+  ASSERT_EQ(QDBFileLock(h), 0u);
+  ASSERT_EQ(add(t, h, 3, "holder's", 3), 0u);
+  std::atomic<int> reached{0}, done{0};
+  std::uint32_t results[3] = {99, 99, 99};
+  auto writer = [&](int kind) {
+    SampleTable mine(kind == 2 ? "Second_Table" : "Sample_Table");
+    KEPDB *own = QDBInit(0, dataPath("Store.dat").c_str(), kOpenExisting, 1);
+    _GUID id;
+    std::memset(&id, kind + 1, sizeof id);
+    if (own && mine.select(own) == 0 &&
+        (kind == 2 || QDBRecordFindAndRead(own, kIdKey, &id, 1, 16) == 0)) {
+      ++reached;
+      if (kind == 0) {
+        std::strcpy(mine.record.name, "updated");
+        results[kind] = QDBRecordUpdate(own);
+      } else if (kind == 1) {
+        results[kind] = QDBRecordDelete(own);
+      } else {
+        mine.fill(2, "second", 2);
+        results[kind] = QDBRecordAdd(own);
+      }
+    }
+    QDBDone(own);
+    ++done;
+  };
+  std::vector<std::thread> writers;
+  for (int kind = 0; kind < 3; ++kind) writers.emplace_back(writer, kind);
+  for (int i = 0; i < 1000 && reached < 3; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_EQ(reached.load(), 3) << "reads wait for no file lock";
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_EQ(done.load(), 0) << "every write is held up by the lock";
+  EXPECT_EQ(namesInOrder(t, h, kIdKey), (std::vector<std::string>{"one", "two", "holder's"}));
+  ASSERT_EQ(QDBFileUnlock(h), 0u);
+  for (std::thread &w : writers) w.join();
+  EXPECT_EQ(results[0], 0u);
+  EXPECT_EQ(results[1], 0u);
+  EXPECT_EQ(results[2], 0u);
+  EXPECT_EQ(namesInOrder(t, h, kIdKey), (std::vector<std::string>{"updated", "holder's"}));
+  SampleTable second("Second_Table");
+  KEPDB *s = open("Store.dat", kOpenExisting);
+  ASSERT_EQ(second.select(s), 0u);
+  EXPECT_EQ(namesInOrder(second, s, kIdKey), (std::vector<std::string>{"first", "second"}));
+}
+
+// A write under a read lock holds the file's writers off until the read
+// unlock, which commits it.
+TEST_F(RecordStoreTest, AWriteUnderAReadLockKeepsOtherWritersWaitingUntilTheUnlock) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 1, "one", 1), 0u);
+  ASSERT_EQ(QDBReadLock(h), 0u);
+  ASSERT_EQ(namesInOrder(t, h, kIdKey), std::vector<std::string>{"one"});
+  ASSERT_EQ(add(t, h, 2, "under read lock", 2), 0u);
+  std::atomic<bool> done{false};
+  std::uint32_t otherResult = 99;
+  std::thread other([&] {
+    SampleTable mine;
+    KEPDB *own = QDBInit(0, dataPath("Store.dat").c_str(), kOpenExisting, 1);
+    if (own && mine.select(own) == 0) {
+      mine.fill(3, "other", 3);
+      otherResult = QDBRecordAdd(own);
+    }
+    QDBDone(own);
+    done = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_FALSE(done.load());
+  ASSERT_EQ(QDBReadUnlock(h), 0u);
+  other.join();
+  EXPECT_EQ(otherResult, 0u);
+  EXPECT_EQ(namesInOrder(t, h, kIdKey),
+            (std::vector<std::string>{"one", "under read lock", "other"}));
+}
+
+// A duplicate refused inside a batch ends nothing: the batch's writes before
+// and after it all commit at the unlock.
+TEST_F(RecordStoreTest, ADuplicateRefusedInABatchKeepsTheBatchsOtherWrites) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  ASSERT_EQ(add(t, h, 1, "before", 1), 0u);
+  ASSERT_EQ(QDBFileLock(h), 0u);
+  ASSERT_EQ(add(t, h, 2, "in batch", 2), 0u);
+  EXPECT_EQ(add(t, h, 1, "again", 5), QDB_E_DUPLICATE);
+  EXPECT_EQ(add(t, h, 2, "again", 5), QDB_E_DUPLICATE);
+  _GUID id;
+  std::memset(&id, 2, sizeof id);
+  ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
+  std::memset(&t.record.id, 1, sizeof t.record.id);
+  EXPECT_EQ(QDBRecordUpdate(h), QDB_E_DUPLICATE);
+  ASSERT_EQ(add(t, h, 3, "after", 3), 0u);
+  ASSERT_EQ(QDBRecordFindAndRead(h, kIdKey, &id, 1, 16), 0u);
+  std::strcpy(t.record.name, "changed");
+  EXPECT_EQ(QDBRecordUpdate(h), 0u);
+  ASSERT_EQ(QDBFileUnlock(h), 0u);
+  // Read through another thread's session: what was committed.
+  std::vector<std::string> committed;
+  std::thread([&] {
+    SampleTable mine;
+    KEPDB *own = QDBInit(0, dataPath("Store.dat").c_str(), kOpenExisting, 1);
+    if (own && mine.select(own) == 0) {
+      for (std::uint32_t r = QDBRecordSkipAndRead(own, kIdKey, kSkipFirst); r == 0;
+           r = QDBRecordSkipAndRead(own, kIdKey, kSkipNext)) {
+        committed.push_back(mine.record.name);
+      }
+    }
+    QDBDone(own);
+  }).join();
+  EXPECT_EQ(committed, (std::vector<std::string>{"before", "changed", "after"}));
+}
+
 TEST_F(RecordStoreTest, SecondProcessSeesWhatTheFirstCommitted) {
   SampleTable t;
   KEPDB *h = createSample(t);
