@@ -67,7 +67,8 @@ class PgTable final : public TableHandle {
 
   // A new connection has none of the old one's prepared statements.
   void forgetStatements() {
-    for (std::string *name : {&insert, &update[0], &update[1], &remove, &bySeq, &exists}) {
+    for (std::string *name :
+         {&insert[0], &insert[1], &update[0], &update[1], &remove, &bySeq, &exists}) {
       name->clear();
     }
     for (KeyStatements &k : keys) k = KeyStatements{};
@@ -77,9 +78,9 @@ class PgTable final : public TableHandle {
     return keys[static_cast<std::size_t>(&key - def().keys.data())];
   }
 
-  // Updates: [0] is its own transaction, [1] runs in one that holds the
-  // file's write locks.
-  std::string insert, update[2], remove;
+  // Adds and updates: [0] is its own transaction, [1] runs in one that
+  // holds the file's write locks.
+  std::string insert[2], update[2], remove;
   std::string bySeq, exists;
   std::vector<KeyStatements> keys;
   std::vector<unsigned char> prefixEnd;
@@ -435,33 +436,32 @@ std::uint32_t PgSession::insert(TableHandle &handle, const unsigned char *stored
   int held = 0;
   std::uint32_t r = writeMode(&held);
   if (r != QDB_OK) return r;
-  if (t.insert.empty()) {
+  if (t.insert[held].empty()) {
     std::string columns = "record", values = "$1::bytea", unique;
     int n = 2;
     for (const KeyDef &k : def.keys) {
       std::string param = "$" + std::to_string(n++) + castOf(k);
       columns += ", " + keyColumn(k.keyNumber);
       values += ", " + param;
-      if (k.unique) {
+      if (k.unique && held) {
         unique += std::string(unique.empty() ? " WHERE" : " AND") + " NOT EXISTS(SELECT 1 FROM " +
                   quoted(def.name) + " WHERE " + keyColumn(k.keyNumber) + "=" + param + ")";
       }
     }
-    // A duplicate of a unique key is looked up first, so that it adds
-    // nothing and fails nothing: an error would end a file lock's batch.
-    // Under the file lock no one else writes, so the look-up is exact;
-    // outside one, an add racing it is still refused by the unique index,
-    // and the statement is its own transaction.
-    r = prepare(t.insert, "INSERT INTO " + quoted(def.name) + "(" + columns + ")" +
-                              (unique.empty() ? " VALUES(" + values + ")"
-                                              : " SELECT " + values + unique));
+    // In a transaction a duplicate of a unique key is looked up first, so
+    // that it adds nothing and fails nothing: an error would end the batch.
+    // No one else writes meanwhile, so the look-up is exact. On its own the
+    // add lets the unique index refuse a duplicate.
+    r = prepare(t.insert[held], "INSERT INTO " + quoted(def.name) + "(" + columns + ")" +
+                                    (unique.empty() ? " VALUES(" + values + ")"
+                                                    : " SELECT " + values + unique));
     if (r != QDB_OK) return r;
   }
   Params &p = t.params;
   p.clear();
   p.addBytes(stored, size);
   for (std::size_t i = 0; i < def.keys.size(); ++i) addKey(p, keys[i]);
-  Result result = conn_.run(t.insert, p);
+  Result result = conn_.run(t.insert[held], p);
   if (!result.ok()) return resultOf(result);
   if (result.changed() != 1) return QDB_E_DUPLICATE;
   t.noteChange();
