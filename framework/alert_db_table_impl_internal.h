@@ -451,7 +451,7 @@ void CAlertDBTable<REC>::EndEnumeration() {
 
 template <class REC>
 std::uint32_t CAlertDBTable<REC>::SignalIfDone(std::uint32_t status) {
-  if (status == 0) alertdb_internal::SignalChange();
+  if (status == 0) alertdb_internal::SignalChange(m_hTable);
   return status;
 }
 

@@ -55,7 +55,7 @@ __attribute__((destructor)) void detach() {
 
 }  // namespace
 
-void SignalChange() {
+void SignalChange(KEPDB *handle) {
   try {
     ChangeEvent &event = changeEvent();
     std::lock_guard<std::mutex> lock(event.mutex);
@@ -70,7 +70,7 @@ void SignalChange() {
   } catch (...) {
   }
   // Machines that share the data files on a server learn of it through there.
-  platform::store::NotifyServerOfChange();
+  platform::store::NotifyServerOfChange(handle);
 }
 
 }  // namespace alertdb_internal

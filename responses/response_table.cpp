@@ -195,7 +195,9 @@ std::uint32_t CAlertRespDB::DBAlertRecAdd(ALERTRESPREC *rec, _GUID *newOid) {
 std::uint32_t CAlertRespDB::DBAlertRecUpdate(ALERTRESPREC *rec) {
   std::uint32_t status = CAlertDBTable::DBAlertRecUpdate(rec);
   // Whoever watches the test responses hears of every update of one.
-  if (status == 0 || (rec && IsTestResponse(&rec->KEPOID))) alertdb_internal::SignalChange();
+  if (status == 0 || (rec && IsTestResponse(&rec->KEPOID))) {
+    alertdb_internal::SignalChange(m_hTable);
+  }
   return status == ALRT_UNCHANGED ? 0 : status;
 }
 

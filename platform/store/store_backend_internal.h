@@ -103,6 +103,10 @@ class StoreSession {
   virtual std::uint32_t lockRead() = 0;
   virtual std::uint32_t unlockRead() = 0;
 
+  // Announces a change to the other machines through the server; false when
+  // the session has no server to tell.
+  virtual bool announceChange() { return false; }
+
  private:
   OperationLock operationLock_;
 };

@@ -7,15 +7,20 @@
 #include "platform/store/postgres/pg_connection_internal.h"
 #include "platform/store/server_changes.h"
 #include "platform/store/server_notify_internal.h"
+#include "platform/store/store_handle_internal.h"
 
 namespace platform {
 
 namespace store {
 
-void NotifyServerOfChange() {
+void NotifyServerOfChange(KEPDB *handle) {
   try {
     std::string uri = postgres::serverUri();
     if (uri.empty()) return;
+    bool sent = handle && withHandle(handle, [](Handle &h) -> std::uint32_t {
+                            return h.session->announceChange() ? QDB_OK : QDB_E_IO;
+                          }) == QDB_OK;
+    if (sent) return;
     if (postgres::Connection *conn = postgres::threadConnection(uri)) {
       conn->execute(std::string("NOTIFY ") + kChangeChannel);
     }

@@ -20,6 +20,7 @@
 #include "platform/store/lock_span_internal.h"
 #include "platform/store/postgres/pg_catalog_internal.h"
 #include "platform/store/postgres/pg_connection_internal.h"
+#include "platform/store/server_notify_internal.h"
 #include "platform/store/store_backend_internal.h"
 
 namespace platform::store {
@@ -126,6 +127,7 @@ class PgSession final : public StoreSession {
   std::uint32_t unlockWrite() override;
   std::uint32_t lockRead() override;
   std::uint32_t unlockRead() override;
+  bool announceChange() override;
 
  private:
   std::uint32_t checkStore();
@@ -156,6 +158,7 @@ class PgSession final : public StoreSession {
   void rollback() {
     conn_.execute("ROLLBACK");
     writeLocks_ = false;
+    announce_ = false;
   }
   void noteRollback() {
     for (auto &entry : tables_) entry.second->noteChange();
@@ -170,6 +173,7 @@ class PgSession final : public StoreSession {
   // The file's tables as the last write lock found them, in byte order.
   std::vector<std::string> fileTables_;
   bool writeLocks_ = false;  // the open transaction holds them
+  bool announce_ = false;    // its commit announces a change
   int writeDepth_ = 0;
   int readDepth_ = 0;
 };
@@ -279,8 +283,11 @@ std::uint32_t PgSession::endSchemaChange(bool own, bool commit) {
 }
 
 bool PgSession::commit() {
-  Result r = conn_.execute("COMMIT");
+  // The notification is queued in the transaction, and sent by its commit.
+  Result r = conn_.execute(announce_ ? std::string("NOTIFY ") + kChangeChannel + "; COMMIT"
+                                     : std::string("COMMIT"));
   writeLocks_ = false;
+  announce_ = false;
   // A transaction that failed earlier ends in a rollback, reported as such.
   bool committed = r.ok() && std::strcmp(PQcmdStatus(r.get()), "COMMIT") == 0;
   if (!committed && conn_.inTransaction()) conn_.execute("ROLLBACK");
@@ -671,6 +678,15 @@ std::uint32_t PgSession::lockRead() {
   }
   ++readDepth_;
   return QDB_OK;
+}
+
+bool PgSession::announceChange() {
+  if (!usable()) return false;
+  if (conn_.inTransaction()) {
+    announce_ = true;
+    return true;
+  }
+  return conn_.execute(std::string("NOTIFY ") + kChangeChannel).ok();
 }
 
 std::uint32_t PgSession::unlockRead() {
