@@ -20,11 +20,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
-#include <fstream>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -327,10 +327,11 @@ class ProcessorTime {
   // it belong to the two sides, and only the working side's move.
   explicit ProcessorTime(const std::string &uri) {
     PGconn *conn = uri.empty() ? nullptr : PQconnectdb(uri.c_str());
-    PGresult *r = conn ? PQexec(conn,
-                                "SELECT pid FROM pg_stat_activity WHERE backend_type='client backend'"
-                                " AND pid<>pg_backend_pid()")
-                       : nullptr;
+    PGresult *r =
+        conn ? PQexec(conn,
+                      "SELECT pid FROM pg_stat_activity WHERE backend_type='client backend'"
+                      " AND pid<>pg_backend_pid()")
+             : nullptr;
     for (int i = 0; r && PQresultStatus(r) == PGRES_TUPLES_OK && i < PQntuples(r); ++i) {
       pids_.push_back(PQgetvalue(r, i, 0));
     }
@@ -509,8 +510,8 @@ bool runFigures(const char *title, const std::string &path, const std::string &s
       });
   plain.reset();
   QDBDone(h);
-  std::printf("%s\n%-36s %12s %12s %8s %8s", title, "work (per record)", "engine us",
-              "plain us", "ratio", "by runs");
+  std::printf("%s\n%-36s %12s %12s %8s %8s", title, "work (per record)", "engine us", "plain us",
+              "ratio", "by runs");
   if (cpu.usable()) std::printf(" %10s %10s %8s", "engine cpu", "plain cpu", "cpu rat.");
   std::printf("\n");
   for (const Figure &f : figures) {

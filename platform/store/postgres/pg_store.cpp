@@ -459,9 +459,9 @@ std::uint32_t PgSession::insert(TableHandle &handle, const unsigned char *stored
     // that it adds nothing and fails nothing: an error would end the batch.
     // No one else writes meanwhile, so the look-up is exact. On its own the
     // add lets the unique index refuse a duplicate.
-    r = prepare(t.insert[held], "INSERT INTO " + quoted(def.name) + "(" + columns + ")" +
-                                    (unique.empty() ? " VALUES(" + values + ")"
-                                                    : " SELECT " + values + unique));
+    r = prepare(t.insert[held],
+                "INSERT INTO " + quoted(def.name) + "(" + columns + ")" +
+                    (unique.empty() ? " VALUES(" + values + ")" : " SELECT " + values + unique));
     if (r != QDB_OK) return r;
   }
   Params &p = t.params;
@@ -501,7 +501,8 @@ std::uint32_t PgSession::update(TableHandle &handle, std::int64_t seq, const uns
                   keyColumn(k.keyNumber) + "=" + param + " AND o.seq<>$1::int8)";
       }
     }
-    r = prepare(t.update[held], "UPDATE " + table + " SET " + sets + " WHERE seq=$1::int8" + unique);
+    r = prepare(t.update[held],
+                "UPDATE " + table + " SET " + sets + " WHERE seq=$1::int8" + unique);
     if (r == QDB_OK && uniqueKeys && held && t.exists.empty()) {
       r = prepare(t.exists, "SELECT count(*) FROM " + table + " WHERE seq=$1::int8");
     }
