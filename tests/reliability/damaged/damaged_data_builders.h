@@ -24,22 +24,14 @@
 
 namespace alertdb_test::damage {
 
-// The name of the table a table class works on.
 template <class Table>
 std::string tableName() {
-  struct Probe : Table {
-    const char *name() const { return this->m_pszTableName; }
-  };
-  return Probe().name();
+  return harness::Exposed<Table>().tableName();
 }
 
-// The record store handle of an open table, for the file lock.
 template <class Table>
 KEPDB *handleOf(Table &table) {
-  struct Probe : Table {
-    static KEPDB *of(Table &t) { return static_cast<Probe &>(t).m_hTable; }
-  };
-  return Probe::of(table);
+  return static_cast<harness::Exposed<Table> &>(table).handle();
 }
 
 // Every record written and not deleted since, by table and object ID (hex),
@@ -167,9 +159,9 @@ class EventFileBuilder : public DataFileBuilder {
     classes_ = std::make_unique<CAlertEVENT_CLASSDB>();
     linkTable_ = std::make_unique<CAlertEVENT_RESPDB>();
     log_ = std::make_unique<CAlertEVENT_LOGDB>("AlEvntdb.dat");
-    ASSERT_EQ(OpenOrCreateTable(*classes_), 0u);
-    ASSERT_EQ(OpenOrCreateTable(*linkTable_), 0u);
-    ASSERT_EQ(OpenOrCreateTable(*log_), 0u);
+    ASSERT_EQ(harness::openOrMake(*classes_), 0u);
+    ASSERT_EQ(harness::openOrMake(*linkTable_), 0u);
+    ASSERT_EQ(harness::openOrMake(*log_), 0u);
   }
   KEPDB *handle() override { return handleOf(*classes_); }
   void change(int batch, WrittenRecords &written) override {
@@ -203,12 +195,6 @@ class EventFileBuilder : public DataFileBuilder {
   }
 
  private:
-  template <class Table>
-  static std::uint32_t OpenOrCreateTable(Table &table) {
-    std::uint32_t r = OpenOrCreate(table);
-    return r == ALRT_MISSINGFILE ? table.DBCreate() : r;
-  }
-
   void addClass(WrittenRecords &written, bool large) {
     auto c = std::make_unique<ALRTEVENT_CLASSREC>();
     maker_.fill(*c, large);
