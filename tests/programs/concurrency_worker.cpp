@@ -879,20 +879,13 @@ class LoadThread {
   }
 
   void children() {
-    // Parent, children and the key that relates them.
-    static const std::tuple<Table, Table, KeyField> relations[] = {
-        {Table::User, Table::Instance, KEY_BYTES(74, ALRTUSRINSTSERV, UserOid)},
-        {Table::Service, Table::Instance, KEY_BYTES(73, ALRTUSRINSTSERV, Service_KEPOID)},
-        {Table::User, Table::Response, KEY_BYTES(12, ALERTRESPREC, UserOID)},
-        {Table::Service, Table::Response, KEY_BYTES(13, ALERTRESPREC, ServiceOID)},
-        {Table::EventClass, Table::Link, KEY_BYTES(43, ALRTEVENT_RESPREC, EventClassOID)},
-        {Table::Response, Table::Link, KEY_BYTES(44, ALRTEVENT_RESPREC, ResponseOID)},
-        {Table::Server, Table::Installed, KEY_BYTES(68, ALRTSERV_INST_NTFY_SERVREC, ServerOID)},
-        {Table::Service, Table::Installed, KEY_BYTES(66, ALRTSERV_INST_NTFY_SERVREC, ServiceOID)}};
-    const auto &[parentTable, kind, key] = relations[random(8)];
+    const Relation &r = kRelations[random(static_cast<std::uint32_t>(std::size(kRelations)))];
     Oid parent;
-    if (pick(parentTable, &parent, 10))
-      tables_.with(kind, [&](auto &t) { childrenOf(t, kind, key, parent); });
+    if (pick(r.parent, &parent, 10)) {
+      tables_.with(r.child, [&](auto &t) {
+        childrenOf(t, r.child, KeyField{r.key, KeyField::Bytes, r.offset, 16}, parent);
+      });
+    }
   }
 
   // Walks everyone's records of a table in the order of one key, from the
