@@ -29,9 +29,13 @@ std::string tableName() {
   return harness::Exposed<Table>().tableName();
 }
 
+// The record store handle of an open table, for the file lock.
 template <class Table>
 KEPDB *handleOf(Table &table) {
-  return static_cast<harness::Exposed<Table> &>(table).handle();
+  struct Probe : Table {
+    static KEPDB *of(Table &t) { return static_cast<Probe &>(t).m_hTable; }
+  };
+  return Probe::of(table);
 }
 
 // Every record written and not deleted since, by table and object ID (hex),
