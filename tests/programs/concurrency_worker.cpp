@@ -234,7 +234,7 @@ class LoadThread {
   }
 
   void remember(Table table, const _GUID &id, std::uint32_t status) {
-    if (status == 0) mine_[static_cast<int>(table)].push_back(toOid(id));
+    if (status == 0) mine_[static_cast<int>(table)].push_back(idOf(id));
   }
 
   // ------------------------------------------------------------ the steps
@@ -293,7 +293,7 @@ class LoadThread {
                            : kind == Table::EventClass ? platform::kClassIdEventClass
                                                        : platform::kClassIdEventLog;
     Entry entry{"om"};
-    _GUID guid = toGuid(id), known{};
+    _GUID guid = guidOf(id), known{};
     char name[64];
     // Asked on a thread of its own, which sees only what was committed.
     call(entry, [&] {
@@ -304,7 +304,7 @@ class LoadThread {
       return status;
     });
     entry.args = {tableName(kind), oidText(id),
-                  entry.status == 0 && toOid(known) == toOid(classId) ? "1" : "0"};
+                  entry.status == 0 && idOf(known) == idOf(classId) ? "1" : "0"};
     log(entry);
   }
 
@@ -368,7 +368,7 @@ class LoadThread {
                const char *op = "get") {
     Entry entry{op};
     *record = Record{};
-    _GUID guid = toGuid(id);
+    _GUID guid = guidOf(id);
     call(entry, [&] { return table.DBAlertRecRetrieve(&guid, record); });
     entry.args = {tableName(kind), oidText(id),
                   hashText(entry.status == 0 ? recordHash(*record) : 0)};
@@ -398,7 +398,7 @@ class LoadThread {
   template <class TableObject>
   void erase(const char *op, TableObject &table, const Oid &id) {
     Entry entry{op};
-    _GUID guid = toGuid(id);
+    _GUID guid = guidOf(id);
     call(entry, [&] { return table.DBAlertRecDelete(&guid); });
     entry.args = {oidText(id)};
     log(entry);
@@ -440,13 +440,13 @@ class LoadThread {
     _GUID id{};
     Entry entry{op};
     call(entry, [&] { return table.DBAlertRecAdd(&record, &id); });
-    entry.args = args(oidText(toOid(id)));
+    entry.args = args(oidText(idOf(id)));
     log(entry);
     remember(kind, id, entry.status);
     // Other processes are told of users, event classes and log entries.
     if (entry.status == 0 && (kind == Table::User || kind == Table::EventClass ||
                               kind == Table::LogEntry))
-      registration(kind, toOid(id));
+      registration(kind, idOf(id));
     return true;
   }
 
@@ -465,7 +465,7 @@ class LoadThread {
     for (; s == 0 && key.bytes(reinterpret_cast<const unsigned char *>(&found)) ==
                          std::string(reinterpret_cast<const char *>(parent.data()), 16);
          s = table.DBAlertRecFindNext(&found)) {
-      if (!known.count(toOid(found.KEPOID))) {
+      if (!known.count(idOf(found.KEPOID))) {
         made = found.KEPOID;
         ++fresh;
       }
@@ -502,7 +502,7 @@ class LoadThread {
     call(entry,
          [&] { return tables_.service.DBAlertRecAdd(&service, &id, &settings, &settingsId); });
     clear.KEPOID = settingsId;
-    entry.args = {oidText(toOid(id)), oidText(toOid(settingsId)), hashText(recordHash(service)),
+    entry.args = {oidText(idOf(id)), oidText(idOf(settingsId)), hashText(recordHash(service)),
                   hashText(recordHash(clear))};
     log(entry);
     remember(Table::Service, id, entry.status);
@@ -555,7 +555,7 @@ class LoadThread {
     Oid server, service;
     if (!pick(Table::Server, &server, 10) || !pick(Table::Service, &service, 10)) return false;
     std::string title = name("inst");
-    _GUID serverId = toGuid(server), serviceId = toGuid(service), id{};
+    _GUID serverId = guidOf(server), serviceId = guidOf(service), id{};
     Entry entry{"inst.add"};
     call(entry, [&] {
       return tables_.server.QALRTServCfgAddNtfyServiceEntry(&serverId, &serviceId, title.c_str(),
@@ -566,7 +566,7 @@ class LoadThread {
     expected.ServiceOID = serviceId;
     expected.ServerOID = serverId;
     putText(expected.ServiceName, title);
-    entry.args = {oidText(server), oidText(service), oidText(toOid(id)),
+    entry.args = {oidText(server), oidText(service), oidText(idOf(id)),
                   hashText(recordHash(expected))};
     log(entry);
     remember(Table::Installed, id, entry.status);
@@ -580,13 +580,13 @@ class LoadThread {
     if (!pick(Table::Installed, &id)) return false;
     ALRTSERV_INST_NTFY_SERVREC installed;
     current(tables_.installed, Table::Installed, id, &installed);
-    const ModelRecord *service = model_.find(toOid(installed.ServiceOID));
+    const ModelRecord *service = model_.find(idOf(installed.ServiceOID));
     installed.BackupServer = chance(60) ? CAlertSERV_INST_NTFY_SERVDB::kBackupServer : 0;
-    if (service) installed.ServiceSpecOID = toGuid(service->c);
+    if (service) installed.ServiceSpecOID = guidOf(service->c);
     Entry entry{"inst.upd"};
     call(entry, [&] { return tables_.installed.DBAlertRecUpdate(&installed); });
     entry.args = {oidText(id), std::to_string(installed.BackupServer),
-                  oidText(toOid(installed.ServiceSpecOID)), hashText(recordHash(installed))};
+                  oidText(idOf(installed.ServiceSpecOID)), hashText(recordHash(installed))};
     log(entry);
     return true;
   }
@@ -608,7 +608,7 @@ class LoadThread {
 
   ALRTUSR_SMTPSERVICEREC addressFor(const Oid &user) {
     ALRTUSR_SMTPSERVICEREC address{};
-    address.USR_OID = toGuid(user);
+    address.USR_OID = guidOf(user);
     putText(address.UserName, name("user"));
     putText(address.SMTPMailAddr, tag_ + "." + std::to_string(serial_) + "@example.org");
     address.Enable = 1;
@@ -621,7 +621,7 @@ class LoadThread {
     Oid user, service;
     if (!pick(Table::User, &user, 10) || !pick(Table::Service, &service, 10)) return false;
     ALRTUSR_SMTPSERVICEREC address = addressFor(user);
-    _GUID userId = toGuid(user), serviceId = toGuid(service);
+    _GUID userId = guidOf(user), serviceId = guidOf(service);
     Entry entry{"usvc.add"};
     call(entry, [&] { return tables_.user.QALRTUsrAddService(&userId, &serviceId, &address); });
     ALRTUSRINSTSERV expected{};
@@ -637,8 +637,8 @@ class LoadThread {
     }
     entry.args = {oidText(user),
                   oidText(service),
-                  oidText(toOid(expected.KEPOID)),
-                  oidText(toOid(entry.status == 0 ? address.KEPOID : _GUID{})),
+                  oidText(idOf(expected.KEPOID)),
+                  oidText(idOf(entry.status == 0 ? address.KEPOID : _GUID{})),
                   hashText(recordHash(expected)),
                   hashText(recordHash(address))};
     log(entry);
@@ -653,8 +653,8 @@ class LoadThread {
     ALRTUSR_SMTPSERVICEREC address = addressFor(user);
     ALRTUSRINSTSERV instance{};
     instance.KEPOID = newId();
-    instance.Service_KEPOID = toGuid(service);
-    instance.UserOid = toGuid(user);
+    instance.Service_KEPOID = guidOf(service);
+    instance.UserOid = guidOf(user);
     putText(instance.Service_Name, "Internet Mail");
     instance.Enable = serial_;
     _GUID id{}, addressId{};
@@ -663,8 +663,8 @@ class LoadThread {
          [&] { return tables_.instance.DBAlertRecAdd(&instance, &id, &address, &addressId); });
     entry.args = {oidText(user),
                   oidText(service),
-                  oidText(toOid(id)),
-                  oidText(toOid(addressId)),
+                  oidText(idOf(id)),
+                  oidText(idOf(addressId)),
                   hashText(recordHash(instance)),
                   hashText(recordHash(address))};
     log(entry);
@@ -706,8 +706,8 @@ class LoadThread {
     response.Priority = static_cast<std::uint16_t>(serial_);
     putText(response.Target, "console " + tag_);
     putText(response.Msg, "event %1 on %2, " + title);
-    response.UserOID = toGuid(user);
-    response.ServiceOID = toGuid(service);
+    response.UserOID = guidOf(user);
+    response.ServiceOID = guidOf(service);
     if (response.Type & CAlertRespDB::kServiceResponse)
       response.ServiceType = CAlertSMTPNtfyServDB::kServiceType;
     return addOne(tables_.response, Table::Response, "rsp.add", response, [&](std::string id) {
@@ -774,7 +774,7 @@ class LoadThread {
   bool linkAdd() {
     Oid eventClass, response;
     if (!pickPair(&eventClass, &response)) return false;
-    _GUID classId = toGuid(eventClass), responseId = toGuid(response);
+    _GUID classId = guidOf(eventClass), responseId = guidOf(response);
     Entry entry{"lnk.add"};
     call(entry,
          [&] { return tables_.eventClass.QALRTEventClassAddResponse(&classId, &responseId); });
@@ -786,7 +786,7 @@ class LoadThread {
       expected.EventClassOID = classId;
       expected.ResponseOID = responseId;
     }
-    entry.args = {oidText(eventClass), oidText(response), oidText(toOid(expected.KEPOID)),
+    entry.args = {oidText(eventClass), oidText(response), oidText(idOf(expected.KEPOID)),
                   hashText(recordHash(expected))};
     log(entry);
     remember(Table::Link, expected.KEPOID, entry.status);
@@ -798,8 +798,8 @@ class LoadThread {
     if (!pickPair(&eventClass, &response)) return false;
     ALRTEVENT_RESPREC link{};
     link.KEPOID = newId();
-    link.EventClassOID = toGuid(eventClass);
-    link.ResponseOID = toGuid(response);
+    link.EventClassOID = guidOf(eventClass);
+    link.ResponseOID = guidOf(response);
     return addOne(tables_.link, Table::Link, "lnk.put", link, [&](std::string id) {
       return Args{oidText(eventClass), oidText(response), id, hashText(recordHash(link))};
     });
@@ -813,7 +813,7 @@ class LoadThread {
     ALRTEVENT_LOGREC entryRecord{};
     std::string title = name("log");
     entryRecord.KEPOID = newId();
-    entryRecord.EventClass_OID = toGuid(eventClass);
+    entryRecord.EventClass_OID = guidOf(eventClass);
     putText(entryRecord.EventName, title);
     entryRecord.EventID = 100000 + serial_;
     entryRecord.Severity = serial_ % 5;
@@ -870,7 +870,7 @@ class LoadThread {
         std::memcpy(value.data(), reinterpret_cast<unsigned char *>(&record) + key.offset, 16);
         if (value != parent) break;
         entry.args.push_back(
-            seenText(toOid(*reinterpret_cast<_GUID *>(&record)), recordHash(record)));
+            seenText(idOf(*reinterpret_cast<_GUID *>(&record)), recordHash(record)));
         s = table.DBAlertRecFindNext(&record);
       }
       return s;
@@ -879,20 +879,13 @@ class LoadThread {
   }
 
   void children() {
-    // Parent, children and the key that relates them.
-    static const std::tuple<Table, Table, KeyField> relations[] = {
-        {Table::User, Table::Instance, KEY_BYTES(74, ALRTUSRINSTSERV, UserOid)},
-        {Table::Service, Table::Instance, KEY_BYTES(73, ALRTUSRINSTSERV, Service_KEPOID)},
-        {Table::User, Table::Response, KEY_BYTES(12, ALERTRESPREC, UserOID)},
-        {Table::Service, Table::Response, KEY_BYTES(13, ALERTRESPREC, ServiceOID)},
-        {Table::EventClass, Table::Link, KEY_BYTES(43, ALRTEVENT_RESPREC, EventClassOID)},
-        {Table::Response, Table::Link, KEY_BYTES(44, ALRTEVENT_RESPREC, ResponseOID)},
-        {Table::Server, Table::Installed, KEY_BYTES(68, ALRTSERV_INST_NTFY_SERVREC, ServerOID)},
-        {Table::Service, Table::Installed, KEY_BYTES(66, ALRTSERV_INST_NTFY_SERVREC, ServiceOID)}};
-    const auto &[parentTable, kind, key] = relations[random(8)];
+    const Relation &r = kRelations[random(static_cast<std::uint32_t>(std::size(kRelations)))];
     Oid parent;
-    if (pick(parentTable, &parent, 10))
-      tables_.with(kind, [&](auto &t) { childrenOf(t, kind, key, parent); });
+    if (pick(r.parent, &parent, 10)) {
+      tables_.with(r.child, [&](auto &t) {
+        childrenOf(t, r.child, KeyField{r.key, KeyField::Bytes, r.offset, 16}, parent);
+      });
+    }
   }
 
   // Walks everyone's records of a table in the order of one key, from the
@@ -920,7 +913,7 @@ class LoadThread {
                             : table.DBAlertRecFindFirst(key.key, 0, nullptr, &record);
       for (; s == 0; s = table.DBAlertRecFindNext(&record)) {
         const auto *bytes = reinterpret_cast<const unsigned char *>(&record);
-        Oid id = toOid(*reinterpret_cast<const _GUID *>(&record));
+        Oid id = idOf(*reinterpret_cast<const _GUID *>(&record));
         if (start && n == 0 && id != *start)
           orderProblems.push_back("find_first_delivered_another_record");
         if (n > 0 && key.compare(reinterpret_cast<const unsigned char *>(&previous), bytes) > 0)
@@ -1041,28 +1034,18 @@ class LoadThread {
     call(lock, [&] { return DBReadLock(handle); });
     log(lock);
     if (lock.status != 0) return;
-    const std::size_t all = ~std::size_t{0};
     std::vector<std::pair<Oid, Hash>> first, second, children, grandchildren;
     std::size_t n = 0;
-    if (users) {
-      walkTable(tables_.user, Table::User, {KEY_BYTES(11, ALERTUSRREC, KEPOID)}, all, true, &first,
-                &n);
-      walkTable(tables_.instance, Table::Instance, {KEY_BYTES(72, ALRTUSRINSTSERV, KEPOID)}, all,
-                true, &children, &n);
-      walkTable(tables_.address, Table::Address,
-                {KEY_BYTES(tables_.address.idKey(), ALRTUSR_SMTPSERVICEREC, KEPOID)}, all, true,
-                &grandchildren, &n);
-      walkTable(tables_.user, Table::User, {KEY_BYTES(11, ALERTUSRREC, KEPOID)}, all, true, &second,
-                &n);
-    } else {
-      walkTable(tables_.server, Table::Server, {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID)}, all, true,
-                &first, &n);
-      walkTable(tables_.installed, Table::Installed,
-                {KEY_BYTES(tables_.installed.idKey(), ALRTSERV_INST_NTFY_SERVREC, KEPOID)}, all,
-                true, &children, &n);
-      walkTable(tables_.server, Table::Server, {KEY_BYTES(1, ALRT_SRV_CFGREC, KEPOID)}, all, true,
-                &second, &n);
-    }
+    // Each walk by object ID, the first key of every table.
+    auto walkAll = [&](Table kind, std::vector<std::pair<Oid, Hash>> *seen) {
+      tables_.with(kind, [&](auto &t) {
+        walkTable(t, kind, {keysOf(kind, tables_)[0]}, ~std::size_t{0}, true, seen, &n);
+      });
+    };
+    walkAll(users ? Table::User : Table::Server, &first);
+    walkAll(users ? Table::Instance : Table::Installed, &children);
+    if (users) walkAll(Table::Address, &grandchildren);
+    walkAll(users ? Table::User : Table::Server, &second);
     // The relations need the records themselves: read them again, by ID,
     // inside the same snapshot.
     std::set<Oid> parents, addresses;
@@ -1070,17 +1053,17 @@ class LoadThread {
     for (const auto &[id, hash] : grandchildren) addresses.insert(id);
     std::size_t broken = 0;
     for (const auto &[id, hash] : children) {
-      _GUID guid = toGuid(id);
+      _GUID guid = guidOf(id);
       if (users) {
         ALRTUSRINSTSERV instance{};
         if (tables_.instance.DBAlertRecRetrieve(&guid, &instance) != 0 ||
-            recordHash(instance) != hash || !parents.count(toOid(instance.UserOid)) ||
-            !addresses.count(toOid(instance.ServicePerInfo_KEPOID)))
+            recordHash(instance) != hash || !parents.count(idOf(instance.UserOid)) ||
+            !addresses.count(idOf(instance.ServicePerInfo_KEPOID)))
           ++broken;
       } else {
         ALRTSERV_INST_NTFY_SERVREC installed{};
         if (tables_.installed.DBAlertRecRetrieve(&guid, &installed) != 0 ||
-            recordHash(installed) != hash || !parents.count(toOid(installed.ServerOID)))
+            recordHash(installed) != hash || !parents.count(idOf(installed.ServerOID)))
           ++broken;
       }
     }

@@ -4,13 +4,48 @@
 #pragma once
 
 #include <cstddef>
+#include <array>
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
 #include <tuple>
 #include <utility>
 
 #include "alertdb.h"
 
 namespace harness {
+
+// Object IDs as map keys.
+using Id = std::array<unsigned char, 16>;
+inline Id idOf(const _GUID &guid) {
+  Id id{};
+  std::memcpy(id.data(), &guid, 16);
+  return id;
+}
+inline _GUID guidOf(const Id &id) {
+  _GUID guid;
+  std::memcpy(&guid, id.data(), 16);
+  return guid;
+}
+inline bool isZero(const Id &id) { return id == Id{}; }
+
+// Bytes and hashes as the harnesses print them.
+inline std::string hexOf(const void *data, std::size_t size) {
+  static const char digits[] = "0123456789abcdef";
+  std::string out;
+  const auto *bytes = static_cast<const unsigned char *>(data);
+  for (std::size_t i = 0; i < size; ++i) {
+    out += digits[bytes[i] >> 4];
+    out += digits[bytes[i] & 15];
+  }
+  return out;
+}
+inline std::string hashText(std::uint64_t hash) {
+  char text[17];
+  std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
+  return text;
+}
 
 template <class T>
 struct TableType {
@@ -45,6 +80,13 @@ class Exposed : public T {
   std::uint32_t idKey() const { return this->m_nIdKey; }
   const char *tableName() const { return this->m_pszTableName; }
 };
+
+// Opens a table, making its file or the table when either is missing.
+template <class T>
+std::uint32_t openOrMake(T &table) {
+  std::uint32_t r = OpenOrCreate(table);
+  return r == ALRT_MISSINGFILE ? table.DBCreate() : r;
+}
 
 // The fourteen service kinds with a table of their own, in catalogue order.
 using ServiceKindTables =

@@ -15,27 +15,15 @@
 #include <utility>
 #include <vector>
 
-#include "platform/win_types.h"
+#include "reliability/harness_tables.h"
 
 namespace concurrency {
 
-// Object IDs as map keys.
-using Oid = std::array<unsigned char, 16>;
+using harness::guidOf;
+using harness::idOf;
+using harness::isZero;
+using Oid = harness::Id;
 using Hash = std::uint64_t;
-
-inline Oid toOid(const _GUID &guid) {
-  Oid oid;
-  std::memcpy(oid.data(), &guid, oid.size());
-  return oid;
-}
-
-inline _GUID toGuid(const Oid &oid) {
-  _GUID guid;
-  std::memcpy(&guid, oid.data(), oid.size());
-  return guid;
-}
-
-inline bool isZero(const Oid &oid) { return oid == Oid{}; }
 
 // Content is logged as a hash of the record as a reader gets it back.
 template <class Record>
@@ -43,15 +31,8 @@ Hash recordHash(const Record &record) {
   return XXH3_64bits(&record, sizeof record);
 }
 
-inline std::string hexOf(const unsigned char *bytes, std::size_t size) {
-  static const char digits[] = "0123456789abcdef";
-  std::string text;
-  for (std::size_t i = 0; i < size; ++i) {
-    text += digits[bytes[i] >> 4];
-    text += digits[bytes[i] & 15];
-  }
-  return text;
-}
+using harness::hashText;
+using harness::hexOf;
 
 inline std::string oidText(const Oid &oid) { return hexOf(oid.data(), oid.size()); }
 
@@ -63,12 +44,6 @@ inline bool parseOid(const std::string &text, Oid *oid) {
     (*oid)[i] = static_cast<unsigned char>(value);
   }
   return true;
-}
-
-inline std::string hashText(Hash hash) {
-  char text[17];
-  std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
-  return text;
 }
 
 inline bool parseHash(const std::string &text, Hash *hash) {

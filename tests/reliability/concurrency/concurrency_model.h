@@ -108,24 +108,10 @@ class Model {
   // The relation field a key number of a child table enumerates by; 0 when
   // the key is not one of them.
   static char fieldOfKey(Table table, std::uint32_t key) {
-    switch (table) {
-      case Table::Instance:
-        return key == CAlertUsrInstServDB::kUserKey      ? 'a'
-               : key == CAlertUsrInstServDB::kServiceKey ? 'b'
-                                                         : 0;
-      case Table::Response:
-        return key == CAlertRespDB::kUserKey ? 'a' : key == CAlertRespDB::kServiceKey ? 'b' : 0;
-      case Table::Link:
-        return key == CAlertEVENT_RESPDB::kEventClassKey ? 'a'
-               : key == CAlertEVENT_RESPDB::kResponseKey ? 'b'
-                                                         : 0;
-      case Table::Installed:
-        return key == CAlertSERV_INST_NTFY_SERVDB::kServerKey    ? 'a'
-               : key == CAlertSERV_INST_NTFY_SERVDB::kServiceKey ? 'b'
-                                                                 : 0;
-      default:
-        return 0;
+    for (const Relation &r : kRelations) {
+      if (r.child == table && r.key == key) return r.field;
     }
+    return 0;
   }
 
  private:

@@ -2,6 +2,7 @@
 // thread, with the record store handle exposed for the file and read locks.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
@@ -65,6 +66,25 @@ inline bool tableFromName(const std::string &name, Table *table) {
   }
   return false;
 }
+
+// The relations the harness enumerates: the children of a parent record on
+// the child table's key that holds the parent's ID, and the model's field
+// ('a' or 'b') for that ID.
+struct Relation {
+  Table parent, child;
+  std::uint32_t key;
+  std::size_t offset;
+  char field;
+};
+inline constexpr Relation kRelations[] = {
+    {Table::User, Table::Instance, 74, offsetof(ALRTUSRINSTSERV, UserOid), 'a'},
+    {Table::Service, Table::Instance, 73, offsetof(ALRTUSRINSTSERV, Service_KEPOID), 'b'},
+    {Table::User, Table::Response, 12, offsetof(ALERTRESPREC, UserOID), 'a'},
+    {Table::Service, Table::Response, 13, offsetof(ALERTRESPREC, ServiceOID), 'b'},
+    {Table::EventClass, Table::Link, 43, offsetof(ALRTEVENT_RESPREC, EventClassOID), 'a'},
+    {Table::Response, Table::Link, 44, offsetof(ALRTEVENT_RESPREC, ResponseOID), 'b'},
+    {Table::Server, Table::Installed, 68, offsetof(ALRTSERV_INST_NTFY_SERVREC, ServerOID), 'a'},
+    {Table::Service, Table::Installed, 66, offsetof(ALRTSERV_INST_NTFY_SERVREC, ServiceOID), 'b'}};
 
 // The data files, each locked through one of its tables.
 enum class File { Services, Config, Users, Responses, Events, Log };

@@ -213,7 +213,7 @@ class ConcurrencyTest : public alertdb_test::IsolatedTest {
     }
     auto collect = [&](auto &table, auto record, Table kind) {
       std::uint32_t end = forEachRecord(table, record, [&](const auto &r) {
-        Oid id = toOid(*reinterpret_cast<const _GUID *>(&r));
+        Oid id = idOf(*reinterpret_cast<const _GUID *>(&r));
         if (!stored.emplace(id, std::make_pair(kind, recordHash(r))).second)
           problems->push_back("two stored records have the ID " + oidText(id));
       });
@@ -268,11 +268,11 @@ class ConcurrencyTest : public alertdb_test::IsolatedTest {
                           : record.table == Table::LogEntry   ? &platform::kClassIdEventLog
                                                               : nullptr;
       if (!kind) continue;
-      _GUID guid = toGuid(id), classId{};
+      _GUID guid = guidOf(id), classId{};
       char name[64] = {};
       std::uint32_t status = platform::KepOMGetInstance(&guid, &classId, name, sizeof name);
       std::string what = std::string(tableName(record.table)) + " " + oidText(id);
-      if (record.alive && (status != 0 || toOid(classId) != toOid(*kind))) {
+      if (record.alive && (status != 0 || idOf(classId) != idOf(*kind))) {
         problems.push_back(what + " is stored but not registered as one");
       } else if (!record.alive && record.table == Table::EventClass && status == 0) {
         problems.push_back(what + " was deleted but is still registered");

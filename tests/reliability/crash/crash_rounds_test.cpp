@@ -9,7 +9,9 @@
 // seed of the mix (printed, so that a failing mix can be run again; the
 // moments of the kills follow the clock).
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <cmath>
@@ -32,7 +34,7 @@
 #include "reliability/crash/crash_store_reader.h"
 #include "reliability/crash/crash_tables.h"
 #include "reliability/crash/crash_writer_log.h"
-#include "reliability/crash/writer_process.h"
+#include "support/child_process.h"
 #include "support/test_environment.h"
 #include "support/tool_run.h"
 
@@ -366,27 +368,27 @@ class CrashRoundsTest : public IsolatedTest {
   // lifetime, or lets them make their calls and end; `outputs` gets what
   // each printed.
   void runWriters(const RoundPlan &plan, std::vector<std::vector<std::string>> *outputs) {
-    std::vector<std::unique_ptr<WriterProcess>> processes;
-    std::vector<WriterProcess *> writers;
+    std::vector<std::unique_ptr<ChildProcess>> processes;
+    std::vector<ChildProcess *> writers;
     std::vector<std::string> errorFiles;
     for (std::size_t i = 0; i < plan.slots.size(); ++i) {
       std::vector<std::string> args{std::to_string(plan.slots[i]), std::to_string(plan.seeds[i])};
       if (plan.calls > 0) args.push_back(std::to_string(plan.calls));
       errorFiles.push_back(dataPath("writer-" + std::to_string(i) + ".err"));
-      processes.push_back(std::make_unique<WriterProcess>("crash_writer", args, errorFiles.back()));
+      processes.push_back(std::make_unique<ChildProcess>("crash_writer", args, errorFiles.back()));
       ASSERT_TRUE(processes.back()->started());
       writers.push_back(processes.back().get());
     }
     auto all = [&](auto &&test) {
       return [&writers, test] {
-        for (WriterProcess *w : writers) {
+        for (ChildProcess *w : writers) {
           if (!test(w)) return false;
         }
         return true;
       };
     };
-    auto ended = all([](WriterProcess *w) { return w->ended(); });
-    auto ready = all([](WriterProcess *w) {
+    auto ended = all([](ChildProcess *w) { return w->ended(); });
+    auto ready = all([](ChildProcess *w) {
       for (const std::string &line : w->lines()) {
         if (line.rfind("ready", 0) == 0) return true;
       }
@@ -397,7 +399,7 @@ class CrashRoundsTest : public IsolatedTest {
     if (plan.calls > 0) {
       // Nothing an earlier kill left behind may keep a writer from its end.
       pumpUntil(writers, now() + std::chrono::seconds(60), ended);
-      for (WriterProcess *w : writers) {
+      for (ChildProcess *w : writers) {
         EXPECT_TRUE(w->ended()) << "a writer did not finish its calls";
         w->kill(SIGKILL);
         int status = w->wait();
@@ -406,8 +408,8 @@ class CrashRoundsTest : public IsolatedTest {
     } else {
       auto lifetime = std::chrono::microseconds(static_cast<long>(plan.lifetimeMs * 1000));
       pumpUntil(writers, now() + lifetime, [] { return false; });
-      for (WriterProcess *w : writers) w->kill(SIGKILL);
-      for (WriterProcess *w : writers) {
+      for (ChildProcess *w : writers) w->kill(SIGKILL);
+      for (ChildProcess *w : writers) {
         int status = w->wait();
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL)
             << "a writer ended before it was killed: " << status;
@@ -415,7 +417,7 @@ class CrashRoundsTest : public IsolatedTest {
     }
     pumpUntil(writers, now() + std::chrono::seconds(10), ended);
     outputs->clear();
-    for (WriterProcess *w : writers) {
+    for (ChildProcess *w : writers) {
       outputs->push_back(w->lines());
       EXPECT_TRUE(w->torn().empty()) << "half a line: " << w->torn();
     }

@@ -80,19 +80,10 @@ enum Table : int {
   kTableCount
 };
 
-using Id = std::array<unsigned char, 16>;
-
-inline Id idOf(const _GUID &guid) {
-  Id id{};
-  std::memcpy(id.data(), &guid, 16);
-  return id;
-}
-inline _GUID guidOf(const Id &id) {
-  _GUID guid;
-  std::memcpy(&guid, id.data(), 16);
-  return guid;
-}
-inline bool isZero(const Id &id) { return id == Id{}; }
+using harness::guidOf;
+using harness::Id;
+using harness::idOf;
+using harness::isZero;
 
 inline std::string idText(const Id &id) { return platform::GuidToString(guidOf(id)); }
 inline bool parseId(const std::string &text, Id *id) {

@@ -24,13 +24,9 @@
 
 namespace alertdb_test::damage {
 
-// The name of the table a table class works on.
 template <class Table>
 std::string tableName() {
-  struct Probe : Table {
-    const char *name() const { return this->m_pszTableName; }
-  };
-  return Probe().name();
+  return harness::Exposed<Table>().tableName();
 }
 
 // The record store handle of an open table, for the file lock.
@@ -167,9 +163,9 @@ class EventFileBuilder : public DataFileBuilder {
     classes_ = std::make_unique<CAlertEVENT_CLASSDB>();
     linkTable_ = std::make_unique<CAlertEVENT_RESPDB>();
     log_ = std::make_unique<CAlertEVENT_LOGDB>("AlEvntdb.dat");
-    ASSERT_EQ(OpenOrCreateTable(*classes_), 0u);
-    ASSERT_EQ(OpenOrCreateTable(*linkTable_), 0u);
-    ASSERT_EQ(OpenOrCreateTable(*log_), 0u);
+    ASSERT_EQ(harness::openOrMake(*classes_), 0u);
+    ASSERT_EQ(harness::openOrMake(*linkTable_), 0u);
+    ASSERT_EQ(harness::openOrMake(*log_), 0u);
   }
   KEPDB *handle() override { return handleOf(*classes_); }
   void change(int batch, WrittenRecords &written) override {
@@ -203,12 +199,6 @@ class EventFileBuilder : public DataFileBuilder {
   }
 
  private:
-  template <class Table>
-  static std::uint32_t OpenOrCreateTable(Table &table) {
-    std::uint32_t r = OpenOrCreate(table);
-    return r == ALRT_MISSINGFILE ? table.DBCreate() : r;
-  }
-
   void addClass(WrittenRecords &written, bool large) {
     auto c = std::make_unique<ALRTEVENT_CLASSREC>();
     maker_.fill(*c, large);

@@ -25,7 +25,7 @@
 #include <string>
 #include <vector>
 
-#include "reliability/damaged/damaged_bounded_run.h"
+#include "support/bounded_run.h"
 #include "reliability/damaged/damaged_data_builders.h"
 #include "reliability/damaged/damaged_reference.h"
 #include "reliability/damaged/damaged_variants.h"

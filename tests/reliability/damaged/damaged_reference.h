@@ -18,28 +18,16 @@
 #include <string>
 #include <vector>
 
+#include "reliability/harness_tables.h"
+
 namespace alertdb_test::damage {
 
 inline std::uint64_t bytesHash(const void *data, std::size_t size) {
   return XXH3_64bits(data, size);
 }
 
-inline std::string hexOf(const void *data, std::size_t size) {
-  static const char digits[] = "0123456789abcdef";
-  std::string out;
-  const auto *bytes = static_cast<const unsigned char *>(data);
-  for (std::size_t i = 0; i < size; ++i) {
-    out += digits[bytes[i] >> 4];
-    out += digits[bytes[i] & 15];
-  }
-  return out;
-}
-
-inline std::string hashText(std::uint64_t hash) {
-  char text[17];
-  std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
-  return text;
-}
+using harness::hashText;
+using harness::hexOf;
 
 struct FieldLayout {
   std::uint32_t key = 0;

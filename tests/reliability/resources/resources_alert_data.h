@@ -20,6 +20,7 @@
 
 #include "alertdb.h"
 #include "reliability/damaged/damaged_reference.h"
+#include "reliability/harness_tables.h"
 
 namespace alertdb_test::resources {
 
@@ -68,14 +69,14 @@ class AlertData {
     servers_ = std::make_unique<CAlert_SRV_CFGDB>();
     catalogue_ = std::make_unique<CAlertNtfyServDB>();
     for (std::uint32_t r :
-         {openOrMake(*log_), openOrMake(*users_), openOrMake(*instances_), openOrMake(*responses_),
-          openOrMake(*servers_), openOrMake(*catalogue_)}) {
+         {harness::openOrMake(*log_), harness::openOrMake(*users_), harness::openOrMake(*instances_), harness::openOrMake(*responses_),
+          harness::openOrMake(*servers_), harness::openOrMake(*catalogue_)}) {
       if (r != 0) return r;
     }
     {
       CAlertUSR_SMTPDB addresses;
       CAlertSERV_INST_NTFY_SERVDB installed;
-      for (std::uint32_t r : {openOrMake(addresses), openOrMake(installed)}) {
+      for (std::uint32_t r : {harness::openOrMake(addresses), harness::openOrMake(installed)}) {
         if (r != 0) return r;
       }
     }
@@ -294,12 +295,6 @@ class AlertData {
   std::vector<ServerParts> serverList;
 
  private:
-  template <class Table>
-  static std::uint32_t openOrMake(Table &table) {
-    std::uint32_t r = OpenOrCreate(table);
-    return r == ALRT_MISSINGFILE ? table.DBCreate() : r;
-  }
-
   static bool isZero(const _GUID &id) {
     static const _GUID zero{};
     return std::memcmp(&id, &zero, sizeof id) == 0;
@@ -332,7 +327,7 @@ class AlertData {
   template <class Table>
   void readBack(Table &table, _GUID id, const std::string &bytes, const char *name) {
     std::string got(bytes.size(), '\0');
-    using Rec = std::remove_pointer_t<decltype(recordOf(table))>;
+    using Rec = harness::RecordOf<Table>;
     std::uint32_t r = table.DBAlertRecRetrieve(&id, reinterpret_cast<Rec *>(got.data()));
     if (r != 0 || got != bytes) {
       problems.push_back(std::string(name) + " record " + idOf(id) +
@@ -340,18 +335,10 @@ class AlertData {
     }
   }
 
-  template <class REC>
-  static REC *recordOf(CAlertDBTable<REC> &);
-
-  template <class Table>
-  struct Probe : Table {
-    std::uint32_t idKey() const { return this->m_nIdKey; }
-  };
-
   template <class Table>
   void compare(const char *name, std::vector<std::string> &found) {
-    Probe<Table> table;
-    using Rec = std::remove_pointer_t<decltype(recordOf(table))>;
+    harness::Exposed<Table> table;
+    using Rec = harness::RecordOf<Table>;
     std::map<std::string, Expected> &expected = model_[name];
     std::uint32_t r = table.DBOpen();
     if (r != 0) {

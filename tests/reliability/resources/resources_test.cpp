@@ -22,7 +22,7 @@
 #include <vector>
 
 #include "platform/guid.h"
-#include "reliability/damaged/damaged_bounded_run.h"
+#include "support/bounded_run.h"
 #include "reliability/resources/resources_alert_data.h"
 #include "support/test_environment.h"
 #include "support/tool_run.h"

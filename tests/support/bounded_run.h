@@ -48,6 +48,7 @@ struct BoundedRunOptions {
   // Run as this user and group (set in the child before it starts the program).
   int uid = -1;
   int gid = -1;
+  std::string input;  // its standard input, small enough for a pipe's buffer
 };
 
 // Runs `path args...` to its end or to the time limit, collecting what it
@@ -55,11 +56,10 @@ struct BoundedRunOptions {
 inline BoundedRun runBounded(const std::string &path, const std::vector<std::string> &args,
                              const BoundedRunOptions &options = {}) {
   BoundedRun result;
-  int out[2], err[2];
-  if (::pipe(out) != 0) return result;
-  if (::pipe(err) != 0) {
-    ::close(out[0]);
-    ::close(out[1]);
+  int out[2], err[2], in[2];
+  if (::pipe(in) != 0) return result;
+  if (::pipe(out) != 0 || ::pipe(err) != 0) {
+    for (int fd : {in[0], in[1], out[0], out[1]}) ::close(fd);
     return result;
   }
   std::vector<std::string> copies;
@@ -70,11 +70,10 @@ inline BoundedRun runBounded(const std::string &path, const std::vector<std::str
   argv.push_back(nullptr);
   pid_t pid = ::fork();
   if (pid == 0) {
-    int null = ::open("/dev/null", O_RDONLY);
-    ::dup2(null, 0);
+    ::dup2(in[0], 0);
     ::dup2(out[1], 1);
     ::dup2(err[1], 2);
-    for (int fd : {null, out[0], out[1], err[0], err[1]}) ::close(fd);
+    for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]}) ::close(fd);
     for (const auto &[name, value] : options.env) ::setenv(name.c_str(), value.c_str(), 1);
     if (options.gid >= 0 && ::setgid(static_cast<gid_t>(options.gid)) != 0) ::_exit(126);
     if (options.uid >= 0 && ::setuid(static_cast<uid_t>(options.uid)) != 0) ::_exit(126);
@@ -83,8 +82,14 @@ inline BoundedRun runBounded(const std::string &path, const std::vector<std::str
     ::execv(path.c_str(), argv.data());
     ::_exit(127);
   }
+  ::close(in[0]);
   ::close(out[1]);
   ::close(err[1]);
+  if (pid > 0 && !options.input.empty()) {
+    ssize_t written = ::write(in[1], options.input.data(), options.input.size());
+    (void)written;
+  }
+  ::close(in[1]);
   if (pid < 0) {
     ::close(out[0]);
     ::close(err[0]);
