@@ -103,7 +103,7 @@ inline int compareKeys(const KeyValue &a, const KeyValue &b) {
 // The key of the record now in the bound storage, read from its field.
 inline KeyValue boundKeyOf(const Handle &h, const KeyDef &key) {
   const unsigned char *field = h.fieldStorage[key.field];
-  std::uint32_t size = h.table->def().fields[key.field].size;
+  std::uint32_t size = key.size;
   KeyValue v;
   switch (key.kind) {
     case store::KeyKind::Number: {
@@ -328,7 +328,12 @@ std::uint32_t QDBRecordFindAndRead(KEPDB *id, std::uint32_t key, const void *key
 std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t direction) {
   return store::withTable(id, [&](Handle &h, const TableDef &def) -> std::uint32_t {
     Cursor &c = h.cursor;
-    // A walk names the same key at every step.
+    // Most steps of a walk: the next row is fetched and still what the file
+    // holds, and the walk goes on in the order it is in.
+    if (direction == kSkipNext && c.valid && !c.pastEnd && c.keyNumber == key && c.keyDef &&
+        c.next < c.batch.size() && rowsCurrent(h)) {
+      return readRow(h, c.next, *c.keyDef, true);
+    }
     const KeyDef *k = c.keyDef && c.keyNumber == key ? c.keyDef : def.findKey(key);
     if (!k) return QDB_E_BADKEY;
     static const KeyValue none;

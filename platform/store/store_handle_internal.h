@@ -4,9 +4,11 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <vector>
 
@@ -91,14 +93,45 @@ struct Handle {
   Cursor cursor;
 };
 
-// Runs an operation on a live handle; exceptions become results.
-std::uint32_t withHandle(KEPDB *id, std::uint32_t (*op)(Handle &, void *), void *context);
+// Handles are looked up on every operation: each thread remembers the one
+// it used last, good while no handle has been closed since.
+struct RecentHandle {
+  KEPDB *id;
+  std::uint64_t closings;
+  Handle *handle;
+};
+// Static TLS, known to need no initialisation: read inline, without the
+// lookup call that a library's dynamic TLS costs.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local RecentHandle t_recentHandle;
+extern std::atomic<std::uint64_t> g_handleClosings;
 
+// The live handle of that number, or null; remembered as the thread's last.
+Handle *lookUpHandle(KEPDB *id);
+
+inline Handle *findHandle(KEPDB *id) {
+  const RecentHandle &recent = t_recentHandle;
+  if (recent.id == id && recent.handle &&
+      recent.closings == g_handleClosings.load(std::memory_order_acquire)) {
+    return recent.handle;
+  }
+  return lookUpHandle(id);
+}
+
+// Runs an operation on a live handle, under its session's lock; exceptions
+// become results. Inline, so that each operation is one call from the
+// table class: a walk's step is mostly this path.
 template <typename Operation>
 std::uint32_t withHandle(KEPDB *id, Operation op) {
-  return withHandle(
-      id, [](Handle &h, void *c) -> std::uint32_t { return (*static_cast<Operation *>(c))(h); },
-      &op);
+  try {
+    Handle *handle = findHandle(id);
+    if (!handle) return QDB_E_BADHANDLE;
+    std::lock_guard<OperationLock> guard(handle->session->operationLock());
+    return op(*handle);
+  } catch (const std::bad_alloc &) {
+    return QDB_E_NOMEMORY;
+  } catch (...) {
+    return QDB_E_IO;
+  }
 }
 
 template <typename Operation>

@@ -24,8 +24,7 @@ using store::TableDef;
 using store::TableHandle;
 
 // Handles are numbers that are never reused, so a closed or made-up handle is
-// refused instead of followed. Each thread remembers the handle it used last,
-// so that a run of operations on one table skips the shared lookup.
+// refused instead of followed.
 class HandleRegistry {
  public:
   KEPDB *add(std::shared_ptr<Handle> handle) {
@@ -37,13 +36,11 @@ class HandleRegistry {
   // The handle stays registered, and so alive, until QDBDone: a handle is
   // never used by two threads at once, so none can close it meanwhile.
   Handle *find(KEPDB *id) {
-    Recent &recent = t_recent;
-    std::uint64_t removals = removals_.load(std::memory_order_acquire);
-    if (recent.id == id && recent.removals == removals && recent.handle) return recent.handle;
+    std::uint64_t closings = store::g_handleClosings.load(std::memory_order_acquire);
     std::lock_guard<std::mutex> lock(mutex_);
     auto it = handles_.find(reinterpret_cast<std::uintptr_t>(id));
     if (it == handles_.end()) return nullptr;
-    recent = {id, removals, it->second.get()};
+    store::t_recentHandle = {id, closings, it->second.get()};
     return it->second.get();
   }
   std::shared_ptr<Handle> remove(KEPDB *id) {
@@ -52,27 +49,15 @@ class HandleRegistry {
     if (it == handles_.end()) return nullptr;
     auto handle = std::move(it->second);
     handles_.erase(it);
-    removals_.fetch_add(1, std::memory_order_release);
+    store::g_handleClosings.fetch_add(1, std::memory_order_release);
     return handle;
   }
 
  private:
-  struct Recent {
-    KEPDB *id = nullptr;
-    std::uint64_t removals = 0;
-    Handle *handle = nullptr;
-  };
-  static thread_local Recent t_recent;
-
   std::mutex mutex_;
   std::uintptr_t next_ = 0x10000;
-  std::atomic<std::uint64_t> removals_{0};
   std::unordered_map<std::uintptr_t, std::shared_ptr<Handle>> handles_;
 };
-
-// Static TLS: read on every record operation, it skips the lookup call that
-// a library's dynamic TLS costs.
-[[gnu::tls_model("initial-exec")]] thread_local HandleRegistry::Recent HandleRegistry::t_recent;
 
 HandleRegistry &registry() {
   static HandleRegistry *instance = new HandleRegistry;  // outlives static destructors
@@ -112,18 +97,10 @@ std::shared_ptr<StoreSession> sessionFor(const char *path, std::uint32_t mode,
 
 namespace store {
 
-std::uint32_t withHandle(KEPDB *id, std::uint32_t (*op)(Handle &, void *), void *context) {
-  try {
-    Handle *handle = registry().find(id);
-    if (!handle) return QDB_E_BADHANDLE;
-    std::lock_guard<store::OperationLock> guard(handle->session->operationLock());
-    return op(*handle, context);
-  } catch (const std::bad_alloc &) {
-    return QDB_E_NOMEMORY;
-  } catch (...) {
-    return QDB_E_IO;
-  }
-}
+[[gnu::tls_model("initial-exec")]] constinit thread_local RecentHandle t_recentHandle{};
+std::atomic<std::uint64_t> g_handleClosings{0};
+
+Handle *lookUpHandle(KEPDB *id) { return registry().find(id); }
 
 std::uint32_t bindTable(Handle &h, std::shared_ptr<TableHandle> table,
                         const FieldTemplate *templates) {

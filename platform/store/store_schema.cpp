@@ -59,6 +59,7 @@ void TableDef::derive() {
     KeyDef k;
     k.keyNumber = f.keyNumber;
     k.field = i;
+    k.size = f.size;
     k.kind = keyKindOf(f.flags, f.size);
     for (const auto &q : queryInfo) {
       if (q.keyNumber == f.keyNumber && q.kind == 1) k.unique = true;

@@ -36,6 +36,7 @@ struct FieldDef {
 struct KeyDef {
   std::uint32_t keyNumber = 0;
   std::size_t field = 0;  // index into TableDef::fields
+  std::uint32_t size = 0;  // ... and that field's size
   KeyKind kind = KeyKind::Bytes;
   bool unique = false;
 };

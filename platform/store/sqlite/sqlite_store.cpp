@@ -488,7 +488,9 @@ std::uint32_t SqliteSession::fetch(TableHandle &handle, const KeyDef &key, Fetch
   if (!k.first.ready()) {
     std::string column = keyColumn(key.keyNumber);
     std::string select = "SELECT seq, record FROM " + t.quotedName();
-    std::string order = " ORDER BY " + column + ", seq LIMIT ?";
+    // No LIMIT: collect stops stepping at the limit, and SQLite's counter
+    // would cost a step of work on every row.
+    std::string order = " ORDER BY " + column + ", seq";
     std::uint32_t r = prepare(k.first, select + order);
     if (r == QDB_OK) r = prepare(k.equal, select + " WHERE " + column + "=?1" + order);
     if (r == QDB_OK) {
@@ -507,12 +509,10 @@ std::uint32_t SqliteSession::fetch(TableHandle &handle, const KeyDef &key, Fetch
   }
   switch (from) {
     case FetchFrom::Start:
-      sqlite3_bind_int64(k.first.get(), 1, limit);
       return collect(k.first, limit, out);
     case FetchFrom::Equal: {
       if (!value.isPrefix) {
         bindKey(k.equal.get(), 1, value);
-        sqlite3_bind_int64(k.equal.get(), 2, limit);
         return collect(k.equal, limit, out);
       }
       // A shorter search value: the records whose key starts with it.
@@ -521,12 +521,10 @@ std::uint32_t SqliteSession::fetch(TableHandle &handle, const KeyDef &key, Fetch
       bindKey(s.get(), 1, value);
       if (end)
         sqlite3_bind_blob(s.get(), 2, t.prefixEnd.data(), static_cast<int>(end), SQLITE_STATIC);
-      sqlite3_bind_int64(s.get(), end ? 3 : 2, limit);
       return collect(s, limit, out);
     }
     case FetchFrom::From:
       bindKey(k.from.get(), 1, value);
-      sqlite3_bind_int64(k.from.get(), 2, limit);
       return collect(k.from, limit, out);
     case FetchFrom::AfterRow:
       break;
@@ -535,7 +533,6 @@ std::uint32_t SqliteSession::fetch(TableHandle &handle, const KeyDef &key, Fetch
   // greater keys: two indexed seeks, read in one snapshot.
   if (key.unique) {
     bindKey(k.afterGreater.get(), 1, value);
-    sqlite3_bind_int64(k.afterGreater.get(), 2, limit);
     return collect(k.afterGreater, limit, out);
   }
   bool ownRead = sqlite3_get_autocommit(db_) != 0;
@@ -551,12 +548,10 @@ std::uint32_t SqliteSession::fetch(TableHandle &handle, const KeyDef &key, Fetch
   }
   bindKey(k.afterEqual.get(), 1, value);
   sqlite3_bind_int64(k.afterEqual.get(), 2, seq);
-  sqlite3_bind_int64(k.afterEqual.get(), 3, limit);
   std::uint32_t r = collect(k.afterEqual, limit, out);
   if (r == QDB_OK && out->size() < limit) {
     auto rest = static_cast<std::uint32_t>(limit - out->size());
     bindKey(k.afterGreater.get(), 1, value);
-    sqlite3_bind_int64(k.afterGreater.get(), 2, rest);
     r = collect(k.afterGreater, rest, out);
   }
   if (ownRead) {
