@@ -216,7 +216,7 @@ void CAlertDBTable<REC>::BindReplication(std::uint32_t index) {
 }
 
 template <class REC>
-std::uint32_t CAlertDBTable<REC>::IsReady() {
+inline std::uint32_t CAlertDBTable<REC>::IsReady() {
   if (!m_pszFileName || !m_pRecordBuffer || !m_pszTableName || !m_pFieldTemplates ||
       !m_pQueryInfo || !m_ppszFieldNames || !m_nTitleStringId || !m_nFirstFieldStringId) {
     return ALRT_NOTREADY;

@@ -127,29 +127,39 @@ inline KeyValue boundKeyOf(const Handle &h, const KeyDef &key) {
   return v;
 }
 
-// Reads row `row` and makes it current in the order of `key`. A "next" must
-// move forward: a damaged index that leads back is damage, not a loop.
-[[gnu::always_inline]] inline std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key,
-                                                    bool forward = false) {
+// Reads row `row` and makes it current in the order of `key`.
+[[gnu::always_inline]] inline std::uint32_t readRow(Handle &h, std::size_t row, const KeyDef &key) {
   std::uint32_t r = decodeRow(h, row);
   if (r != QDB_OK) return r;
   Cursor &c = h.cursor;
-  KeyValue place = boundKeyOf(h, key);
-  std::int64_t seq = c.batch.seq(row);
-  // Walks by a key that is not unique step mostly within one value: the
-  // place then keeps its key and moves on by the insertion number alone.
-  bool sameKey = false;
-  if (forward) {
-    int order = compareKeys(place, c.key.value());
-    if (order < 0 || (order == 0 && seq <= c.seq)) {
-      h.session->noteDamage();
-      return QDB_E_DAMAGED;
-    }
-    sameKey = order == 0;
-  }
   makeCurrent(c, row, key);
   c.verifyKey = false;
-  if (!sameKey) c.key.assign(place);
+  c.key.assign(boundKeyOf(h, key));
+  return QDB_OK;
+}
+
+// The step of a walk to the next fetched row, in the order the cursor is
+// in: only the place moves. It must move forward: a damaged index that
+// leads back is damage, not a loop.
+[[gnu::always_inline]] inline std::uint32_t stepInWindow(Handle &h, const KeyDef &key) {
+  Cursor &c = h.cursor;
+  std::size_t row = c.next;
+  std::uint32_t r = decodeRow(h, row);
+  if (r != QDB_OK) return r;
+  KeyValue place = boundKeyOf(h, key);
+  std::int64_t seq = c.batch.seq(row);
+  int order = compareKeys(place, c.key.value());
+  if (order < 0 || (order == 0 && seq <= c.seq)) {
+    h.session->noteDamage();
+    return QDB_E_DAMAGED;
+  }
+  c.currentDeleted = false;
+  c.verifyKey = false;
+  c.seq = seq;
+  c.current = row;
+  c.next = row + 1;
+  ++c.served;
+  if (order != 0) c.key.assign(place);
   return QDB_OK;
 }
 
@@ -332,7 +342,7 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
     // holds, and the walk goes on in the order it is in.
     if (direction == kSkipNext && c.valid && !c.pastEnd && c.keyNumber == key && c.keyDef &&
         c.next < c.batch.size() && rowsCurrent(h)) {
-      return readRow(h, c.next, *c.keyDef, true);
+      return stepInWindow(h, *c.keyDef);
     }
     const KeyDef *k = c.keyDef && c.keyNumber == key ? c.keyDef : def.findKey(key);
     if (!k) return QDB_E_BADKEY;
@@ -360,7 +370,6 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
       c.next = c.batch.size();
       c.batchAtEnd = false;
     }
-    if (c.next < c.batch.size() && rowsCurrent(h)) return readRow(h, c.next, *k, true);
     // Nothing committed since the fetch that reached the end: still the end.
     if (c.batchAtEnd && h.tracksCommits && rowsCurrent(h)) return QDB_E_NOTFOUND;
     std::uint64_t mark = h.session->commitMark();
@@ -370,7 +379,8 @@ std::uint32_t QDBRecordSkipAndRead(KEPDB *id, std::uint32_t key, std::uint32_t d
                                   mark, c.window);
     if (r != QDB_OK) return r;
     c.window = std::min(c.window * 2, maxWindow(h));
-    return readRow(h, 0, *k, true);
+    c.next = 0;
+    return stepInWindow(h, *k);
   });
 }
 
