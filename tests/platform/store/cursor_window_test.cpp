@@ -321,4 +321,33 @@ TEST_F(CursorWindowTest, TheEndOfOneOrderIsNotTheEndOfAnother) {
   EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), QDB_E_NOTFOUND);
 }
 
+TEST_F(CursorWindowTest, ChangingOrderInsideAWindowGoesOnFromTheCurrentRecordInEachOrder) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  // The small key runs against the number, so rows fetched ahead in one
+  // order are the wrong next rows in the other.
+  for (std::uint32_t n = 0; n < 40; ++n) {
+    t.fill(0, ("r" + std::to_string(n)).c_str(), n);
+    t.record.id.Data1 = n + 1;
+    t.record.small = static_cast<std::uint16_t>(100 - n);
+    ASSERT_EQ(QDBRecordAdd(h), 0u);
+  }
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
+  for (std::uint32_t n = 1; n <= 20; ++n) {
+    ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
+  }
+  ASSERT_EQ(std::uint32_t{t.record.number}, 20u);
+  // By the small key, the record after 20 is 19, then 18.
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kSmallKey, kSkipNext), 0u);
+  EXPECT_EQ(std::uint32_t{t.record.number}, 19u);
+  ASSERT_EQ(QDBRecordSkipAndRead(h, kSmallKey, kSkipNext), 0u);
+  EXPECT_EQ(std::uint32_t{t.record.number}, 18u);
+  // Back in number order, from 18 on.
+  for (std::uint32_t n = 19; n < 40; ++n) {
+    ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u) << n;
+    EXPECT_EQ(std::uint32_t{t.record.number}, n);
+  }
+  EXPECT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), QDB_E_NOTFOUND);
+}
+
 }  // namespace
