@@ -2,9 +2,13 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/memory_blocks.h"
@@ -158,6 +162,30 @@ class RecordStoreTest : public IsolatedTest {
       names.push_back(t.record.name);
     }
     return names;
+  }
+
+  // Another thread adds a record to Store.dat while this one holds a lock: the
+  // add must still be waiting a while later, and goes through once `release`
+  // has run. Gives the add's result.
+  std::uint32_t addHeldUpUntil(const std::function<std::uint32_t()> &release, std::uint8_t idByte,
+                               const char *name) {
+    std::atomic<bool> done{false};
+    std::uint32_t result = 99;
+    std::thread other([&] {
+      SampleTable mine;
+      KEPDB *own = platform::QDBInit(0, dataPath("Store.dat").c_str(), platform::kOpenExisting, 1);
+      if (own && mine.select(own) == 0) {
+        mine.fill(idByte, name, idByte);
+        result = platform::QDBRecordAdd(own);
+      }
+      platform::QDBDone(own);
+      done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_FALSE(done.load()) << "the add is held up by the lock";
+    EXPECT_EQ(release(), 0u);
+    other.join();
+    return result;
   }
 
   std::vector<KEPDB *> handles_;

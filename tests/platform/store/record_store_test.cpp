@@ -452,23 +452,7 @@ TEST_F(RecordStoreTest, AnotherThreadWaitsForTheLockInsteadOfFailing) {
   KEPDB *h = createSample(t);
   ASSERT_EQ(QDBFileLock(h), 0u);
   ASSERT_EQ(add(t, h, 1, "first", 1), 0u);
-  std::atomic<bool> done{false};
-  std::uint32_t otherResult = 99;
-  std::thread other([&] {
-    SampleTable mine;
-    KEPDB *own = QDBInit(0, dataPath("Store.dat").c_str(), kOpenExisting, 1);
-    if (own && mine.select(own) == 0) {
-      mine.fill(2, "second", 2);
-      otherResult = QDBRecordAdd(own);
-    }
-    QDBDone(own);
-    done = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  EXPECT_FALSE(done.load());  // held up by our lock
-  ASSERT_EQ(QDBFileUnlock(h), 0u);
-  other.join();
-  EXPECT_EQ(otherResult, 0u);
+  EXPECT_EQ(addHeldUpUntil([&] { return QDBFileUnlock(h); }, 2, "second"), 0u);
   EXPECT_EQ(namesInOrder(t, h, kIdKey), (std::vector<std::string>{"first", "second"}));
 }
 
@@ -547,23 +531,7 @@ TEST_F(RecordStoreTest, AWriteUnderAReadLockKeepsOtherWritersWaitingUntilTheUnlo
   ASSERT_EQ(QDBReadLock(h), 0u);
   ASSERT_EQ(namesInOrder(t, h, kIdKey), std::vector<std::string>{"one"});
   ASSERT_EQ(add(t, h, 2, "under read lock", 2), 0u);
-  std::atomic<bool> done{false};
-  std::uint32_t otherResult = 99;
-  std::thread other([&] {
-    SampleTable mine;
-    KEPDB *own = QDBInit(0, dataPath("Store.dat").c_str(), kOpenExisting, 1);
-    if (own && mine.select(own) == 0) {
-      mine.fill(3, "other", 3);
-      otherResult = QDBRecordAdd(own);
-    }
-    QDBDone(own);
-    done = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  EXPECT_FALSE(done.load());
-  ASSERT_EQ(QDBReadUnlock(h), 0u);
-  other.join();
-  EXPECT_EQ(otherResult, 0u);
+  EXPECT_EQ(addHeldUpUntil([&] { return QDBReadUnlock(h); }, 3, "other"), 0u);
   EXPECT_EQ(namesInOrder(t, h, kIdKey),
             (std::vector<std::string>{"one", "under read lock", "other"}));
 }
