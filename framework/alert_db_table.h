@@ -119,4 +119,8 @@ class ALERTDB_API CAlertDBTable {
   void ComposePath();
   void Release();
   std::uint32_t FindById(const _GUID *id);
+  // Reads go straight to the caller's record; the record buffer is brought
+  // up to date only before its own next use.
+  platform::RecordCopy CopyTo(REC *record) { return {m_pRecordBuffer, sizeof(REC), record}; }
+  REC *SettledRecordBuffer();
 };

@@ -342,8 +342,14 @@ std::uint32_t CAlertDBTable<REC>::CreateTable(const char *title, const char *con
 // ------------------------------------------------------------ record operations
 
 template <class REC>
+REC *CAlertDBTable<REC>::SettledRecordBuffer() {
+  platform::QDBRecordSettle(m_hTable);
+  return m_pRecordBuffer;
+}
+
+template <class REC>
 std::uint32_t CAlertDBTable<REC>::FindById(const _GUID *id) {
-  std::memcpy(m_pRecordBuffer, id, sizeof(_GUID));
+  std::memcpy(SettledRecordBuffer(), id, sizeof(_GUID));
   return alertdb_internal::low16(
       platform::QDBRecordFind(m_hTable, m_nIdKey, m_pRecordBuffer, 1, sizeof(_GUID)));
 }
@@ -352,7 +358,7 @@ template <class REC>
 std::uint32_t CAlertDBTable<REC>::DBAlertRecAdd(REC *record, _GUID *newId) {
   if (IsReady() != 0) return ALRT_E_NOTOPEN;
   if (!record) return ALRT_E_INVALIDPARAM;
-  std::memset(m_pRecordBuffer, 0, sizeof(REC));
+  std::memset(SettledRecordBuffer(), 0, sizeof(REC));
   if (alertdb_internal::isZeroId(record)) {
     if (CreateObjectId(newId) != 0) return ALRT_E_NOOID;
     std::memcpy(record, newId, sizeof(_GUID));
@@ -395,8 +401,9 @@ std::uint32_t CAlertDBTable<REC>::DBAlertRecRetrieve(_GUID *id, REC *record) {
   }
   if (IsReady() != 0) return ALRT_E_NOTOPEN;
   if (FindById(reinterpret_cast<const _GUID *>(record)) != 0) return ALRT_E_NOTFOUND;
-  if (alertdb_internal::low16(platform::QDBRecordRead(m_hTable)) != 0) return ALRT_E_READFAILED;
-  std::memcpy(record, m_pRecordBuffer, sizeof(REC));
+  if (alertdb_internal::low16(platform::QDBRecordReadCopy(m_hTable, CopyTo(record))) != 0) {
+    return ALRT_E_READFAILED;
+  }
   return 0;
 }
 
@@ -413,23 +420,22 @@ std::uint32_t CAlertDBTable<REC>::DBAlertRecFindFirst(std::uint32_t key, std::ui
   if (IsReady() != 0) return ALRT_E_NOTOPEN;
   if ((keyLength != 0 && !keyValue) || !record) return ALRT_E_INVALIDPARAM;
   m_nEnumKey = key;
-  std::uint32_t r = keyValue ? platform::QDBRecordFindAndRead(m_hTable, key, keyValue, 1, keyLength)
-                             : platform::QDBRecordSkipAndRead(m_hTable, key, platform::kSkipFirst);
-  if (alertdb_internal::low16(r) != 0) return ALRT_E_NOTFOUND;
-  std::memcpy(record, m_pRecordBuffer, sizeof(REC));
-  return 0;
+  std::uint32_t r = keyValue ? platform::QDBRecordFindAndReadCopy(m_hTable, key, keyValue, 1,
+                                                                  keyLength, CopyTo(record))
+                             : platform::QDBRecordSkipAndReadCopy(
+                                   m_hTable, key, platform::kSkipFirst, CopyTo(record));
+  return alertdb_internal::low16(r) != 0 ? ALRT_E_NOTFOUND : 0;
 }
 
 template <class REC>
 std::uint32_t CAlertDBTable<REC>::DBAlertRecFindNext(REC *record) {
   if (IsReady() != 0) return ALRT_E_NOTOPEN;
   if (!record) return ALRT_E_INVALIDPARAM;
-  if (alertdb_internal::low16(
-          platform::QDBRecordSkipAndRead(m_hTable, m_nEnumKey, platform::kSkipNext)) != 0) {
+  if (alertdb_internal::low16(platform::QDBRecordSkipAndReadCopy(
+          m_hTable, m_nEnumKey, platform::kSkipNext, CopyTo(record))) != 0) {
     std::memset(record, 0, sizeof(REC));
     return ALRT_E_NOTFOUND;
   }
-  std::memcpy(record, m_pRecordBuffer, sizeof(REC));
   return 0;
 }
 

@@ -120,8 +120,15 @@ class SegmentWriter {
   std::size_t room_;
 };
 
-// Decodes [p, end) into one contiguous image of `imageSize` bytes; false
-// unless the bytes are exactly a whole image.
+// Runs up to this long move as one fixed-size block where the image has
+// that much room past its end: most runs of a small record are a few bytes,
+// and a call each would cost more than the bytes.
+constexpr std::size_t kShortRun = 16;
+
+// Decodes [p, end) into one contiguous image of `imageSize` bytes (with
+// kShortRun bytes of room after it when `kRoom`); false unless the bytes are
+// exactly a whole image.
+template <bool kRoom>
 [[gnu::always_inline]] inline bool decodeInto(const unsigned char *p, const unsigned char *end,
                                               std::size_t imageSize, unsigned char *image) {
   unsigned char *out = image;
@@ -132,11 +139,19 @@ class SegmentWriter {
         literal > static_cast<std::size_t>(limit - out)) {
       return false;
     }
-    std::memcpy(out, p, literal);
+    if (kRoom && literal <= kShortRun && end - p >= static_cast<std::ptrdiff_t>(kShortRun)) {
+      std::memcpy(out, p, kShortRun);
+    } else {
+      std::memcpy(out, p, literal);
+    }
     out += literal;
     p += literal;
     if (!getLength(p, end, &zeros) || zeros > static_cast<std::size_t>(limit - out)) return false;
-    std::memset(out, 0, zeros);
+    if (kRoom && zeros <= kShortRun) {
+      std::memset(out, 0, kShortRun);
+    } else {
+      std::memset(out, 0, zeros);
+    }
     out += zeros;
   }
   return out == limit;
@@ -240,8 +255,8 @@ bool decodeRecord(const void *stored, std::size_t storedSize, std::uint32_t imag
     // Small images decode whole and then move field by field: fewer, simpler
     // steps than following the fields through every run, and nothing reaches
     // the fields unless the whole record decodes.
-    unsigned char image[kStackImage];
-    if (!decodeInto(p, end, imageSize, image)) return false;
+    unsigned char image[kStackImage + kShortRun];
+    if (!decodeInto<true>(p, end, imageSize, image)) return false;
     for (std::size_t i = 0; i < segmentCount; ++i) {
       const ImageSegment &s = segments[i];
       if (s.storage) std::memcpy(s.storage, image + s.offset, s.size);
@@ -261,7 +276,7 @@ bool decodeRecord(const void *stored, std::size_t storedSize, std::uint32_t imag
   if (!bodyOf(stored, storedSize, allowLegacy, &p, &end)) return false;
   // Without a checksum the shape is checked before a byte is written.
   if (end == p + storedSize && !decodeBody(p, end, imageSize, nullptr)) return false;
-  return decodeInto(p, end, imageSize, image);
+  return decodeInto<false>(p, end, imageSize, image);
 }
 
 }  // namespace platform::store

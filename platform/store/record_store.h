@@ -137,6 +137,25 @@ ALERTDB_API std::uint32_t QDBRecordSkipAndRead(KEPDB *handle, std::uint32_t key,
 // end, as after a walk to the last record. The current record stays current.
 ALERTDB_API std::uint32_t QDBRecordSkipToEnd(KEPDB *handle);
 
+// Reads straight to a copy of the caller's record buffer, sparing a second
+// pass over a large record: the fields bound inside the `size` bytes at
+// `buffer` go to the same places in `copy`, the others to their storage as
+// usual. The buffer is owed the record until QDBRecordSettle, which the
+// caller runs before it next uses the buffer; a record that moves through the
+// bound storage first settles the debt. Results as the plain reads.
+struct RecordCopy {
+  const void *buffer;
+  std::size_t size;
+  void *copy;
+};
+ALERTDB_API std::uint32_t QDBRecordReadCopy(KEPDB *handle, const RecordCopy &to);
+ALERTDB_API std::uint32_t QDBRecordFindAndReadCopy(KEPDB *handle, std::uint32_t key,
+                                                   const void *keyValue, std::uint32_t exact,
+                                                   std::uint32_t keyLength, const RecordCopy &to);
+ALERTDB_API std::uint32_t QDBRecordSkipAndReadCopy(KEPDB *handle, std::uint32_t key,
+                                                   std::uint32_t direction, const RecordCopy &to);
+ALERTDB_API std::uint32_t QDBRecordSettle(KEPDB *handle);
+
 ALERTDB_API std::uint32_t QDBFileLock(KEPDB *handle);
 ALERTDB_API std::uint32_t QDBFileUnlock(KEPDB *handle);
 ALERTDB_API std::uint32_t QDBReadLock(KEPDB *handle);

@@ -76,6 +76,25 @@ struct Cursor {
   std::uint32_t learned = 1;  // rows the next find or find-first fetches
 };
 
+// How reads straight to a copy of the caller's record buffer place the
+// fields: planned once per buffer, as the buffer stays while the copy may
+// change from call to call.
+struct CopyPlan {
+  struct Run {
+    ImageSegment bound;  // the run where it is bound
+    bool inBuffer;       // ... which is inside the buffer
+  };
+  const unsigned char *buffer = nullptr;
+  std::size_t size = 0;
+  // Reads go straight to the copy: the fields bound inside the buffer fill
+  // it exactly, and the record is large enough for that to pay.
+  bool straight = false;
+  std::vector<Run> runs;
+  unsigned char *copy = nullptr;     // the copy of the last call
+  std::vector<ImageSegment> toCopy;  // ... and the runs for it
+  std::vector<ImageSegment> owed;    // the buffer's runs alone
+};
+
 struct Handle {
   std::shared_ptr<StoreSession> session;
   std::shared_ptr<TableHandle> table;
@@ -86,6 +105,13 @@ struct Handle {
   std::vector<unsigned char> stored;    // its stored form
   std::vector<KeyValue> keys;           // its key values
   std::vector<unsigned char> keyField;  // one key field read from a stored row
+  // A search key, held: the caller's may lie where the record is read to.
+  KeyBuffer searchKey;
+  CopyPlan copyPlan;
+  // After a read to a copy, the record the buffer is owed, in stored form.
+  std::vector<unsigned char> owedRecord;
+  std::size_t owedSize = 0;
+  bool owing = false;
   // Of the table and the session, kept at hand for every read.
   std::uint32_t recordSize = 0;
   bool legacyRecords = false;
@@ -146,5 +172,8 @@ std::uint32_t withTable(KEPDB *id, Operation op) {
 // templates describe the stored layout; sizes the working storage.
 std::uint32_t bindTable(Handle &h, std::shared_ptr<TableHandle> table,
                         const FieldTemplate *templates);
+
+// Plans reads to copies of the `size` bytes at `buffer`.
+void planCopy(Handle &h, const unsigned char *buffer, std::size_t size);
 
 }  // namespace platform::store

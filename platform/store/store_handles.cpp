@@ -128,15 +128,71 @@ std::uint32_t bindTable(Handle &h, std::shared_ptr<TableHandle> table,
   h.stored.assign(storedSizeBound(def.recordSize), 0);
   h.keys.assign(def.keys.size(), KeyValue{});
   h.keyField.assign(def.maxKeySize, 0);
+  // Planned on the first read to a copy, into room kept now.
+  h.copyPlan = CopyPlan{};
+  h.copyPlan.runs.reserve(def.fields.size());
+  h.copyPlan.toCopy.reserve(def.fields.size());
+  h.copyPlan.owed.reserve(def.fields.size());
+  h.owedRecord.assign(storedSizeBound(def.recordSize), 0);
+  h.owing = false;
   h.recordSize = def.recordSize;
   h.legacyRecords = h.session->acceptsLegacyRecords();
   h.tracksCommits = h.session->tracksCommits();
   h.cursor = Cursor{};
   h.cursor.key.reserve(def.maxKeySize);
+  h.searchKey.reserve(def.maxKeySize);
   h.cursor.batch.reserveRows(Cursor::kMaxTrackedWindow);
   h.cursor.spare.reserveRows(Cursor::kMaxTrackedWindow);
   h.table = std::move(table);
   return QDB_OK;
+}
+
+// Records up to this size are read into the buffer and copied: cheaper than
+// keeping their stored form owed.
+constexpr std::size_t kStraightReadSize = 1024;
+
+void planCopy(Handle &h, const unsigned char *buffer, std::size_t size) {
+  CopyPlan &plan = h.copyPlan;
+  h.owing = false;  // owed to another buffer
+  const TableDef &def = h.table->def();
+  auto start = reinterpret_cast<std::uintptr_t>(buffer);
+  auto offsetOf = [&](std::size_t i) {
+    return reinterpret_cast<std::uintptr_t>(h.fieldStorage[i]) - start;
+  };
+  auto inBuffer = [&](std::size_t i) {
+    return offsetOf(i) < size && def.fields[i].size <= size - offsetOf(i);
+  };
+  std::size_t covered = 0;
+  bool overlap = false;
+  plan.runs.clear();
+  for (std::size_t i = 0; i < def.fields.size(); ++i) {
+    unsigned char *at = h.fieldStorage[i];
+    std::uint32_t fieldSize = def.fields[i].size;
+    bool inside = inBuffer(i);
+    if (inside) {
+      covered += fieldSize;
+      for (std::size_t j = 0; j < i; ++j) {
+        overlap = overlap || (inBuffer(j) && offsetOf(j) < offsetOf(i) + fieldSize &&
+                              offsetOf(i) < offsetOf(j) + def.fields[j].size);
+      }
+    }
+    CopyPlan::Run *last = plan.runs.empty() ? nullptr : &plan.runs.back();
+    if (last && last->inBuffer == inside && last->bound.storage + last->bound.size == at) {
+      last->bound.size += fieldSize;
+    } else {
+      plan.runs.push_back({{def.fields[i].offset, fieldSize, at}, inside});
+    }
+  }
+  plan.straight = !overlap && covered == size && size > kStraightReadSize;
+  plan.toCopy.assign(plan.runs.size(), ImageSegment{});
+  plan.copy = nullptr;
+  plan.owed.clear();
+  for (const CopyPlan::Run &run : plan.runs) {
+    plan.owed.push_back(
+        {run.bound.offset, run.bound.size, run.inBuffer ? run.bound.storage : nullptr});
+  }
+  plan.buffer = buffer;
+  plan.size = size;
 }
 
 }  // namespace store

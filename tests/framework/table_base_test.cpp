@@ -1,7 +1,11 @@
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
+#include <vector>
 
+#include "events/event_log_table.h"
 #include "framework/link_table_probe.h"
 #include "support/test_environment.h"
 
@@ -110,3 +114,63 @@ TEST_F(TableBaseTest, CopiesAreIndependentObjectsOfTheSameTableAndFile) {
 }
 
 }  // namespace
+
+// Update compares the caller's record with what the record buffer holds: the
+// record last read, whether the read went through the buffer or straight to
+// the caller (large records), and never a record an add has since replaced.
+template <class Table, class REC>
+void updatesCompareWithTheRecordLastRead(Table &table, REC (*make)(unsigned char)) {
+  using Base = CAlertDBTable<REC>;
+  ASSERT_EQ(table.DBCreate(), 0u);
+  std::vector<_GUID> ids;
+  for (unsigned char n = 1; n <= 3; ++n) {
+    REC r = make(n);
+    _GUID id{};
+    ASSERT_EQ(table.DBAlertRecAdd(&r, &id), 0u);
+    ids.push_back(id);
+  }
+  auto read = std::make_unique<REC>();
+  auto last = std::make_unique<REC>();
+  ASSERT_EQ(table.DBAlertRecFindFirst(Table::kIdKey, 0, nullptr, read.get()), 0u);
+  EXPECT_EQ(table.Base::DBAlertRecUpdate(read.get()), ALRT_UNCHANGED) << "after find-first";
+  while (table.DBAlertRecFindNext(read.get()) == 0) {
+    EXPECT_EQ(table.Base::DBAlertRecUpdate(read.get()), ALRT_UNCHANGED) << "after find-next";
+    *last = *read;
+  }
+  // The end of the walk leaves the last record in the buffer.
+  EXPECT_EQ(table.Base::DBAlertRecUpdate(last.get()), ALRT_UNCHANGED) << "after the end";
+
+  ASSERT_EQ(table.DBAlertRecRetrieve(&ids[0], read.get()), 0u);
+  EXPECT_EQ(table.Base::DBAlertRecUpdate(read.get()), ALRT_UNCHANGED) << "after retrieve";
+  reinterpret_cast<unsigned char *>(read.get())[sizeof(REC) - 1] ^= 1;
+  EXPECT_EQ(table.Base::DBAlertRecUpdate(read.get()), 0u) << "a changed record is written";
+  auto stored = std::make_unique<REC>();
+  ASSERT_EQ(table.DBAlertRecRetrieve(&ids[0], stored.get()), 0u);
+  EXPECT_EQ(std::memcmp(stored.get(), read.get(), sizeof(REC)), 0);
+
+  // An add after a walk replaces what the buffer holds.
+  ASSERT_EQ(table.DBAlertRecFindFirst(Table::kIdKey, 0, nullptr, read.get()), 0u);
+  ASSERT_EQ(table.DBAlertRecFindNext(read.get()), 0u);
+  REC added = make(9);
+  _GUID addedId{};
+  ASSERT_EQ(table.DBAlertRecAdd(&added, &addedId), 0u);
+  EXPECT_EQ(table.Base::DBAlertRecUpdate(&added), ALRT_UNCHANGED) << "after an add";
+}
+
+ALRTEVENT_RESPREC numberedLink(unsigned char n) { return makeLink(n, n + 100); }
+
+ALRTEVENT_LOGREC numberedEntry(unsigned char n) {
+  ALRTEVENT_LOGREC e;
+  std::memset(&e, 0, sizeof e);
+  e.EventClass_OID = alertdb_test::makeId(n);
+  std::memset(e.EventText, 'a' + n, 1500);  // long enough to be read straight to the caller
+  std::snprintf(e.EventName, sizeof e.EventName, "event %d", n);
+  return e;
+}
+
+TEST_F(TableBaseTest, UpdateComparesWithTheRecordLastReadSmallAndLarge) {
+  ProbedLinkTable links;
+  updatesCompareWithTheRecordLastRead(links, numberedLink);
+  CAlertEVENT_LOGDB log(nullptr);
+  updatesCompareWithTheRecordLastRead(log, numberedEntry);
+}

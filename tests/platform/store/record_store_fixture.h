@@ -37,33 +37,34 @@ class SampleTable {
   explicit SampleTable(const char *tableName = "Sample_Table") : name_(tableName) {
     std::memset(&record, 0, sizeof record);
     std::memset(replication, 0, sizeof replication);
-    auto field = [](std::uint32_t key, std::uint32_t attr, std::uint32_t size, void *storage,
-                    std::uint32_t flags) {
-      platform::FieldTemplate t{};
-      t.keyNumber = key;
-      t.attribute = attr;
-      t.size = t.sizeAgain = size;
-      t.storage = storage;
-      t.flags = flags;
-      return t;
-    };
     templates = {
         field(kIdKey, 16, 16, &record.id, 0x311),     field(kNameKey, 10, 33, record.name, 0x1),
         field(kNumberKey, 4, 4, &record.number, 0x7), field(kStampKey, 12, 8, record.stamp, 0xC),
         field(0, 10, 20, record.comment, 0x1),        field(kSmallKey, 16, 2, &record.small, 0x8),
         field(6, 0, 12, replication, 0x30D)};
     fieldNames = {"KEPOID", "Name", "Number", "Stamp", "Comment", "Small", "Replication"};
-    auto entry = [](std::uint16_t key, std::uint8_t kind, std::uint8_t cls) {
-      platform::QueryInfoEntry e{};
-      e.entrySize = 20;
-      e.keyNumber = key;
-      e.fieldRef = key;
-      e.kind = kind;
-      e.valueClass = cls;
-      return e;
-    };
     queryInfo = {entry(1, 1, 3), entry(2, 2, 2), entry(3, 2, 6),
                  entry(4, 2, 9), entry(5, 2, 6), entry(6, 2, 9)};
+  }
+
+  static platform::FieldTemplate field(std::uint32_t key, std::uint32_t attr, std::uint32_t size,
+                                       void *storage, std::uint32_t flags) {
+    platform::FieldTemplate t{};
+    t.keyNumber = key;
+    t.attribute = attr;
+    t.size = t.sizeAgain = size;
+    t.storage = storage;
+    t.flags = flags;
+    return t;
+  }
+  static platform::QueryInfoEntry entry(std::uint16_t key, std::uint8_t kind, std::uint8_t cls) {
+    platform::QueryInfoEntry e{};
+    e.entrySize = 20;
+    e.keyNumber = key;
+    e.fieldRef = key;
+    e.kind = kind;
+    e.valueClass = cls;
+    return e;
   }
 
   SampleTable(const SampleTable &) = delete;
