@@ -3,9 +3,11 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 
+#include "events/event_log_table.h"
 #include "events/event_resp_table.h"
 #include "framework/file_locks.h"
 #include "support/test_environment.h"
@@ -125,6 +127,39 @@ TEST_F(AllocationTest, SteadyRecordOperationsAllocateNothing) {
   // The count sees the library's own allocations: opening a table makes some.
   LinkTable other;
   EXPECT_GT(allocationsOf([&] { EXPECT_EQ(other.DBOpen(), 0u); }), 0);
+}
+
+// Records large enough to be read straight to the caller: the handle keeps
+// their stored form owed to the record buffer in room it already has.
+TEST_F(AllocationTest, LargeRecordsReadStraightToTheCallerAllocateNothing) {
+  CAlertEVENT_LOGDB log(nullptr);
+  ASSERT_EQ(log.DBCreate(), 0u);
+  auto entry = std::make_unique<ALRTEVENT_LOGREC>();
+  std::vector<_GUID> ids(200);
+  for (_GUID &id : ids) {
+    std::memset(entry.get(), 0, sizeof *entry);
+    std::memset(entry->EventText, 'x', 1500);
+    ASSERT_EQ(log.DBAlertRecAdd(entry.get(), &id), 0u);
+  }
+  auto walk = [&] {
+    std::uint32_t n = 0;
+    for (std::uint32_t s =
+             log.DBAlertRecFindFirst(CAlertEVENT_LOGDB::kIdKey, 0, nullptr, entry.get());
+         s == 0; s = log.DBAlertRecFindNext(entry.get())) {
+      ++n;
+    }
+    return n;
+  };
+  auto retrieveAll = [&] {
+    for (_GUID &id : ids) ASSERT_EQ(log.DBAlertRecRetrieve(&id, entry.get()), 0u);
+  };
+  ASSERT_EQ(walk(), 200u);
+  retrieveAll();
+
+  std::uint32_t seen = 0;
+  EXPECT_EQ(allocationsOf([&] { seen = walk(); }), 0);
+  EXPECT_EQ(seen, 200u);
+  EXPECT_EQ(allocationsOf(retrieveAll), 0);
 }
 
 }  // namespace
