@@ -74,7 +74,7 @@ TEST_F(RecordCopyTest, TheCopyGetsWhatAPlainReadGivesFieldsBoundElsewhereAsUsual
   std::strcpy(copy.comment, "alpha");
   ASSERT_EQ(QDBRecordFindAndReadCopy(h, kNameKey, copy.comment, 1, 6, to), 0u);
   EXPECT_STREQ(copy.name, "alpha");
-  EXPECT_EQ(copy.number, 10u);
+  EXPECT_EQ(std::uint32_t{copy.number}, 10u);
 
   _GUID beta;
   std::memset(&beta, 2, sizeof beta);
