@@ -32,7 +32,6 @@
 #include "alertdb.h"
 #include "reliability/crash/crash_model.h"
 #include "reliability/crash/crash_store_reader.h"
-#include "reliability/crash/crash_tables.h"
 #include "reliability/crash/crash_writer_log.h"
 #include "support/child_process.h"
 #include "support/test_environment.h"
