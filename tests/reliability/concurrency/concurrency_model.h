@@ -171,13 +171,7 @@ class Model : private CascadeStore {
                   Oid ref2 = {}, std::uint32_t number = 0) {
     if (isZero(id)) return "a successful add logged no object ID";
     if (records_.count(id)) return "an add gave an object ID that was already used";
-    RecordDigest digest;
-    digest.body = hash;
-    digest.refs[0] = ref0;
-    digest.refs[1] = ref1;
-    digest.refs[2] = ref2;
-    digest.number = number;
-    records_[id] = ModelRecord{table, owner, true, digest, ++seq_};
+    records_[id] = ModelRecord{table, owner, true, {hash, {ref0, ref1, ref2}, number}, ++seq_};
     return "";
   }
 

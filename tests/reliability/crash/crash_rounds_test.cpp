@@ -54,14 +54,7 @@ Id anId(int n) {
 
 RecordDigest content(std::uint64_t body, Id a = {}, Id b = {}, Id c = {}, std::uint32_t number = 0,
                      std::uint64_t sort = 0) {
-  RecordDigest d;
-  d.body = body;
-  d.refs[0] = a;
-  d.refs[1] = b;
-  d.refs[2] = c;
-  d.number = number;
-  d.sort = sort;
-  return d;
+  return {body, {a, b, c}, number, sort};
 }
 
 std::string rec(Table t, const Id &id, const RecordDigest &d) { return formatRecord(t, &id, d); }
