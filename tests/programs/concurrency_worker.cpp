@@ -457,16 +457,12 @@ class LoadThread {
     Record found{};
     _GUID made{};
     int fresh = 0;
-    std::uint32_t s =
-        table.DBAlertRecFindFirst(key.key, 16, const_cast<unsigned char *>(parent.data()), &found);
-    for (; s == 0 && key.bytes(reinterpret_cast<const unsigned char *>(&found)) ==
-                         std::string(reinterpret_cast<const char *>(parent.data()), 16);
-         s = table.DBAlertRecFindNext(&found)) {
-      if (!known.count(idOf(found.KEPOID))) {
-        made = found.KEPOID;
-        ++fresh;
-      }
-    }
+    harness::walk(table, key.key, &parent, found, [&](const Record &r) {
+      if (std::memcmp(reinterpret_cast<const unsigned char *>(&r) + key.offset, parent.data(), 16))
+        return false;
+      if (!known.count(idOf(r.KEPOID))) made = r.KEPOID, ++fresh;
+      return true;
+    });
     if (fresh != 1) problem(before + std::to_string(fresh) + after);
     return made;
   }
@@ -815,17 +811,12 @@ class LoadThread {
     entry.args = {tableName(kind), std::to_string(key.key), oidText(parent)};
     Record record{};
     call(entry, [&] {
-      std::uint32_t s = table.DBAlertRecFindFirst(
-          key.key, 16, const_cast<unsigned char *>(parent.data()), &record);
-      while (s == 0) {
-        Oid value;
-        std::memcpy(value.data(), reinterpret_cast<unsigned char *>(&record) + key.offset, 16);
-        if (value != parent) break;
-        entry.args.push_back(
-            seenText(idOf(*reinterpret_cast<_GUID *>(&record)), recordHash(record)));
-        s = table.DBAlertRecFindNext(&record);
-      }
-      return s;
+      return harness::walk(table, key.key, &parent, record, [&](const Record &r) {
+        if (std::memcmp(reinterpret_cast<const unsigned char *>(&r) + key.offset, parent.data(), 16))
+          return false;
+        entry.args.push_back(seenText(idOfRecord(&r), recordHash(r)));
+        return true;
+      });
     });
     log(entry);
   }
