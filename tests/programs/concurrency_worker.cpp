@@ -324,8 +324,8 @@ class LoadThread {
         if (r < 15) return full(kUser) ? remove(kUser) : userAdd();
         if (r < 27) return updateOwn(kUser);
         if (r < 35) return remove(kUser);
-        if (r < 55) return full(kInstance) ? remove(kInstance) : userAddService();
-        if (r < 68) return full(kInstance) ? remove(kInstance) : instanceAdd();
+        if (r < 55) return full(kInstance) ? remove(kInstance) : instanceAdd(true);
+        if (r < 68) return full(kInstance) ? remove(kInstance) : instanceAdd(false);
         if (r < 80) return updateOwn(kInstance);
         if (r < 90) return remove(kInstance);
         return updateOwn(kAddrSmtp);
@@ -591,65 +591,49 @@ class LoadThread {
     return address;
   }
 
-  // Through the user: the call names neither new ID, so the thread finds the
-  // new instance among its user's instances.
-  bool userAddService() {
+  // A user's service instance with its address record: through the user,
+  // where the call names neither new ID and the thread finds the new
+  // instance among its user's, or through the instance table's own add.
+  bool instanceAdd(bool throughUser) {
     Oid user, service;
-    if (!pick(kUser, &user, 10) || !pick(kCatalogue, &service, 10)) return false;
-    ALRTUSR_SMTPSERVICEREC address = addressFor(user);
-    _GUID userId = guidOf(user), serviceId = guidOf(service);
-    Entry entry{"user-add-service"};
-    call(entry, [&] { return tables_.get<kUser>().QALRTUsrAddService(&userId, &serviceId, &address); });
-    ALRTUSRINSTSERV expected{};
-    if (entry.status == 0) {
-      expected.KEPOID =
-          madeChild(tables_.get<kInstance>(), kInstance, KEY_BYTES(74, ALRTUSRINSTSERV, UserOid),
-                    user, "user_service_add_made_", "_instances");
-      expected.Service_KEPOID = serviceId;
-      expected.ServicePerInfo_KEPOID = address.KEPOID;
-      expected.UserOid = userId;
-      putText(expected.Service_Name, "Internet Mail");
-      expected.ServiceType = CAlertSMTPNtfyServDB::kServiceType;
-    }
-    entry.args = {oidText(user),
-                  oidText(service),
-                  oidText(idOf(expected.KEPOID)),
-                  oidText(idOf(entry.status == 0 ? address.KEPOID : _GUID{})),
-                  hashText(recordHash(expected)),
-                  hashText(recordHash(address))};
-    log(entry);
-    remember(kInstance, expected.KEPOID, entry.status);
-    remember(kAddrSmtp, address.KEPOID, entry.status);
-    return true;
-  }
-
-  bool instanceAdd() {
-    Oid user, service;
-    if (!pickLive(kUser, &user) || !pick(kCatalogue, &service, 10)) return false;
+    if (!(throughUser ? pick(kUser, &user, 10) : pickLive(kUser, &user)) ||
+        !pick(kCatalogue, &service, 10))
+      return false;
     ALRTUSR_SMTPSERVICEREC address = addressFor(user);
     ALRTUSRINSTSERV instance{};
-    instance.KEPOID = newId();
-    instance.Service_KEPOID = guidOf(service);
-    instance.UserOid = guidOf(user);
+    _GUID userId = guidOf(user), serviceId = guidOf(service), id{}, addressId{};
+    instance.UserOid = userId;
+    instance.Service_KEPOID = serviceId;
     putText(instance.Service_Name, "Internet Mail");
-    instance.Enable = serial_;
-    _GUID id{}, addressId{};
-    Entry entry{"UsrInst.add"};
-    call(entry,
-         [&] { return tables_.get<kInstance>().DBAlertRecAdd(&instance, &id, &address, &addressId); });
-    entry.args = {oidText(user),
-                  oidText(service),
-                  oidText(idOf(id)),
-                  oidText(idOf(addressId)),
-                  hashText(recordHash(instance)),
-                  hashText(recordHash(address))};
+    Entry entry{throughUser ? "user-add-service" : "UsrInst.add"};
+    if (throughUser) {
+      call(entry, [&] {
+        return tables_.get<kUser>().QALRTUsrAddService(&userId, &serviceId, &address);
+      });
+      if (entry.status == 0) {
+        id = madeChild(tables_.get<kInstance>(), kInstance,
+                       KEY_BYTES(74, ALRTUSRINSTSERV, UserOid), user, "user_service_add_made_",
+                       "_instances");
+        addressId = address.KEPOID;
+        instance.KEPOID = id;
+        instance.ServicePerInfo_KEPOID = addressId;
+        instance.ServiceType = kSmtpType;
+      }
+    } else {
+      instance.KEPOID = newId();
+      instance.Enable = serial_;
+      call(entry, [&] {
+        return tables_.get<kInstance>().DBAlertRecAdd(&instance, &id, &address, &addressId);
+      });
+    }
+    entry.args = {oidText(user),           oidText(service),
+                  oidText(idOf(id)),       oidText(idOf(addressId)),
+                  hashText(recordHash(instance)), hashText(recordHash(address))};
     log(entry);
     remember(kInstance, id, entry.status);
     remember(kAddrSmtp, addressId, entry.status);
     return true;
   }
-
-
 
   // Responses: service responses, plain ones and a few protected ones.
 
@@ -773,14 +757,9 @@ class LoadThread {
     entryRecord.Severity = serial_ % 5;
     putText(entryRecord.ProductName, "concurrency");
     std::uint32_t stamp = serial_;
-    unsigned char time[8] = {125,
-                             1,
-                             1,
-                             static_cast<unsigned char>(stamp / 3600 % 24),
+    unsigned char time[8] = {125, 1, 1, static_cast<unsigned char>(stamp / 3600 % 24),
                              static_cast<unsigned char>(stamp / 60 % 60),
-                             static_cast<unsigned char>(stamp % 60),
-                             0,
-                             0};
+                             static_cast<unsigned char>(stamp % 60)};
     std::memcpy(entryRecord.Time, time, sizeof time);
     putText(entryRecord.MachineName, tag_);
     putText(entryRecord.EventText, title + " happened");
