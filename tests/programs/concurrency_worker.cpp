@@ -437,7 +437,8 @@ class LoadThread {
     _GUID id{};
     Entry entry{op};
     call(entry, [&] { return table.DBAlertRecAdd(&record, &id); });
-    entry.args = args(oidText(idOf(id)));
+    // A failed add names the ID it was given.
+    entry.args = args(oidText(entry.status == 0 ? idOf(id) : idOfRecord(&record)));
     log(entry);
     remember(kind, id, entry.status);
     // Other processes are told of users, event classes and log entries.
@@ -521,6 +522,8 @@ class LoadThread {
     ALRT_SRV_CFGREC server{};
     std::string title = name("srv");
     server.KEPOID = newId();
+    // Now and then the ID of a server the thread has: the add must fail.
+    if (Oid taken; !inBatch_ && chance(15) && pickLive(kServer, &taken)) server.KEPOID = guidOf(taken);
     putText(server.MachineName, title);
     putText(server.Addr, "10." + std::to_string(worker_) + "." + std::to_string(serial_ % 250));
     server.status = serial_;

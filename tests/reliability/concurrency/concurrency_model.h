@@ -316,8 +316,11 @@ class Model : private CascadeStore {
       return add(id, kLink, owner, in.hash(3), eventClass, response);
     }
     if (opOn(op, "add", {kServer, kUser, kEventClass, kLog}, &table)) {
-      if ((problem = expect(s, 0)).size()) return problem;
-      return add(in.oid(0), table, owner, in.hash(1));
+      Oid id = in.oid(0);
+      // An add of an ID a stored record has fails.
+      if ((problem = expect(s, live(id, table) ? ALRT_E_ADDFAILED : 0)).size()) return problem;
+      if (s != 0) return "";
+      return add(id, table, owner, in.hash(1));
     }
     if (op == "get") {
       Table table = in.table(0);
