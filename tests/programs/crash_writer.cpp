@@ -24,7 +24,6 @@
 
 #include "alertdb.h"
 #include "reliability/crash/crash_lines.h"
-#include "reliability/crash/crash_tables.h"
 
 namespace {
 
@@ -47,12 +46,6 @@ template <std::size_t N>
 void setText(char (&field)[N], const std::string &text) {
   std::memset(field, 0, N);
   std::memcpy(field, text.data(), std::min(text.size(), N - 1));
-}
-
-// The colour the event tables derive from a severity.
-unsigned char colourOf(std::uint32_t severity) {
-  static const unsigned char colours[] = {0, 3, 2, 1};
-  return severity < 4 ? colours[severity] : 0;
 }
 
 // Where a service kind keeps its password, which the library stores
@@ -116,36 +109,19 @@ class Writer {
   }
 
   void scribble(Table t, unsigned char *record) {
-    const Scribble &s = tableInfo(t).scribble;
-    if (s.offset < 0) return;
-    if (s.text) {
-      std::string text = word(static_cast<std::size_t>(s.size - 1));
-      std::memset(record + s.offset, 0, static_cast<std::size_t>(s.size));
-      std::memcpy(record + s.offset, text.data(), text.size());
-    } else {
-      std::uint32_t n = below(1000) + 1;
-      std::memcpy(record + s.offset, &n, 4);
-    }
+    harness::scribble(t, record, word(static_cast<std::size_t>(tableInfo(t).scribble.size - 1)),
+                      below(1000) + 1);
   }
 
   // ---------------------------------------------------------------- tables
 
   template <class Fn>
   void with(Table t, Fn &&fn) {
-    harness::withElement(tables_, static_cast<std::size_t>(t), fn);
+    tables_.with(t, fn);
   }
   template <Table t>
   auto &table() {
-    return std::get<t>(tables_);
-  }
-
-  // The table through which the writer locks each data file.
-  KEPDB *fileHandle(DataFile f) {
-    static const Table lockedThrough[kDataFileCount] = {kServer, kProvider, kCatalogue, kEventClass,
-                                                        kLog,    kResponse, kUser};
-    KEPDB *handle = nullptr;
-    with(lockedThrough[f], [&](auto &table) { handle = table.handle(); });
-    return handle;
+    return tables_.get<t>();
   }
 
   // The stored record `id` of table t into `out`; false when it is not there.
@@ -186,13 +162,12 @@ class Writer {
     with(t, [&](auto &table) {
       using R = RecordOf<std::remove_reference_t<decltype(table)>>;
       Bytes record(tableInfo(t).size, 0);
-      Id value = owner;
-      R *rec = reinterpret_cast<R *>(record.data());
-      for (std::uint32_t r = table.DBAlertRecFindFirst(ownerKeyOf(t), 16, value.data(), rec);
-           r == 0 && std::memcmp(record.data() + ref, owner.data(), 16) == 0;
-           r = table.DBAlertRecFindNext(rec)) {
-        found.push_back(record);
-      }
+      harness::walk(table, ownerKeyOf(t), &owner, *reinterpret_cast<R *>(record.data()),
+                    [&](const R &) {
+                      if (std::memcmp(record.data() + ref, owner.data(), 16) != 0) return false;
+                      found.push_back(record);
+                      return true;
+                    });
     });
     return found;
   }
@@ -462,15 +437,11 @@ class Writer {
     if (t == kEventClass) {
       auto &r = as<ALRTEVENT_CLASSREC>(record);
       if (chance(0.5)) r.Severity = below(6);
-      r.SeverityColor = colourOf(r.Severity);
-      r.Icon = r.KEPOID;
       if (chance(0.3)) r.IconID = below(100);
-    } else if (t == kLog) {
-      auto &r = as<ALRTEVENT_LOGREC>(record);
-      if (slot_ == 0 && chance(0.5)) r.Ack = 1;
-      r.SeverityColor = colourOf(r.Severity);
-      r.Icon = r.EventClass_OID;
+    } else if (t == kLog && slot_ == 0 && chance(0.5)) {
+      as<ALRTEVENT_LOGREC>(record).Ack = 1;
     }
+    derive(t, record.data());
   }
 
   // ---------------------------------------------------------------- ops
@@ -834,23 +805,13 @@ class Writer {
   std::uint64_t lastTime_ = 0;
   std::vector<Id> own_[kTableCount];
 
-  template <class... T>
-  static std::tuple<Exposed<T>...> exposed(std::tuple<TableType<T>...>);
-  decltype(exposed(TableClasses{})) tables_;
+  harness::Tables tables_;
 };
 
 bool Writer::open() {
-  for (int t = 0; t < kTableCount; ++t) {
-    std::uint32_t status = 0;
-    with(static_cast<Table>(t), [&](auto &table) { status = table.DBOpen(); });
-    if (status != 0) {
-      char text[32];
-      std::snprintf(text, sizeof text, "0x%X", status);
-      emit(std::string("error 0 open ") + text + " " + tableInfo(static_cast<Table>(t)).name);
-      return false;
-    }
-  }
-  return true;
+  std::uint32_t status = tables_.openAll();
+  if (status != 0) emit("error 0 open " + std::to_string(status));
+  return status == 0;
 }
 
 // The records of this slot that earlier writers left. Records the object
@@ -860,22 +821,21 @@ void Writer::scan() {
   for (int i = 0; i < kTableCount; ++i) {
     Table t = static_cast<Table>(i);
     if (tableInfo(t).ownerRef >= 0) continue;
-    bool mirrored = t == kEventClass || t == kLog || t == kUser || t == kUserObject;
+    bool mirrored = isMirrored(t);
     with(t, [&](auto &table) {
       using R = RecordOf<std::remove_reference_t<decltype(table)>>;
       Bytes record(tableInfo(t).size, 0);
-      R *rec = reinterpret_cast<R *>(record.data());
-      for (std::uint32_t r = table.DBAlertRecFindFirst(table.idKey(), 0, nullptr, rec); r == 0;
-           r = table.DBAlertRecFindNext(rec)) {
-        if (slotOfRecord(t, record.data()) != slot_) continue;
-        Id id = idOfRecord(record.data());
-        _GUID guid = guidOf(id), classId;
-        char name[64];
-        if (mirrored && platform::KepOMGetInstance(&guid, &classId, name, sizeof name) != 0) {
-          continue;
-        }
-        own_[t].push_back(id);
-      }
+      harness::walk(table, table.idKey(), nullptr, *reinterpret_cast<R *>(record.data()),
+                    [&](const R &) {
+                      Id id = idOfRecord(record.data());
+                      _GUID guid = guidOf(id), classId;
+                      char name[64];
+                      if (slotOfRecord(t, record.data()) == slot_ &&
+                          (!mirrored ||
+                           platform::KepOMGetInstance(&guid, &classId, name, sizeof name) == 0))
+                        own_[t].push_back(id);
+                      return true;
+                    });
     });
   }
 }
@@ -947,7 +907,7 @@ void Writer::batch() {
   std::string n = std::to_string(number);
   emit("batch " + n + " begin");
   for (int f = 0; f < kDataFileCount; ++f) {
-    std::uint32_t status = DBFileLock(fileHandle(static_cast<DataFile>(f)));
+    std::uint32_t status = DBFileLock(tables_.lockHandle(static_cast<DataFile>(f)));
     if (status != 0) {
       emit("error " + n + " lock " + std::to_string(status) + " " + kDataFileNames[f]);
       std::exit(3);
@@ -959,7 +919,7 @@ void Writer::batch() {
   inBatch_ = false;
   emit("batch " + n + " unlock");
   for (int f = 0; f < kDataFileCount; ++f) {
-    std::uint32_t status = DBFileUnlock(fileHandle(static_cast<DataFile>(f)));
+    std::uint32_t status = DBFileUnlock(tables_.lockHandle(static_cast<DataFile>(f)));
     if (status != 0) {
       emit("error " + n + " unlock " + std::to_string(status) + " " + kDataFileNames[f]);
       std::exit(3);

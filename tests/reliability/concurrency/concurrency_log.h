@@ -15,14 +15,12 @@
 #include <utility>
 #include <vector>
 
-#include "reliability/harness_tables.h"
+#include "reliability/harness_catalogue.h"
 
 namespace concurrency {
 
-using harness::guidOf;
-using harness::idOf;
-using harness::isZero;
-using Oid = harness::Id;
+using namespace harness;
+using Oid = Id;
 using Hash = std::uint64_t;
 
 // Content is logged as a hash of the record as a reader gets it back.
@@ -31,20 +29,8 @@ Hash recordHash(const Record &record) {
   return XXH3_64bits(&record, sizeof record);
 }
 
-using harness::hashText;
-using harness::hexOf;
-
-inline std::string oidText(const Oid &oid) { return hexOf(oid.data(), oid.size()); }
-
-inline bool parseOid(const std::string &text, Oid *oid) {
-  if (text.size() != 32) return false;
-  for (std::size_t i = 0; i < 16; ++i) {
-    unsigned value;
-    if (std::sscanf(text.c_str() + 2 * i, "%2x", &value) != 1) return false;
-    (*oid)[i] = static_cast<unsigned char>(value);
-  }
-  return true;
-}
+inline std::string oidText(const Oid &oid) { return idText(oid); }
+inline bool parseOid(const std::string &text, Oid *oid) { return parseId(text, oid); }
 
 inline bool parseHash(const std::string &text, Hash *hash) {
   unsigned long long value;
@@ -59,8 +45,9 @@ inline std::string seenText(const Oid &oid, Hash hash) {
 }
 
 inline bool parseSeen(const std::string &text, Oid *oid, Hash *hash) {
-  return text.size() == 49 && text[32] == ':' && parseOid(text.substr(0, 32), oid) &&
-         parseHash(text.substr(33), hash);
+  std::size_t colon = text.find(':');
+  return colon != std::string::npos && parseOid(text.substr(0, colon), oid) &&
+         parseHash(text.substr(colon + 1), hash);
 }
 
 // One call: "<op> <status> <start µs> <duration µs> <arguments...>".

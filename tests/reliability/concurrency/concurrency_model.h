@@ -20,32 +20,32 @@
 #include "platform/store/record_store.h"
 #include "reliability/concurrency/concurrency_log.h"
 #include "reliability/concurrency/concurrency_tables.h"
+#include "reliability/harness_cascades.h"
 
 namespace concurrency {
 
 // Deleting a record that is not stored passes the engine's own result on.
 inline constexpr std::uint32_t kEngineNotFound = platform::QDB_E_NOTFOUND;
-inline constexpr std::uint32_t kProtectedType = 0x4000;
 inline constexpr std::uint32_t kServiceResponseType = 0x0001;
+// The type of every service and address record the harness makes.
+inline constexpr std::uint32_t kSmtpType = CAlertSMTPNtfyServDB::kServiceType;
 
 struct ModelRecord {
-  Table table = Table::User;
+  Table table = kUser;
   int owner = -1;
   bool alive = true;
-  Hash hash = 0;
-  // Relations: instance (user, service, address); response (user, service);
-  // installed service (server, service, settings row); link (event class,
-  // response); catalogue row (-, -, settings row).
-  Oid a{}, b{}, c{};
-  std::uint32_t flag = 0;  // response type; installed "BackupServer"
-  std::uint64_t seq = 0;   // order of the adds
+  // The content's hash as body, the references and the number the cascades
+  // follow, as the catalogue places them.
+  RecordDigest digest;
+  std::uint64_t seq = 0;  // order of the adds
+  Hash hash() const { return digest.body; }
 };
 
 // Every content each record was ever written with, from all logs: what a
 // read of another thread's record may return.
 using Versions = std::map<Oid, std::set<Hash>>;
 
-class Model {
+class Model : private CascadeStore {
  public:
   // Checks one call that thread `owner` logged against the state its earlier
   // calls left, then applies it. Empty when the call is as it must be, else
@@ -61,18 +61,20 @@ class Model {
   // Adds the content a successful write of `entry` gave its records.
   static void collectVersions(const Entry &entry, Versions *versions) {
     if (entry.status != 0) return;
-    // Argument positions of (object ID, content) pairs, per call.
+    // Argument positions of (object ID, content) pairs, per call; a plain
+    // add or update logs the ID, then the content.
     static const std::map<std::string, std::vector<std::pair<int, int>>> written = {
-        {"svc.add", {{0, 2}, {1, 3}}},  {"svc.upd", {{0, 1}}},         {"kind.upd", {{0, 1}}},
-        {"srv.add", {{0, 1}}},          {"srv.upd", {{0, 1}}},         {"inst.add", {{2, 3}}},
-        {"inst.upd", {{0, 3}}},         {"usr.add", {{0, 1}}},         {"usr.upd", {{0, 1}}},
-        {"usvc.add", {{2, 4}, {3, 5}}}, {"uin.add", {{2, 4}, {3, 5}}}, {"uin.upd", {{0, 1}}},
-        {"addr.upd", {{0, 1}}},         {"rsp.add", {{0, 4}}},         {"rsp.upd", {{0, 1}}},
-        {"evc.add", {{0, 1}, {0, 2}}},  {"evc.upd", {{0, 1}}},         {"lnk.add", {{2, 3}}},
-        {"lnk.put", {{2, 3}}},          {"log.add", {{0, 1}}},         {"log.upd", {{0, 1}}}};
+        {"Notify_Services.add", {{0, 2}, {1, 3}}}, {"srv-add-installed", {{2, 3}}},
+        {"ServerInstService.upd", {{0, 3}}},       {"user-add-service", {{2, 4}, {3, 5}}},
+        {"UsrInst.add", {{2, 4}, {3, 5}}},         {"AlertResp_Table.add", {{0, 4}}},
+        {"EVENT_CLASS.add", {{0, 1}, {0, 2}}},     {"link-add", {{2, 3}}},
+        {"EVENT_RESP.add", {{2, 3}}}};
+    static const std::vector<std::pair<int, int>> plain = {{0, 1}};
     auto it = written.find(entry.op);
-    if (it == written.end()) return;
-    for (const auto &[idAt, hashAt] : it->second) {
+    const std::string &op = entry.op;
+    bool isPlain = op.ends_with(".add") || op.ends_with(".upd");
+    if (it == written.end() && !isPlain) return;
+    for (const auto &[idAt, hashAt] : it != written.end() ? it->second : plain) {
       Oid id{};
       Hash hash = 0;
       if (static_cast<std::size_t>(std::max(idAt, hashAt)) < entry.args.size() &&
@@ -91,13 +93,13 @@ class Model {
   }
   const std::map<Oid, ModelRecord> &records() const { return records_; }
 
-  // The live records of `table` whose relation `field` ('a' or 'b') is
-  // `value`, in the order they were added.
-  std::vector<std::pair<Oid, const ModelRecord *>> children(Table table, char field,
+  // The live records of `table` whose reference `ref` is `value`, in the
+  // order they were added.
+  std::vector<std::pair<Oid, const ModelRecord *>> children(Table table, int ref,
                                                             const Oid &value) const {
     std::vector<std::pair<Oid, const ModelRecord *>> found;
     for (const auto &[id, record] : records_) {
-      if (record.alive && record.table == table && (field == 'a' ? record.a : record.b) == value)
+      if (record.alive && record.table == table && record.digest.refs[ref] == value)
         found.emplace_back(id, &record);
     }
     std::sort(found.begin(), found.end(),
@@ -105,13 +107,13 @@ class Model {
     return found;
   }
 
-  // The relation field a key number of a child table enumerates by; 0 when
+  // The reference a key number of a child table enumerates by; -1 when
   // the key is not one of them.
-  static char fieldOfKey(Table table, std::uint32_t key) {
+  static int refOfKey(Table table, std::uint32_t key) {
     for (const Relation &r : kRelations) {
-      if (r.child == table && r.key == key) return r.field;
+      if (r.child == table && r.key == key) return r.ref;
     }
-    return 0;
+    return -1;
   }
 
  private:
@@ -142,8 +144,8 @@ class Model {
       return static_cast<std::uint32_t>(value);
     }
     Table table(std::size_t i) {
-      Table t = Table::User;
-      if (!tableFromName(arg(i), &t)) ok = false;
+      Table t = kUser;
+      if (!tableByName(arg(i), &t)) ok = false;
       return t;
     }
   };
@@ -165,12 +167,11 @@ class Model {
     return &it->second;
   }
 
-  std::string add(const Oid &id, Table table, int owner, Hash hash, Oid a = {}, Oid b = {},
-                  Oid c = {}, std::uint32_t flag = 0) {
+  std::string add(const Oid &id, Table table, int owner, Hash hash, Oid ref0 = {}, Oid ref1 = {},
+                  Oid ref2 = {}, std::uint32_t number = 0) {
     if (isZero(id)) return "a successful add logged no object ID";
     if (records_.count(id)) return "an add gave an object ID that was already used";
-    ModelRecord &record = records_[id];
-    record = ModelRecord{table, owner, true, hash, a, b, c, flag, ++seq_};
+    records_[id] = ModelRecord{table, owner, true, {hash, {ref0, ref1, ref2}, number}, ++seq_};
     return "";
   }
 
@@ -182,69 +183,24 @@ class Model {
     return live(id, table) ? 0 : kEngineNotFound;
   }
 
-  // The cascades, as the table classes carry them out.
-  void deleteResponse(const Oid &id) {
-    ModelRecord *response = mutableLive(id, Table::Response);
-    if (!response || (response->flag & kProtectedType)) return;
-    response->alive = false;
-    for (auto &[linkId, link] : records_) {
-      if (link.alive && link.table == Table::Link && link.b == id) link.alive = false;
-    }
+  // The cascades: what is stored is what is live.
+  const RecordDigest *stored(Table t, const Oid &id) const override {
+    const ModelRecord *r = live(id, t);
+    return r ? &r->digest : nullptr;
   }
-  void deleteResponsesWhere(const Oid *user, const Oid *service) {
-    std::vector<Oid> doomed;
-    for (const auto &[id, r] : records_) {
-      if (r.alive && r.table == Table::Response && (!user || r.a == *user) &&
-          (!service || r.b == *service))
-        doomed.push_back(id);
-    }
-    for (const Oid &id : doomed) deleteResponse(id);
+  std::vector<Oid> referring(Table t, int ref, const Oid &value) const override {
+    std::vector<Oid> ids;
+    for (const auto &[id, r] : children(t, ref, value)) ids.push_back(id);
+    return ids;
   }
-  void deleteInstance(const Oid &id) {
-    ModelRecord *instance = mutableLive(id, Table::Instance);
-    if (!instance) return;
-    instance->alive = false;
-    if (ModelRecord *address = mutableLive(instance->c, Table::Address)) address->alive = false;
-    Oid user = instance->a, service = instance->b;
-    deleteResponsesWhere(&user, &service);
-  }
-  void deleteInstancesWhere(char field, const Oid &value) {
-    for (const auto &[id, r] : children(Table::Instance, field, value)) deleteInstance(id);
-  }
-  void deleteUser(const Oid &id) {
-    deleteInstancesWhere('a', id);
-    deleteResponsesWhere(&id, nullptr);
-    if (ModelRecord *user = mutableLive(id, Table::User)) user->alive = false;
-  }
-  void deleteInstalled(const Oid &id) {
-    ModelRecord *installed = mutableLive(id, Table::Installed);
-    if (!installed) return;
-    Oid service = installed->b, settings = installed->c;
-    bool backup = installed->flag == CAlertSERV_INST_NTFY_SERVDB::kBackupServer;
-    installed->alive = false;
-    deleteResponsesWhere(nullptr, &service);
-    deleteInstancesWhere('b', service);
-    if (backup && live(service, Table::Service)) {
-      if (ModelRecord *row = mutableLive(settings, Table::SmtpService)) row->alive = false;
-    }
-  }
-  void deleteServer(const Oid &id) {
-    for (const auto &[installedId, r] : children(Table::Installed, 'a', id))
-      deleteInstalled(installedId);
-    if (ModelRecord *server = mutableLive(id, Table::Server)) server->alive = false;
-  }
-  void deleteEventClass(const Oid &id) {
-    ModelRecord *eventClass = mutableLive(id, Table::EventClass);
-    if (!eventClass) return;
-    eventClass->alive = false;
-    for (auto &[linkId, link] : records_) {
-      if (link.alive && link.table == Table::Link && link.a == id) link.alive = false;
-    }
-  }
+  void erase(Table t, const Oid &id) override { mutableLive(id, t)->alive = false; }
+  void unregister(Table, const Oid &) override {}
 
   bool linked(const Oid &eventClass, const Oid &response) const {
     for (const auto &[id, r] : records_) {
-      if (r.alive && r.table == Table::Link && r.a == eventClass && r.b == response) return true;
+      if (r.alive && r.table == kLink && r.digest.refs[0] == eventClass &&
+          r.digest.refs[1] == response)
+        return true;
     }
     return false;
   }
@@ -257,7 +213,7 @@ class Model {
     if (record && record->owner == owner) {
       if (!record->alive || record->table != table)
         return "delivered " + oidText(id) + ", which this thread deleted";
-      if (record->hash != hash)
+      if (record->hash() != hash)
         return "delivered " + oidText(id) + " with content other than this thread last wrote";
       return "";
     }
@@ -277,112 +233,94 @@ class Model {
     if (op == "problem") return "the worker found a fault";
     if (op == "lock" || op == "unlock" || op == "rlock" || op == "runlock") return expect(s, 0);
 
-    if (op == "svc.add") {
+    Table table;
+    if (op == "Notify_Services.add") {
       Oid id = in.oid(0), settings = in.oid(1);
       if ((problem = expect(s, 0)).size()) return problem;
-      if ((problem = add(settings, Table::SmtpService, owner, in.hash(3))).size()) return problem;
-      return add(id, Table::Service, owner, in.hash(2), {}, {}, settings);
+      if ((problem = add(settings, kKindSmtp, owner, in.hash(3))).size()) return problem;
+      return add(id, kCatalogue, owner, in.hash(2), settings, {}, {}, kSmtpType);
     }
-    Table table;
-    if (opOn(op, "upd",
-             {Table::Service, Table::SmtpService, Table::Server, Table::User, Table::Instance,
-              Table::Address, Table::Response, Table::EventClass, Table::LogEntry},
-             &table)) {
+    if (op == "ServerInstService.upd") {
       Oid id = in.oid(0);
-      if ((problem = expect(s, updateStatus(id, table))).size()) return problem;
-      if (s == 0) mutableLive(id, table)->hash = in.hash(1);
-      return "";
-    }
-    if (op == "inst.upd") {
-      Oid id = in.oid(0);
-      if ((problem = expect(s, updateStatus(id, Table::Installed))).size()) return problem;
+      if ((problem = expect(s, updateStatus(id, kInstalled))).size()) return problem;
       if (s == 0) {
-        ModelRecord *r = mutableLive(id, Table::Installed);
-        r->flag = in.number(1);
-        r->c = in.oid(2);
-        r->hash = in.hash(3);
+        RecordDigest &d = mutableLive(id, kInstalled)->digest;
+        d.number = in.number(1);
+        d.refs[2] = in.oid(2);
+        d.body = in.hash(3);
       }
       return "";
     }
+    if (opOn(op, "upd",
+             {kCatalogue, kKindSmtp, kServer, kUser, kInstance, kAddrSmtp, kResponse, kEventClass,
+              kLog},
+             &table)) {
+      Oid id = in.oid(0);
+      if ((problem = expect(s, updateStatus(id, table))).size()) return problem;
+      if (s == 0) mutableLive(id, table)->digest.body = in.hash(1);
+      return "";
+    }
+    if (op == "UsrInst.del") {
+      Oid id = in.oid(0);
+      // The instance is read first; a missing one is the table's not-found.
+      if ((problem = expect(s, updateStatus(id, kInstance))).size()) return problem;
+      if (s == 0) deleteRecord(kInstance, id);
+      return "";
+    }
     if (opOn(op, "del",
-             {Table::Service, Table::Server, Table::Installed, Table::User, Table::Response,
-              Table::EventClass, Table::Link, Table::LogEntry},
+             {kCatalogue, kServer, kInstalled, kUser, kResponse, kEventClass, kLink, kLog},
              &table)) {
       Oid id = in.oid(0);
       std::uint32_t wanted = deleteStatus(id, table);
       const ModelRecord *r = live(id, table);
-      if (table == Table::Response && r && (r->flag & kProtectedType)) wanted = ALRT_E_PROTECTED;
+      if (table == kResponse && r && (r->digest.number & kProtectedResponse))
+        wanted = ALRT_E_PROTECTED;
       if ((problem = expect(s, wanted)).size()) return problem;
       // A user's and a server's dependents go before the record itself, even
       // when it is not stored.
-      if (s != 0 && table != Table::User && table != Table::Server) return "";
-      switch (table) {
-        case Table::Server:
-          deleteServer(id);
-          break;
-        case Table::Installed:
-          deleteInstalled(id);
-          break;
-        case Table::User:
-          deleteUser(id);
-          break;
-        case Table::Response:
-          deleteResponse(id);
-          break;
-        case Table::EventClass:
-          deleteEventClass(id);
-          break;
-        default:
-          mutableLive(id, table)->alive = false;
-      }
+      if (s == 0 || table == kUser || table == kServer) deleteRecord(table, id);
       return "";
     }
-    if (op == "uin.del") {
-      Oid id = in.oid(0);
-      // The instance is read first; a missing one is the table's not-found.
-      if ((problem = expect(s, updateStatus(id, Table::Instance))).size()) return problem;
-      if (s == 0) deleteInstance(id);
-      return "";
-    }
-    if (opOn(op, "add", {Table::Server, Table::User, Table::EventClass, Table::LogEntry},
-             &table)) {
-      if ((problem = expect(s, 0)).size()) return problem;
-      return add(in.oid(0), table, owner, in.hash(1));
-    }
-    if (op == "inst.add") {
+    if (op == "srv-add-installed") {
       Oid server = in.oid(0), service = in.oid(1), id = in.oid(2);
-      if ((problem = expect(s, live(server, Table::Server) ? 0 : ALRT_E_NOTFOUND)).size())
+      if ((problem = expect(s, live(server, kServer) ? 0 : ALRT_E_NOTFOUND)).size())
         return problem;
       if (s != 0) return "";
-      return add(id, Table::Installed, owner, in.hash(3), server, service);
+      return add(id, kInstalled, owner, in.hash(3), service, server);
     }
-    if (op == "usvc.add" || op == "uin.add") {
+    if (op == "user-add-service" || op == "UsrInst.add") {
       Oid user = in.oid(0), service = in.oid(1), id = in.oid(2), address = in.oid(3);
       // Only the add through the user checks that the user exists.
-      std::uint32_t wanted = op == "uin.add" || live(user, Table::User) ? 0 : ALRT_E_NOTFOUND;
+      std::uint32_t wanted = op == "UsrInst.add" || live(user, kUser) ? 0 : ALRT_E_NOTFOUND;
       if ((problem = expect(s, wanted)).size()) return problem;
       if (s != 0) return "";
-      if ((problem = add(address, Table::Address, owner, in.hash(5))).size()) return problem;
-      return add(id, Table::Instance, owner, in.hash(4), user, service, address);
+      if ((problem = add(address, kAddrSmtp, owner, in.hash(5))).size()) return problem;
+      return add(id, kInstance, owner, in.hash(4), user, service, address, kSmtpType);
     }
-    if (op == "rsp.add") {
+    if (op == "AlertResp_Table.add") {
       Oid id = in.oid(0), user = in.oid(1), service = in.oid(2);
       std::uint32_t type = in.number(3);
-      std::uint32_t wanted = (type & kServiceResponseType) && !live(service, Table::Service)
-                                 ? ALRT_E_NOSERVICETYPE
-                                 : 0;
+      std::uint32_t wanted =
+          (type & kServiceResponseType) && !live(service, kCatalogue) ? ALRT_E_NOSERVICETYPE : 0;
       if ((problem = expect(s, wanted)).size()) return problem;
       if (s != 0) return "";
-      return add(id, Table::Response, owner, in.hash(4), user, service, {}, type);
+      return add(id, kResponse, owner, in.hash(4), user, service, {}, type);
     }
-    if (op == "lnk.add" || op == "lnk.put") {
+    if (op == "link-add" || op == "EVENT_RESP.add") {
       Oid eventClass = in.oid(0), response = in.oid(1), id = in.oid(2);
       std::uint32_t wanted = linked(eventClass, response) ? ALRT_E_LINKEXISTS : 0;
       // The add through the event class reads the class first.
-      if (op == "lnk.add" && !live(eventClass, Table::EventClass)) wanted = ALRT_E_NOTFOUND;
+      if (op == "link-add" && !live(eventClass, kEventClass)) wanted = ALRT_E_NOTFOUND;
       if ((problem = expect(s, wanted)).size()) return problem;
       if (s != 0) return "";
-      return add(id, Table::Link, owner, in.hash(3), eventClass, response);
+      return add(id, kLink, owner, in.hash(3), eventClass, response);
+    }
+    if (opOn(op, "add", {kServer, kUser, kEventClass, kLog}, &table)) {
+      Oid id = in.oid(0);
+      // An add of an ID a stored record has fails.
+      if ((problem = expect(s, live(id, table) ? ALRT_E_ADDFAILED : 0)).size()) return problem;
+      if (s != 0) return "";
+      return add(id, table, owner, in.hash(1));
     }
     if (op == "get") {
       Table table = in.table(0);
@@ -390,7 +328,7 @@ class Model {
       const ModelRecord *r = live(id, table);
       if ((problem = expect(s, r ? 0 : ALRT_E_NOTFOUND)).size()) return problem;
       if (r && r->owner != owner) return "a read of a record of another thread logged as own";
-      if (r && in.hash(2) != r->hash) return "read content other than this thread last wrote";
+      if (r && in.hash(2) != r->hash()) return "read content other than this thread last wrote";
       return "";
     }
     if (op == "get.any") {
@@ -402,11 +340,11 @@ class Model {
     }
     if (op == "kids") {
       Table table = in.table(0);
-      char field = fieldOfKey(table, in.number(1));
+      int ref = refOfKey(table, in.number(1));
       Oid value = in.oid(2);
-      if (!field) return "no relation for that key";
+      if (ref < 0) return "no relation for that key";
       if (s != 0 && s != ALRT_E_NOTFOUND) return "status " + statusText(s) + " enumerating";
-      auto wanted = children(table, field, value);
+      auto wanted = children(table, ref, value);
       std::size_t count = e.args.size() - 3;
       if (count != wanted.size())
         return "enumerated " + std::to_string(count) + " records of this thread's, " +
@@ -418,7 +356,7 @@ class Model {
         if (id != wanted[i].first)
           return "record " + std::to_string(i) + " is " + oidText(id) + ", not " +
                  oidText(wanted[i].first) + " (insertion order)";
-        if (hash != wanted[i].second->hash)
+        if (hash != wanted[i].second->hash())
           return "record " + oidText(id) + " holds content other than this thread last wrote";
       }
       return "";
@@ -440,7 +378,7 @@ class Model {
       bool registered = s == 0 && in.arg(2) == "1";
       if (r && !registered) return "stored, but the object manager does not know it as one";
       // Whether a deleted user's instance goes is not settled; a log entry's stays.
-      if (!r && table == Table::EventClass && s == 0)
+      if (!r && table == kEventClass && s == 0)
         return "deleted, but the object manager still knows it";
       return "";
     }

@@ -21,9 +21,22 @@
 #include <string>
 #include <vector>
 
-#include "reliability/crash/crash_tables.h"
+#include "reliability/harness_catalogue.h"
 
 namespace crash {
+
+using namespace harness;
+
+// Object IDs the writer makes carry its slot in their last two bytes, so that
+// two writers on one directory each know their own records.
+inline constexpr unsigned char kSlotMark = 0xC7;
+inline int slotOfId(const Id &id) { return id[14] == kSlotMark && id[15] < 2 ? id[15] : -1; }
+
+// The writer slot a record belongs to, -1 when it belongs to neither.
+inline int slotOfRecord(Table table, const void *record) {
+  int ref = tableInfo(table).ownerRef;
+  return slotOfId(idOfRecord(static_cast<const unsigned char *>(record) + (ref >= 0 ? ref : 0)));
+}
 
 struct RecordToken {
   Table table = kTableCount;

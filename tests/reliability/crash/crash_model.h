@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "reliability/crash/crash_lines.h"
-#include "reliability/crash/crash_tables.h"
+#include "reliability/harness_cascades.h"
 
 namespace crash {
 
@@ -105,17 +105,8 @@ inline std::string keyText(const RecordKey &key) {
          (isPlaceholder(key.id) ? "(ID made by the library)" : idText(key.id));
 }
 
-inline Id classOf(Table t) {
-  return idOf(t == kEventClass ? platform::kClassIdEventClass
-              : t == kLog      ? platform::kClassIdEventLog
-                               : platform::kClassIdUser);
-}
-inline bool isMirrored(Table t) {
-  return t == kEventClass || t == kLog || t == kUser || t == kUserObject;
-}
-
 // Replays calls of the writer on a world, step by step.
-class Simulation {
+class Simulation : public CascadeStore {
  public:
   // `autoPurge`: the purge settings make flag 8 purge acknowledged entries.
   explicit Simulation(World world, bool autoPurge = true)
@@ -161,8 +152,8 @@ class Simulation {
       deleteRecord(t, id);
     } else if (op == "link-add") {
       if (records.size() != 1) return fail(error, "bad arguments");
-      for (const RecordKey &key : withRef(kLink, 0, records[0].digest.refs[0])) {
-        if (world_.records.at(key).digest.refs[1] == records[0].digest.refs[1]) {
+      for (const Id &link : referring(kLink, 0, records[0].digest.refs[0])) {
+        if (world_.find(kLink, link)->digest.refs[1] == records[0].digest.refs[1]) {
           return fail(error, "linked a pair that should be linked already");
         }
       }
@@ -222,127 +213,38 @@ class Simulation {
     }
   }
 
-  void remove(Table t, const Id &id) {
-    if (world_.find(t, id)) change({Change::kDelete, {t, id}, {}, {}});
+  const RecordDigest *stored(Table t, const Id &id) const override {
+    const StoredRecord *r = world_.find(t, id);
+    return r ? &r->digest : nullptr;
+  }
+  std::vector<Id> referring(Table t, int ref, const Id &value) const override {
+    return inOrder(t, [&](const RecordDigest &d) { return d.refs[ref] == value; });
+  }
+  void erase(Table t, const Id &id) override { change({Change::kDelete, {t, id}, {}, {}}); }
+  void unregister(Table t, const Id &id) override {
+    if (world_.instances.count(id)) change({Change::kUnregister, {t, id}, {}, {}});
   }
 
-  // The records of table t whose reference `ref` is `value`, in the order a
-  // walk on that key meets them.
-  std::vector<RecordKey> withRef(Table t, int ref, const Id &value) const {
-    std::vector<std::pair<std::pair<std::uint64_t, std::uint64_t>, RecordKey>> found;
+  // The records of table t that `match`, in the order of their sort key
+  // and insertion.
+  template <class Match>
+  std::vector<Id> inOrder(Table t, Match match) const {
+    std::vector<std::pair<std::pair<std::uint64_t, std::uint64_t>, Id>> found;
     for (auto it = world_.records.lower_bound({t, Id{}});
          it != world_.records.end() && it->first.table == t; ++it) {
-      if (it->second.digest.refs[ref] == value) {
-        found.push_back({{it->second.digest.sort, it->second.order}, it->first});
-      }
+      if (match(it->second.digest))
+        found.push_back({{it->second.digest.sort, it->second.order}, it->first.id});
     }
-    std::sort(found.begin(), found.end(),
-              [](const auto &a, const auto &b) { return a.first < b.first; });
-    std::vector<RecordKey> keys;
-    for (const auto &f : found) keys.push_back(f.second);
-    return keys;
-  }
-
-  void deleteRecord(Table t, const Id &id) {
-    switch (t) {
-      case kEventClass:
-        return deleteEventClass(id);
-      case kResponse:
-        return deleteResponse(id);
-      case kUser:
-        return deleteUser(id);
-      case kInstance:
-        return deleteInstance(id);
-      case kServer:
-        return deleteServer(id);
-      case kInstalled:
-        return deleteInstalled(id);
-      case kUserObject:
-        remove(t, id);
-        if (world_.instances.count(id)) change({Change::kUnregister, {t, id}, {}, {}});
-        return;
-      default:
-        return remove(t, id);
-    }
-  }
-
-  // The event class, then its links, then its object manager instance.
-  void deleteEventClass(const Id &id) {
-    remove(kEventClass, id);
-    for (const RecordKey &link : withRef(kLink, 0, id)) remove(link.table, link.id);
-    if (world_.instances.count(id)) change({Change::kUnregister, {kEventClass, id}, {}, {}});
-  }
-
-  // Protected responses stay; otherwise the response, then its links.
-  void deleteResponse(const Id &id) {
-    const StoredRecord *response = world_.find(kResponse, id);
-    if (!response || (response->digest.number & kProtectedResponse)) return;
-    remove(kResponse, id);
-    for (const RecordKey &link : withRef(kLink, 1, id)) remove(link.table, link.id);
-  }
-
-  // The instance, its address record, then the user's responses through
-  // its service.
-  void deleteInstance(const Id &id) {
-    const StoredRecord *found = world_.find(kInstance, id);
-    if (!found) return;
-    RecordDigest instance = found->digest;
-    remove(kInstance, id);
-    Table addressTable = addressTableOfType(instance.number);
-    if (addressTable != kTableCount) remove(addressTable, instance.refs[2]);
-    for (const RecordKey &response : withRef(kResponse, 0, instance.refs[0])) {
-      const StoredRecord *r = world_.find(kResponse, response.id);
-      if (r && r->digest.refs[1] == instance.refs[1]) deleteResponse(response.id);
-    }
-  }
-
-  // Its instances, its remaining responses, then the user. Its object
-  // manager instance stays.
-  void deleteUser(const Id &id) {
-    for (const RecordKey &instance : withRef(kInstance, 0, id)) deleteInstance(instance.id);
-    for (const RecordKey &response : withRef(kResponse, 0, id)) deleteResponse(response.id);
-    remove(kUser, id);
-  }
-
-  // The responses and instances of its service, the service's own settings
-  // for a backup server's record, then the installed record.
-  void deleteInstalled(const Id &id) {
-    const StoredRecord *found = world_.find(kInstalled, id);
-    if (found) {
-      RecordDigest installed = found->digest;
-      for (const RecordKey &response : withRef(kResponse, 1, installed.refs[0])) {
-        deleteResponse(response.id);
-      }
-      for (const RecordKey &instance : withRef(kInstance, 1, installed.refs[0])) {
-        deleteInstance(instance.id);
-      }
-      const StoredRecord *service = world_.find(kCatalogue, installed.refs[0]);
-      if (installed.number == CAlertSERV_INST_NTFY_SERVDB::kBackupServer && service) {
-        Table kindRecord = kindTableOfType(service->digest.number);
-        if (kindRecord != kTableCount) remove(kindRecord, installed.refs[2]);
-      }
-    }
-    remove(kInstalled, id);
-  }
-
-  void deleteServer(const Id &id) {
-    for (const RecordKey &installed : withRef(kInstalled, 1, id)) deleteInstalled(installed.id);
-    remove(kServer, id);
+    std::sort(found.begin(), found.end());
+    std::vector<Id> ids;
+    for (const auto &f : found) ids.push_back(f.second);
+    return ids;
   }
 
   // Acknowledged entries, in the order of their time.
   void purgeAcknowledged() {
-    std::vector<RecordKey> entries;
-    std::vector<std::pair<std::pair<std::uint64_t, std::uint64_t>, RecordKey>> found;
-    for (auto it = world_.records.lower_bound({kLog, Id{}});
-         it != world_.records.end() && it->first.table == kLog; ++it) {
-      if (it->second.digest.number == 1) {
-        found.push_back({{it->second.digest.sort, it->second.order}, it->first});
-      }
-    }
-    std::sort(found.begin(), found.end(),
-              [](const auto &a, const auto &b) { return a.first < b.first; });
-    for (const auto &f : found) remove(kLog, f.second.id);
+    for (const Id &id : inOrder(kLog, [](const RecordDigest &d) { return d.number == 1; }))
+      erase(kLog, id);
   }
 
   World world_;

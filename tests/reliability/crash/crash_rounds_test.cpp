@@ -32,7 +32,6 @@
 #include "alertdb.h"
 #include "reliability/crash/crash_model.h"
 #include "reliability/crash/crash_store_reader.h"
-#include "reliability/crash/crash_tables.h"
 #include "reliability/crash/crash_writer_log.h"
 #include "support/child_process.h"
 #include "support/test_environment.h"
@@ -55,14 +54,7 @@ Id anId(int n) {
 
 RecordDigest content(std::uint64_t body, Id a = {}, Id b = {}, Id c = {}, std::uint32_t number = 0,
                      std::uint64_t sort = 0) {
-  RecordDigest d;
-  d.body = body;
-  d.refs[0] = a;
-  d.refs[1] = b;
-  d.refs[2] = c;
-  d.number = number;
-  d.sort = sort;
-  return d;
+  return {body, {a, b, c}, number, sort};
 }
 
 std::string rec(Table t, const Id &id, const RecordDigest &d) { return formatRecord(t, &id, d); }

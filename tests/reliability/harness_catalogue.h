@@ -1,14 +1,19 @@
-// The tables the crash writer works on, and what the writer and the test
-// both compute of a record: a digest of everything after its object ID, the
-// object IDs the cascades follow and the numbers they look at. The writer
-// announces records by their digest; the test digests what it reads back.
+// Every table of the alerting data as the reliability harnesses see it: its
+// class, data file, the object IDs the cascades follow and the number they
+// look at; and what a harness computes of a record: a digest of everything
+// after its object ID with those references and numbers.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
+#include <span>
+#include <tuple>
+#include <type_traits>
 #include <utility>
 
 #define XXH_INLINE_ALL
@@ -17,7 +22,7 @@
 #include "alertdb.h"
 #include "reliability/harness_tables.h"
 
-namespace crash {
+namespace harness {
 
 // The data files, in the order a batch locks and unlocks them.
 enum DataFile : int {
@@ -80,11 +85,6 @@ enum Table : int {
   kTableCount
 };
 
-using harness::guidOf;
-using harness::Id;
-using harness::idOf;
-using harness::isZero;
-
 inline std::string idText(const Id &id) { return platform::GuidToString(guidOf(id)); }
 inline bool parseId(const std::string &text, Id *id) {
   _GUID guid;
@@ -92,11 +92,6 @@ inline bool parseId(const std::string &text, Id *id) {
   *id = idOf(guid);
   return true;
 }
-
-// Object IDs the writer makes carry its slot in their last two bytes, so that
-// two writers on one directory each know their own records.
-inline constexpr unsigned char kSlotMark = 0xC7;
-inline int slotOfId(const Id &id) { return id[14] == kSlotMark && id[15] < 2 ? id[15] : -1; }
 
 struct Number {
   int offset = -1;
@@ -230,7 +225,7 @@ inline bool tableByName(const std::string &name, Table *table) {
 }
 
 // The table classes, in the order of enum Table.
-using TableClasses = harness::TypeList<
+using TableClasses = TypeList<
     CAlert_SRV_CFGDB, CAlertSERV_TRAPListDB, CAlertSERV_AUTOPINGDB, CAlertSERV_MODEMDB,
     CAlertSERV_INST_NTFY_SERVDB, CAlert_EXTAGT_CFGDB, CAlertAGNT_SERV_RELDB, CAlertSERV_AGNT_RELDB,
     CAlertMODEM_LOCATIONDB, CAlertAPAGE_SERVICE_PROVIDERDB, CAlertNtfyServDB, CAlertMHSNtfyServDB,
@@ -252,8 +247,8 @@ inline Table kindTableOfType(std::uint32_t type) {
   return type <= 16 ? byType[type] : kTableCount;
 }
 inline Table addressTableOfType(std::uint32_t type) {
-  for (int i = 0; i < harness::kAddressKindCount; ++i) {
-    if (harness::kAddressKinds[i].type == type) return static_cast<Table>(kAddrMhs + i);
+  for (int i = 0; i < kAddressKindCount; ++i) {
+    if (kAddressKinds[i].type == type) return static_cast<Table>(kAddrMhs + i);
   }
   return kTableCount;
 }
@@ -292,27 +287,164 @@ inline Id idOfRecord(const void *record) {
   return id;
 }
 
-// The writer slot a record belongs to, -1 when it belongs to neither.
-inline int slotOfRecord(Table table, const void *record) {
-  const TableInfo &info = tableInfo(table);
-  Id owner{};
-  std::memcpy(owner.data(),
-              static_cast<const unsigned char *>(record) + (info.ownerRef >= 0 ? info.ownerRef : 0),
-              16);
-  return slotOfId(owner);
-}
-
-using harness::Exposed;
-using harness::RecordOf;
-using harness::TableType;
-
 // Calls fn with TableType<C>, C the table class of t.
 template <class Fn>
 void withTableType(Table t, Fn &&fn) {
-  harness::withElement(TableClasses{}, static_cast<std::size_t>(t), fn);
+  withElement(TableClasses{}, static_cast<std::size_t>(t), fn);
+}
+
+// The table through which a harness locks each data file; the handles of one
+// thread on a file share its lock.
+inline constexpr Table kLockedThrough[kDataFileCount] = {kServer,    kProvider, kCatalogue, kEventClass,
+                                                         kLog,       kResponse, kUser};
+
+template <class... T>
+std::tuple<Exposed<T>...> exposedOf(std::tuple<TableType<T>...>);
+
+// One object of every table class, reached by kind.
+class Tables {
+ public:
+  template <Table t>
+  auto &get() {
+    return std::get<t>(all_);
+  }
+  // Calls fn with the table object of t.
+  template <class Fn>
+  void with(Table t, Fn &&fn) {
+    withElement(all_, static_cast<std::size_t>(t), fn);
+  }
+  // Opens the tables of `which` with `open` (DBOpen when none); the first
+  // failure's status, else 0.
+  template <class Open>
+  std::uint32_t open(std::span<const Table> which, Open open) {
+    std::uint32_t first = 0;
+    for (Table t : which) with(t, [&](auto &table) { first = first ? first : open(table); });
+    return first;
+  }
+  std::uint32_t openAll() {
+    std::uint32_t first = 0;
+    for (int t = 0; t < kTableCount; ++t)
+      with(static_cast<Table>(t), [&](auto &table) { first = first ? first : table.DBOpen(); });
+    return first;
+  }
+  KEPDB *lockHandle(DataFile f) {
+    KEPDB *handle = nullptr;
+    with(kLockedThrough[f], [&](auto &table) { handle = table.handle(); });
+    return handle;
+  }
+
+ private:
+  decltype(exposedOf(TableClasses{})) all_;
+};
+
+// Walks a table in the order of `key` from the records whose key starts with
+// `size` bytes of `value` (all of them for 0) and hands each to `visit`
+// until it returns false; the status that ended the walk (ALRT_E_NOTFOUND at
+// the end, 0 when `visit` stopped it).
+template <class TableObject, class Record, class Visit>
+std::uint32_t walk(TableObject &table, std::uint32_t key, const Id *value, Record &record,
+                   Visit visit) {
+  Id start = value ? *value : Id{};
+  std::uint32_t status =
+      table.DBAlertRecFindFirst(key, value ? 16 : 0, value ? start.data() : nullptr, &record);
+  for (; status == 0; status = table.DBAlertRecFindNext(&record)) {
+    if (!visit(record)) return 0;
+  }
+  return status;
+}
+
+// Hands every record of table t to visit(id, record), in the order of the
+// object-ID key, each read again by its ID through a second table object:
+// both must succeed and agree. Empty, or what went wrong.
+template <class Visit>
+std::string readRecords(Table t, Visit visit) {
+  std::string error;
+  withTableType(t, [&](auto type) {
+    using T = typename decltype(type)::type;
+    using R = RecordOf<T>;
+    Exposed<T> walker;
+    T reader;
+    std::uint32_t status = walker.DBOpen();
+    if (status == 0) status = reader.DBOpen();
+    if (status != 0) {
+      error = std::string(tableInfo(t).name) + " does not open: " + AlertDBStatusName(status);
+      return;
+    }
+    auto walked = std::make_unique<R>();
+    auto read = std::make_unique<R>();
+    std::string what;
+    status = walk(walker, walker.idKey(), nullptr, *walked, [&](const R &) {
+      Id id = idOfRecord(walked.get());
+      what = std::string(tableInfo(t).name) + " " + idText(id);
+      std::memset(static_cast<void *>(read.get()), 0, sizeof(R));
+      _GUID guid = guidOf(id);
+      if (std::uint32_t r = reader.DBAlertRecRetrieve(&guid, read.get())) {
+        error = what + " was walked to but does not read: " + AlertDBStatusName(r);
+        return false;
+      }
+      if (std::memcmp(walked.get(), read.get(), sizeof(R)) != 0) {
+        error = what + " reads otherwise by its ID than in the walk";
+        return false;
+      }
+      visit(id, static_cast<const void *>(read.get()));
+      return true;
+    });
+    if (error.empty() && status != ALRT_E_NOTFOUND)
+      error = std::string("the walk of ") + tableInfo(t).name + " ended with " +
+              AlertDBStatusName(status);
+  });
+  return error;
+}
+
+// Rewrites the field an update changes (TableInfo::scribble): `text`, cut to
+// the field, or `number`.
+inline void scribble(Table t, void *record, const std::string &text, std::uint32_t number) {
+  const Scribble &s = tableInfo(t).scribble;
+  if (s.offset < 0) return;
+  unsigned char *field = static_cast<unsigned char *>(record) + s.offset;
+  if (!s.text) {
+    std::memcpy(field, &number, 4);
+    return;
+  }
+  std::memset(field, 0, static_cast<std::size_t>(s.size));
+  std::memcpy(field, text.data(), std::min(text.size(), static_cast<std::size_t>(s.size - 1)));
+}
+
+// The colour the event tables derive from a severity.
+inline unsigned char colourOf(std::uint32_t severity) {
+  static const unsigned char colours[] = {0, 3, 2, 1};
+  return severity < 4 ? colours[severity] : 0;
+}
+
+// Sets what the library derives when it stores an event class or a log
+// entry, so that what is stored is what the caller gave.
+template <class R>
+void derive(R &r) {
+  if constexpr (std::is_same_v<R, ALRTEVENT_CLASSREC>) {
+    r.SeverityColor = colourOf(r.Severity);
+    r.Icon = r.KEPOID;
+  } else if constexpr (std::is_same_v<R, ALRTEVENT_LOGREC>) {
+    r.SeverityColor = colourOf(r.Severity);
+    r.Icon = r.EventClass_OID;
+  }
+}
+inline void derive(Table t, void *record) {
+  if (t == kEventClass) derive(*static_cast<ALRTEVENT_CLASSREC *>(record));
+  if (t == kLog) derive(*static_cast<ALRTEVENT_LOGREC *>(record));
+}
+
+// The tables whose records the object manager knows as instances, and the
+// class of each.
+inline bool isMirrored(Table t) {
+  return t == kEventClass || t == kLog || t == kUser || t == kUserObject;
+}
+inline Id classOf(Table t) {
+  return idOf(t == kEventClass ? platform::kClassIdEventClass
+              : t == kLog      ? platform::kClassIdEventLog
+                               : platform::kClassIdUser);
 }
 
 // The response type bit that protects a response from deletion.
 inline constexpr std::uint32_t kProtectedResponse = 0x4000;
 
-}  // namespace crash
+}  // namespace harness
