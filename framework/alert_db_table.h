@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "framework/alert_status.h"
 #include "platform/export.h"
@@ -119,8 +120,13 @@ class ALERTDB_API CAlertDBTable {
   void ComposePath();
   void Release();
   std::uint32_t FindById(const _GUID *id);
-  // Reads go straight to the caller's record; the record buffer is brought
-  // up to date only before its own next use.
+  // A large record is read straight to the caller's record, and the record
+  // buffer brought up to date only before its own next use; a small one goes
+  // through the buffer and is copied out, which costs less than keeping it owed.
+  static constexpr bool kReadsStraight = sizeof(REC) > 1024;
   platform::RecordCopy CopyTo(REC *record) { return {m_pRecordBuffer, sizeof(REC), record}; }
+  void TakeRead(REC *record) {
+    if constexpr (!kReadsStraight) std::memcpy(record, m_pRecordBuffer, sizeof(REC));
+  }
   REC *SettledRecordBuffer();
 };

@@ -401,9 +401,10 @@ std::uint32_t CAlertDBTable<REC>::DBAlertRecRetrieve(_GUID *id, REC *record) {
   }
   if (IsReady() != 0) return ALRT_E_NOTOPEN;
   if (FindById(reinterpret_cast<const _GUID *>(record)) != 0) return ALRT_E_NOTFOUND;
-  if (alertdb_internal::low16(platform::QDBRecordReadCopy(m_hTable, CopyTo(record))) != 0) {
-    return ALRT_E_READFAILED;
-  }
+  std::uint32_t r = kReadsStraight ? platform::QDBRecordReadCopy(m_hTable, CopyTo(record))
+                                   : platform::QDBRecordRead(m_hTable);
+  if (alertdb_internal::low16(r) != 0) return ALRT_E_READFAILED;
+  TakeRead(record);
   return 0;
 }
 
@@ -420,22 +421,34 @@ std::uint32_t CAlertDBTable<REC>::DBAlertRecFindFirst(std::uint32_t key, std::ui
   if (IsReady() != 0) return ALRT_E_NOTOPEN;
   if ((keyLength != 0 && !keyValue) || !record) return ALRT_E_INVALIDPARAM;
   m_nEnumKey = key;
-  std::uint32_t r = keyValue ? platform::QDBRecordFindAndReadCopy(m_hTable, key, keyValue, 1,
-                                                                  keyLength, CopyTo(record))
-                             : platform::QDBRecordSkipAndReadCopy(
-                                   m_hTable, key, platform::kSkipFirst, CopyTo(record));
-  return alertdb_internal::low16(r) != 0 ? ALRT_E_NOTFOUND : 0;
+  std::uint32_t r;
+  if (keyValue) {
+    r = kReadsStraight ? platform::QDBRecordFindAndReadCopy(m_hTable, key, keyValue, 1, keyLength,
+                                                            CopyTo(record))
+                       : platform::QDBRecordFindAndRead(m_hTable, key, keyValue, 1, keyLength);
+  } else {
+    r = kReadsStraight ? platform::QDBRecordSkipAndReadCopy(m_hTable, key, platform::kSkipFirst,
+                                                            CopyTo(record))
+                       : platform::QDBRecordSkipAndRead(m_hTable, key, platform::kSkipFirst);
+  }
+  if (alertdb_internal::low16(r) != 0) return ALRT_E_NOTFOUND;
+  TakeRead(record);
+  return 0;
 }
 
 template <class REC>
 std::uint32_t CAlertDBTable<REC>::DBAlertRecFindNext(REC *record) {
   if (IsReady() != 0) return ALRT_E_NOTOPEN;
   if (!record) return ALRT_E_INVALIDPARAM;
-  if (alertdb_internal::low16(platform::QDBRecordSkipAndReadCopy(
-          m_hTable, m_nEnumKey, platform::kSkipNext, CopyTo(record))) != 0) {
+  std::uint32_t r = kReadsStraight
+                        ? platform::QDBRecordSkipAndReadCopy(m_hTable, m_nEnumKey,
+                                                             platform::kSkipNext, CopyTo(record))
+                        : platform::QDBRecordSkipAndRead(m_hTable, m_nEnumKey, platform::kSkipNext);
+  if (alertdb_internal::low16(r) != 0) {
     std::memset(record, 0, sizeof(REC));
     return ALRT_E_NOTFOUND;
   }
+  TakeRead(record);
   return 0;
 }
 

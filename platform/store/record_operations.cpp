@@ -41,9 +41,8 @@ struct Destination {
 
 inline Destination boundStorage(const Handle &h) { return {h.segments.data(), h.segments.size()}; }
 
-// The caller's copy, where the fields bound inside its buffer fill it and
-// the record is large; otherwise the bound storage, and the buffer is copied
-// after.
+// The caller's copy, where the fields bound inside its buffer fill it;
+// otherwise the bound storage, and the buffer is copied after.
 inline Destination copyOf(Handle &h, const RecordCopy &to) {
   auto *buffer = static_cast<const unsigned char *>(to.buffer);
   CopyPlan &plan = h.copyPlan;

@@ -87,7 +87,7 @@ struct CopyPlan {
   const unsigned char *buffer = nullptr;
   std::size_t size = 0;
   // Reads go straight to the copy: the fields bound inside the buffer fill
-  // it exactly, and the record is large enough for that to pay.
+  // it exactly (else they go to the buffer, which is copied after).
   bool straight = false;
   std::vector<Run> runs;
   unsigned char *copy = nullptr;     // the copy of the last call

@@ -147,10 +147,6 @@ std::uint32_t bindTable(Handle &h, std::shared_ptr<TableHandle> table,
   return QDB_OK;
 }
 
-// Records up to this size are read into the buffer and copied: cheaper than
-// keeping their stored form owed.
-constexpr std::size_t kStraightReadSize = 1024;
-
 void planCopy(Handle &h, const unsigned char *buffer, std::size_t size) {
   CopyPlan &plan = h.copyPlan;
   h.owing = false;  // owed to another buffer
@@ -183,7 +179,7 @@ void planCopy(Handle &h, const unsigned char *buffer, std::size_t size) {
       plan.runs.push_back({{def.fields[i].offset, fieldSize, at}, inside});
     }
   }
-  plan.straight = !overlap && covered == size && size > kStraightReadSize;
+  plan.straight = !overlap && covered == size;
   plan.toCopy.assign(plan.runs.size(), ImageSegment{});
   plan.copy = nullptr;
   plan.owed.clear();
