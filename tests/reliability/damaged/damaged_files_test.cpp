@@ -465,7 +465,9 @@ class DamagedDataFilesTest : public IsolatedTest {
     sqlite3 *db = nullptr;
     EXPECT_EQ(sqlite3_open(dataPath(builder.file()).c_str(), &db), SQLITE_OK);
     EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-    if (changes >= 0) EXPECT_EQ(sqlite3_changes(db), changes);
+    if (changes >= 0) {
+      EXPECT_EQ(sqlite3_changes(db), changes);
+    }
     sqlite3_close(db);
     return written;
   }
