@@ -107,6 +107,9 @@ TEST_F(DamagedFileTest, DamagedFilesAndFilesNotStoresAreRefusedUnchangedAndNamed
     ASSERT_EQ(check(names.back(), &report), QDB_E_DAMAGED);
     EXPECT_EQ(report.isStore, c.isStore);
     EXPECT_TRUE(mentions(report, "", c.named)) << listed(report);
+    // Nor does it become a backup.
+    EXPECT_EQ(QDBBackupFile(dataPath(names.back()).c_str(), dataPath("Case.BAK").c_str()),
+              QDB_E_DAMAGED);
   }
   names.push_back("Store.dat");
   EXPECT_EQ(leftovers(names, names), std::vector<std::string>{}) << "nothing is left behind";
