@@ -26,61 +26,41 @@ using alertdb_test::tableInfo;
 namespace {
 
 // What each table must be, as the data file's catalog reports it.
+struct Expected {
+  const char *name, *title, *file;
+  std::uint32_t fields, idKey;
+};
 template <class Table>
-struct Expected;
+constexpr Expected kExpected{};
 template <>
-struct Expected<CAlertSERV_TRAPListDB> {
-  static constexpr const char *name = "SNMPTrapList", *title = "SNMP Trap List",
-                              *file = "AlCfgdb.dat";
-  static constexpr std::uint32_t fields = 13, idKey = 32;
-};
+constexpr Expected kExpected<CAlertSERV_TRAPListDB>{"SNMPTrapList", "SNMP Trap List", "AlCfgdb.dat",
+                                                    13, 32};
 template <>
-struct Expected<CAlertSERV_AUTOPINGDB> {
-  static constexpr const char *name = "AutoPingList", *title = "AUTOPING Trap List",
-                              *file = "AlCfgdb.dat";
-  static constexpr std::uint32_t fields = 14, idKey = 41;
-};
+constexpr Expected kExpected<CAlertSERV_AUTOPINGDB>{"AutoPingList", "AUTOPING Trap List",
+                                                    "AlCfgdb.dat", 14, 41};
 template <>
-struct Expected<CAlertSERV_MODEMDB> {
-  static constexpr const char *name = "ModemTable", *title = "Modem List", *file = "AlCfgdb.dat";
-  static constexpr std::uint32_t fields = 20, idKey = 51;
-};
+constexpr Expected kExpected<CAlertSERV_MODEMDB>{"ModemTable", "Modem List", "AlCfgdb.dat", 20, 51};
 template <>
-struct Expected<CAlertSERV_INST_NTFY_SERVDB> {
-  static constexpr const char *name = "ServerInstService",
-                              *title = "Server Installed Ntfy Services", *file = "AlCfgdb.dat";
-  static constexpr std::uint32_t fields = 7, idKey = 65;
-};
+constexpr Expected kExpected<CAlertSERV_INST_NTFY_SERVDB>{
+    "ServerInstService", "Server Installed Ntfy Services", "AlCfgdb.dat", 7, 65};
 template <>
-struct Expected<CAlertAGNT_SERV_RELDB> {
-  static constexpr const char *name = "AGNT_SERV_Relation_",
-                              *title = "Agent to Server relation Table", *file = "AlCfgdb.dat";
-  static constexpr std::uint32_t fields = 4, idKey = 24;
-};
+constexpr Expected kExpected<CAlertAGNT_SERV_RELDB>{
+    "AGNT_SERV_Relation_", "Agent to Server relation Table", "AlCfgdb.dat", 4, 24};
 template <>
-struct Expected<CAlertSERV_AGNT_RELDB> {
-  static constexpr const char *name = "SERV_AGNT_REL_Service",
-                              *title = "Server to agent relation Table", *file = "AlCfgdb.dat";
-  static constexpr std::uint32_t fields = 4, idKey = 28;
-};
+constexpr Expected kExpected<CAlertSERV_AGNT_RELDB>{
+    "SERV_AGNT_REL_Service", "Server to agent relation Table", "AlCfgdb.dat", 4, 28};
 template <>
-struct Expected<CAlertMODEM_LOCATIONDB> {
-  static constexpr const char *name = "ModemLocation", *title = "Modem Location Table",
-                              *file = "AlCfgdb.dat";
-  static constexpr std::uint32_t fields = 11, idKey = 70;
-};
+constexpr Expected kExpected<CAlertMODEM_LOCATIONDB>{"ModemLocation", "Modem Location Table",
+                                                     "AlCfgdb.dat", 11, 70};
 template <>
-struct Expected<CAlertAPAGE_SERVICE_PROVIDERDB> {
-  static constexpr const char *name = "APageServProvider", *title = "Apage Service Provider",
-                              *file = "APgeProv.dat";
-  static constexpr std::uint32_t fields = 12, idKey = 73;
-};
+constexpr Expected kExpected<CAlertAPAGE_SERVICE_PROVIDERDB>{
+    "APageServProvider", "Apage Service Provider", "APgeProv.dat", 12, 73};
 
 template <class Table>
 class ConfigTableTest : public alertdb_test::IsolatedTest {
  protected:
   using Record = typename Table::Record;
-  using Want = Expected<Table>;
+  static constexpr Expected want = kExpected<Table>;
 };
 
 using ConfigTables =
@@ -91,9 +71,9 @@ TYPED_TEST_SUITE(ConfigTableTest, ConfigTables);
 
 TYPED_TEST(ConfigTableTest, EveryByteOfARecordComesBackFromItsOwnFile) {
   using Record = typename TestFixture::Record;
-  using Want = typename TestFixture::Want;
+  constexpr Expected want = TestFixture::want;
   auto record = std::make_unique<Record>();
-  fillRandom(*record, Want::idKey);
+  fillRandom(*record, want.idKey);
   auto expected = std::make_unique<Record>(*record);
   _GUID id{};
   {
@@ -102,15 +82,11 @@ TYPED_TEST(ConfigTableTest, EveryByteOfARecordComesBackFromItsOwnFile) {
     ASSERT_EQ(table.DBAlertRecAdd(record.get(), &id), 0u);
   }
   EXPECT_TRUE(sameBytes(id, expected->KEPOID));
-  EXPECT_TRUE(holdsTable(this->dataPath(Want::file), Want::name));
-  if (std::string(Want::file) != "AlCfgdb.dat") {
+  EXPECT_TRUE(holdsTable(this->dataPath(want.file), want.name));
+  if (std::string(want.file) != "AlCfgdb.dat") {
     EXPECT_FALSE(std::filesystem::exists(this->dataPath("AlCfgdb.dat")));
   }
-  TypeParam fresh;
-  ASSERT_EQ(fresh.DBOpen(), 0u);
-  auto read = std::make_unique<Record>();
-  ASSERT_EQ(fresh.DBAlertRecRetrieve(&id, read.get()), 0u);
-  EXPECT_TRUE(sameBytes(*read, *expected));
+  EXPECT_TRUE(alertdb_test::readsBackFresh<TypeParam>(id, *expected));
 }
 
 TYPED_TEST(ConfigTableTest, AddAndUpdateSignalButDeleteDoesNot) {
@@ -119,12 +95,12 @@ TYPED_TEST(ConfigTableTest, AddAndUpdateSignalButDeleteDoesNot) {
 }
 
 TYPED_TEST(ConfigTableTest, AnotherFileNameGetsTheSameTableDescription) {
-  using Want = typename TestFixture::Want;
+  constexpr Expected want = TestFixture::want;
   platform::StoreTableInfo own =
-      alertdb_test::describedAlikeInAnyFile<TypeParam>(this->dataDir(), Want::file);
-  EXPECT_EQ(own.title, Want::title);
-  EXPECT_EQ(own.idKey, Want::idKey);
-  ASSERT_EQ(own.fields.size(), Want::fields);
+      alertdb_test::describedAlikeInAnyFile<TypeParam>(this->dataDir(), want.file);
+  EXPECT_EQ(own.title, want.title);
+  EXPECT_EQ(own.idKey, want.idKey);
+  ASSERT_EQ(own.fields.size(), want.fields);
   EXPECT_EQ(own.fields.front().description.rfind("Record OID", 0), 0u);
   EXPECT_EQ(own.fields.back().name, "Replication");
   EXPECT_EQ(own.fields.back().flags, 0x30Du);

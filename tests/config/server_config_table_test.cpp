@@ -88,16 +88,8 @@ TEST_F(ServerConfigTest, EachEntryNamesItsServerAndLandsInItsTable) {
       servers->QALRTServCfgAddNtfyServiceEntry(&server, &service, longest.c_str(), &installedId),
       0u);
 
-  CAlertSERV_AUTOPINGDB pings;
-  ASSERT_EQ(pings.DBOpen(), 0u);
-  auto readPing = std::make_unique<ALRTSERV_AUTOPING>();
-  ASSERT_EQ(pings.DBAlertRecRetrieve(&pingId, readPing.get()), 0u);
-  EXPECT_TRUE(sameBytes(*readPing, *ping));
-  CAlertSERV_TRAPListDB traps;
-  ASSERT_EQ(traps.DBOpen(), 0u);
-  auto readTrap = std::make_unique<ALRTSERV_SNMPTRAP>();
-  ASSERT_EQ(traps.DBAlertRecRetrieve(&trapId, readTrap.get()), 0u);
-  EXPECT_TRUE(sameBytes(*readTrap, *trap));
+  EXPECT_TRUE(alertdb_test::readsBackFresh<CAlertSERV_AUTOPINGDB>(pingId, *ping));
+  EXPECT_TRUE(alertdb_test::readsBackFresh<CAlertSERV_TRAPListDB>(trapId, *trap));
 
   // Only the server's side of the agent relation is written.
   CAlertSERV_AGNT_RELDB serverSide;

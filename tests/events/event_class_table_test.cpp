@@ -11,6 +11,7 @@
 
 #include "framework/link_table_probe.h"
 #include "platform/object_manager.h"
+#include "support/created_table_test.h"
 #include "support/refusing_object_manager.h"
 #include "support/test_environment.h"
 
@@ -30,19 +31,17 @@ class ProbedEventClassTable : public CAlertEVENT_CLASSDB {
   }
 };
 
-class EventClassTableTest : public alertdb_test::IsolatedTest {
+class EventClassTableTest : public alertdb_test::CreatedTableTest<ProbedEventClassTable> {
  protected:
   void SetUp() override {
-    IsolatedTest::SetUp();
-    table = std::make_unique<ProbedEventClassTable>();
-    ASSERT_EQ(table->DBCreate(), 0u);
+    CreatedTableTest::SetUp();
     setenv("ALERTDB_TEST_ICON_LOG", dataPath("icons.log").c_str(), 1);
     ASSERT_EQ(chdir(dataDir().c_str()), 0);  // where the callback library is looked for
   }
   void TearDown() override {
     table.reset();
     platform::KepOMSetProvider(nullptr);
-    IsolatedTest::TearDown();
+    CreatedTableTest::TearDown();
   }
 
   static ALRTEVENT_CLASSREC eventClass(const char *name, std::uint32_t eventId,
@@ -63,8 +62,6 @@ class EventClassTableTest : public alertdb_test::IsolatedTest {
                                dataPath("QALERTCB.DLL"));
   }
   std::string iconLog() { return readFile(dataPath("icons.log")); }
-
-  std::unique_ptr<ProbedEventClassTable> table;
 };
 
 TEST_F(EventClassTableTest, AddDerivesColourIconFlagsAndSnmpIdentifier) {

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "framework/link_table_probe.h"
+#include "support/created_table_test.h"
 #include "support/table_shape_checks.h"
 #include "support/test_environment.h"
 
@@ -14,22 +15,14 @@ using alertdb_test::ProbedLinkTable;
 
 namespace {
 
-class EventRespTableTest : public alertdb_test::IsolatedTest {
+class EventRespTableTest : public alertdb_test::CreatedTableTest<ProbedLinkTable> {
  protected:
-  void SetUp() override {
-    IsolatedTest::SetUp();
-    // Made once the data directory is set: the path is fixed at construction.
-    table = std::make_unique<ProbedLinkTable>();
-    ASSERT_EQ(table->DBCreate(), 0u);
-  }
   // Adds the link of two filled IDs; 0 or the table's result.
   std::uint32_t link(unsigned char eventClass, unsigned char response) {
     ALRTEVENT_RESPREC l = makeLink(eventClass, response);
     _GUID id{};
     return table->DBAlertRecAdd(&l, &id);
   }
-
-  std::unique_ptr<ProbedLinkTable> table;
 };
 
 TEST_F(EventRespTableTest, EachPairIsStoredOnce) {

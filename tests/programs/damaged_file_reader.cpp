@@ -19,13 +19,10 @@
 //       missing NAME TABLE        a table the file does not have
 //       bad NAME WHAT             a wrong record, a loop, a refused file changed, ...
 //     Exit 0 when it got to the end, whatever it found.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <filesystem>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
@@ -42,53 +39,6 @@ using namespace alertdb_test::damage;
 using platform::FieldTemplate;
 
 namespace {
-
-// ------------------------------------------------------------ files
-
-bool readWhole(const std::string &path, std::string *bytes) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return true;
-}
-
-void writeWhole(const std::string &path, const std::string &bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-// The file and its log as they were given, put back before each step.
-struct Variant {
-  std::string path;
-  std::string file;
-  bool hasLog = false;
-  std::string log;
-
-  bool load(const std::string &at) {
-    path = at;
-    if (!readWhole(path, &file)) return false;
-    hasLog = readWhole(path + "-wal", &log);
-    return true;
-  }
-  void restore() const {
-    ::unlink((path + "-shm").c_str());
-    ::unlink(path.c_str());
-    writeWhole(path, file);
-    if (hasLog) {
-      writeWhole(path + "-wal", log);
-    } else {
-      ::unlink((path + "-wal").c_str());
-    }
-  }
-  // Whether the file and its log still hold what was given (a log that is
-  // not there counts as empty).
-  bool unchanged() const {
-    std::string now, nowLog;
-    readWhole(path, &now);
-    readWhole(path + "-wal", &nowLog);
-    return now == file && nowLog == (hasLog ? log : std::string());
-  }
-};
 
 // ------------------------------------------------------------ table classes
 
@@ -142,29 +92,28 @@ class ClassViewOf : public ClassView {
   }
   std::uint32_t idKey() override { return table_->m_nIdKey; }
   std::uint32_t first(std::uint32_t key, std::string *record) override {
-    auto rec = std::make_unique<Rec>();
-    std::memset(rec.get(), 0, sizeof(Rec));
-    std::uint32_t r = table_->DBAlertRecFindFirst(key, 0, nullptr, rec.get());
-    record->assign(reinterpret_cast<const char *>(rec.get()), sizeof(Rec));
-    return r;
+    return call(record,
+                [&](Rec *rec) { return table_->DBAlertRecFindFirst(key, 0, nullptr, rec); });
   }
   std::uint32_t next(std::string *record) override {
-    auto rec = std::make_unique<Rec>();
-    std::uint32_t r = table_->DBAlertRecFindNext(rec.get());
-    record->assign(reinterpret_cast<const char *>(rec.get()), sizeof(Rec));
-    return r;
+    return call(record, [&](Rec *rec) { return table_->DBAlertRecFindNext(rec); });
   }
   std::uint32_t retrieve(const std::string &id, std::string *record) override {
-    auto rec = std::make_unique<Rec>();
-    std::memset(rec.get(), 0, sizeof(Rec));
     _GUID guid;
     std::memcpy(&guid, id.data(), sizeof guid);
-    std::uint32_t r = table_->DBAlertRecRetrieve(&guid, rec.get());
-    record->assign(reinterpret_cast<const char *>(rec.get()), sizeof(Rec));
-    return r;
+    return call(record, [&](Rec *rec) { return table_->DBAlertRecRetrieve(&guid, rec); });
   }
 
  private:
+  // One read into a zeroed record, which is handed back as bytes.
+  template <class Read>
+  static std::uint32_t call(std::string *record, Read &&read) {
+    auto rec = std::make_unique<Rec>();
+    std::memset(rec.get(), 0, sizeof(Rec));
+    std::uint32_t r = read(rec.get());
+    record->assign(reinterpret_cast<const char *>(rec.get()), sizeof(Rec));
+    return r;
+  }
   std::unique_ptr<OpenTable<Table>> make() {
     return fileName_ ? std::make_unique<OpenTable<Table>>(fileName_)
                      : std::make_unique<OpenTable<Table>>();
@@ -401,8 +350,10 @@ int dump(const std::string &dir, const std::string &file) {
 int check(const std::string &dir, const std::string &file, const std::string &referencePath) {
   Reference reference;
   if (!Reference::load(referencePath, &reference)) return 2;
-  Variant variant;
-  if (!variant.load(dir + "/" + file)) return 2;
+  const std::string path = dir + "/" + file;
+  if (!std::filesystem::exists(path)) return 2;
+  const FilePair variant = FilePair::read(path);
+  auto unchanged = [&] { return FilePair::read(path).sameBytes(variant); };
 
   const std::pair<const char *, std::uint32_t> modes[] = {{"store64", platform::kOpenExisting},
                                                           {"store65", platform::kOpenRecover},
@@ -410,11 +361,11 @@ int check(const std::string &dir, const std::string &file, const std::string &re
   for (const auto &[stepName, mode] : modes) {
     StepReport report;
     report.name = stepName;
-    variant.restore();
-    KEPDB *h = platform::QDBInit(0, variant.path.c_str(), mode, 1);
+    variant.write(path);
+    KEPDB *h = platform::QDBInit(0, path.c_str(), mode, 1);
     if (!h) {
       std::printf("step %s refused -\n", stepName);
-      if (!variant.unchanged()) report.bad.push_back("the refused file was changed");
+      if (!unchanged()) report.bad.push_back("the refused file was changed");
       report.print();
       continue;
     }
@@ -455,13 +406,13 @@ int check(const std::string &dir, const std::string &file, const std::string &re
   for (auto &table : classesOf(file)) {
     StepReport report;
     report.name = "class:" + table->table();
-    variant.restore();
+    variant.write(path);
     std::uint32_t r = table->open();
     if (r != 0 && r != ALRT_E_ALTOPEN) {
       table->close();
       std::printf("step %s refused %s\n", report.name.c_str(), statusName(r));
       if (!isNamedStatus(r)) report.bad.push_back("open gave status " + std::to_string(r));
-      if (!variant.unchanged()) report.bad.push_back("the refused file was changed");
+      if (!unchanged()) report.bad.push_back("the refused file was changed");
       report.print();
       continue;
     }

@@ -6,6 +6,7 @@
 
 #include "recipients/recipient_test_support.h"
 #include "services/service_test_support.h"
+#include "support/created_table_test.h"
 #include "support/table_shape_checks.h"
 #include "support/test_environment.h"
 
@@ -14,17 +15,8 @@ using alertdb_test::makeId;
 
 namespace {
 
-class ResponseResultsTest : public alertdb_test::IsolatedTest {
+class ResponseResultsTest : public alertdb_test::CreatedTableTest<CAlertRespResultsDB> {
  protected:
-  void SetUp() override {
-    IsolatedTest::SetUp();
-    table = std::make_unique<CAlertRespResultsDB>();
-    ASSERT_EQ(table->DBCreate(), 0u);
-  }
-  void TearDown() override {
-    table.reset();
-    IsolatedTest::TearDown();
-  }
   _GUID addResult(unsigned char logEntry, const char *error) {
     auto r = std::make_unique<ALERTRESPRESULTREC>();
     std::memset(r.get(), 0, sizeof *r);
@@ -36,8 +28,6 @@ class ResponseResultsTest : public alertdb_test::IsolatedTest {
     EXPECT_EQ(table->DBAlertRecAdd(r.get(), &id), 0u);
     return id;
   }
-
-  std::unique_ptr<CAlertRespResultsDB> table;
 };
 
 TEST_F(ResponseResultsTest, ErrorTextIsCopiedWithItsTerminatorOrNotAtAll) {

@@ -64,17 +64,8 @@ TYPED_TEST(ServiceTableTest, TypedAddAndRetrieveGiveBackEveryByte) {
   expectedService->ServiceSpecific_KEPOID = settingsId;
   EXPECT_TRUE(sameBytes(*service, *expectedService));
 
-  // Fresh objects, so that every byte comes from the file.
-  TypeParam table;
-  ASSERT_EQ(table.DBOpen(), 0u);
-  auto read = std::make_unique<Record>();
-  ASSERT_EQ(table.DBAlertRecRetrieve(&settingsId, read.get()), 0u);
-  EXPECT_TRUE(sameBytes(*read, *expected));
-  CAlertNtfyServDB catalogue;
-  ASSERT_EQ(catalogue.DBOpen(), 0u);
-  auto readService = std::make_unique<ALRTNTFYSERV>();
-  ASSERT_EQ(catalogue.DBAlertRecRetrieve(&serviceId, readService.get()), 0u);
-  EXPECT_TRUE(sameBytes(*readService, *expectedService));
+  EXPECT_TRUE(alertdb_test::readsBackFresh<TypeParam>(settingsId, *expected));
+  EXPECT_TRUE(alertdb_test::readsBackFresh<CAlertNtfyServDB>(serviceId, *expectedService));
 }
 
 TYPED_TEST(ServiceTableTest, EveryChangeIsSignalledButNoReadAndNoRefusal) {

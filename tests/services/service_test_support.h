@@ -29,6 +29,16 @@ bool sameBytes(const REC &a, const REC &b) {
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
+// Whether a `Table` opened afresh, so that every byte comes from the file,
+// gives back exactly `expected` for `id`.
+template <class Table, class REC>
+bool readsBackFresh(_GUID id, const REC &expected) {
+  Table table;
+  auto read = std::make_unique<REC>();
+  return table.DBOpen() == 0 && table.DBAlertRecRetrieve(&id, read.get()) == 0 &&
+         sameBytes(*read, expected);
+}
+
 // The tables a data file holds, read through a handle of its own.
 inline std::vector<std::string> tablesOf(const std::string &path) {
   std::vector<std::string> names;

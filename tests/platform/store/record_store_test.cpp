@@ -1,7 +1,6 @@
 #include "platform/store/record_store.h"
 
 #include <signal.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -57,32 +56,6 @@ TEST_F(RecordStoreTest, FileNamesMatchWithoutRegardToCase) {
   ASSERT_EQ(other.select(lower), 0u);
   EXPECT_EQ(namesInOrder(other, lower, kIdKey), std::vector<std::string>{"one"});
   EXPECT_FALSE(fileExists(dataPath("kepuser.dat")));
-}
-
-// Files that are not stores are refused by every mode and left as they were.
-TEST_F(RecordStoreTest, FilesThatAreNotStoresAreRefusedAndUntouched) {
-  std::string random(8192, '\0');
-  for (std::size_t i = 0; i < random.size(); ++i) random[i] = static_cast<char>(i * 131 + 7);
-  writeFile(dataPath("Random.dat"), random);
-  writeFile(dataPath("Empty.dat"), "");
-  writeFile(dataPath("Text.dat"), "[Directories]\nDataDir=/tmp\n");
-  writeFile(dataPath("Header.dat"), std::string("SQLite format 3\0", 16) + "short");
-  {
-    sqlite3 *db = nullptr;
-    ASSERT_EQ(sqlite3_open(dataPath("Foreign.dat").c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(
-        sqlite3_exec(db, "CREATE TABLE t(a); INSERT INTO t VALUES(1);", nullptr, nullptr, nullptr),
-        SQLITE_OK);
-    sqlite3_close(db);
-  }
-  // Files cut short: DamagedFileTest.
-  for (const char *name : {"Random.dat", "Empty.dat", "Text.dat", "Header.dat", "Foreign.dat"}) {
-    std::string before = readFile(dataPath(name));
-    for (std::uint32_t mode : {kOpenExisting, kOpenRecover, kOpenCreate}) {
-      EXPECT_EQ(open(name, mode), nullptr) << name << " mode " << mode;
-    }
-    EXPECT_EQ(readFile(dataPath(name)), before) << name;
-  }
 }
 
 // A closed store is complete by itself: a plain copy of it is a valid store.

@@ -13,41 +13,7 @@ using alertdb_test::WholeFileTest;
 
 namespace {
 
-class FileCheckTest : public WholeFileTest {
- protected:
-  // Checks the file, expecting it unchanged afterwards.
-  std::uint32_t check(const std::string &name, StoreCheckReport *report) {
-    std::string before = fileAndLog(name);
-    std::uint32_t status = QDBCheckFile(dataPath(name).c_str(), report);
-    EXPECT_EQ(fileAndLog(name), before) << "the check changed " << name;
-    return status;
-  }
-
-  static std::vector<const StoreProblem *> problemsOf(const StoreCheckReport &report,
-                                                      const std::string &table) {
-    std::vector<const StoreProblem *> out;
-    for (const StoreProblem &p : report.problems) {
-      if (p.table == table) out.push_back(&p);
-    }
-    return out;
-  }
-
-  static bool mentions(const StoreCheckReport &report, const std::string &table,
-                       const std::string &text) {
-    for (const StoreProblem *p : problemsOf(report, table)) {
-      if (p->what.find(text) != std::string::npos) return true;
-    }
-    return false;
-  }
-
-  static std::string listed(const StoreCheckReport &report) {
-    std::string out;
-    for (const StoreProblem &p : report.problems) {
-      out += "[" + p.table + " row " + std::to_string(p.row) + "] " + p.what + "\n";
-    }
-    return out;
-  }
-};
+using FileCheckTest = WholeFileTest;
 
 TEST_F(FileCheckTest, ASoundStoreIsSoundWithEveryRecordCounted) {
   makeStore("Store.dat");
@@ -83,33 +49,6 @@ TEST_F(FileCheckTest, AFlippedByteInARecordNamesThatRecordAlone) {
   EXPECT_EQ(report.tables[0].damaged, 1u);
 }
 
-TEST_F(FileCheckTest, KeyColumnsThatDisagreeWithTheRecordAreNamed) {
-  makeStore("Store.dat");
-  sql("Store.dat", "UPDATE Sample_Table SET k3=999 WHERE k3=7");
-  StoreCheckReport report;
-  ASSERT_EQ(check("Store.dat", &report), QDB_E_DAMAGED);
-  ASSERT_EQ(report.problems.size(), 1u) << listed(report);
-  EXPECT_EQ(report.problems[0].row, 8);
-  EXPECT_NE(report.problems[0].what.find("k3"), std::string::npos);
-  EXPECT_NE(report.problems[0].what.find("Number"), std::string::npos);
-  _GUID expected = idOf(7);
-  ASSERT_TRUE(report.problems[0].hasObjectId);
-  EXPECT_EQ(std::memcmp(&report.problems[0].objectId, &expected, sizeof expected), 0);
-}
-
-TEST_F(FileCheckTest, ATruncatedFileIsDamagedAtItsHeaderAndInItsTables) {
-  makeStore("Store.dat", 400);
-  std::string whole = readFile(dataPath("Store.dat"));
-  for (std::size_t cut : {std::size_t{100}, std::size_t{4096}, std::size_t{3 * 4096}}) {
-    SCOPED_TRACE(cut);
-    writeFile(dataPath("Cut.dat"), whole.substr(0, whole.size() - cut));
-    StoreCheckReport report;
-    ASSERT_EQ(check("Cut.dat", &report), QDB_E_DAMAGED);
-    EXPECT_TRUE(report.isStore);
-    EXPECT_TRUE(mentions(report, "", "header shows damage")) << listed(report);
-  }
-}
-
 TEST_F(FileCheckTest, ADamagedIndexIsNamedWithItsTable) {
   makeStore("Store.dat");
   // An entry of the name index no longer names its record.
@@ -141,21 +80,6 @@ TEST_F(FileCheckTest, TheCatalogIsCheckedAgainstTheTables) {
   EXPECT_TRUE(mentions(report, "Sample_Table", "not in the catalog")) << listed(report);
   EXPECT_TRUE(mentions(report, "Sample_Table", "alertdb_fields describes")) << listed(report);
   EXPECT_TRUE(mentions(report, "", "alertdb_query_type_values is missing")) << listed(report);
-
-  makeStore("NoCatalog.dat");
-  sql("NoCatalog.dat", "DROP TABLE alertdb_fields");
-  ASSERT_EQ(check("NoCatalog.dat", &report), QDB_E_DAMAGED);
-  EXPECT_TRUE(mentions(report, "", "alertdb_fields is missing")) << listed(report);
-
-  // A schema entry SQLite cannot parse: the store's open refuses the file,
-  // so the check may not call it sound.
-  makeStore("Schema.dat");
-  sql("Schema.dat",
-      "PRAGMA writable_schema=ON; UPDATE sqlite_master SET sql='CREATE TABLE alertdb_query_info(' "
-      "WHERE name='alertdb_query_info'");
-  ASSERT_EQ(check("Schema.dat", &report), QDB_E_DAMAGED);
-  EXPECT_TRUE(mentions(report, "", "cannot read its schema")) << listed(report);
-  EXPECT_EQ(QDBInit(0, dataPath("Schema.dat").c_str(), kOpenExisting, 1), nullptr);
 }
 
 TEST_F(FileCheckTest, ALogBesideTheFileIsReadButNeverWrittenBack) {
@@ -188,22 +112,13 @@ TEST_F(FileCheckTest, ALogBesideTheFileIsReadButNeverWrittenBack) {
   close(h);
 }
 
-TEST_F(FileCheckTest, FilesThatAreNotStoresOrNotThereAreTold) {
+TEST_F(FileCheckTest, FilesNotThereAndBadArgumentsAreTold) {
   StoreCheckReport report;
   EXPECT_EQ(QDBCheckFile(dataPath("Missing.dat").c_str(), &report), QDB_E_NOTFOUND);
   EXPECT_FALSE(fileExists(dataPath("Missing.dat")));
 
-  writeFile(dataPath("Text.dat"), std::string(8192, 'x'));
-  ASSERT_EQ(check("Text.dat", &report), QDB_E_DAMAGED);
-  EXPECT_FALSE(report.isStore);
-  EXPECT_TRUE(mentions(report, "", "not a record store")) << listed(report);
-
-  sql("Foreign.dat", "CREATE TABLE things(a); INSERT INTO things VALUES(1)");
-  ASSERT_EQ(check("Foreign.dat", &report), QDB_E_DAMAGED);
-  EXPECT_FALSE(report.isStore);
-  EXPECT_TRUE(mentions(report, "", "another program's")) << listed(report);
-  EXPECT_TRUE(leftovers({"Text.dat", "Foreign.dat"}).empty());
-
+  // Damaged files and files that are not stores: DamagedFileTest.
+  writeFile(dataPath("Text.dat"), "text");
   EXPECT_EQ(QDBCheckFile(nullptr, &report), QDB_E_BADARG);
   EXPECT_EQ(QDBCheckFile("", &report), QDB_E_BADARG);
   EXPECT_EQ(QDBCheckFile(dataPath("Text.dat").c_str(), nullptr), QDB_E_BADARG);

@@ -14,14 +14,6 @@ namespace {
 
 class SalvageTest : public WholeFileTest {
  protected:
-  std::uint32_t salvage(const std::string &from, const std::string &to,
-                        StoreSalvageReport *report) {
-    std::string before = fileAndLog(from);
-    std::uint32_t status = QDBSalvageFile(dataPath(from).c_str(), dataPath(to).c_str(), report);
-    EXPECT_EQ(fileAndLog(from), before) << "the salvage changed " << from;
-    return status;
-  }
-
   // The catalog of a file as the store describes it, and its query types.
   std::string catalog(const std::string &name) {
     KEPDB *h = open(name, kOpenExisting);
@@ -93,18 +85,6 @@ TEST_F(SalvageTest, EveryIntactRecordIsSavedAndTheDamagedOneCounted) {
   EXPECT_EQ(sqlite3_column_int(s, 1), 99);
   sqlite3_finalize(s);
   sqlite3_close(db);
-}
-
-TEST_F(SalvageTest, KeyColumnsAreMadeAgainFromTheRecords) {
-  makeStore("Store.dat");
-  sql("Store.dat", "UPDATE Sample_Table SET k3=999 WHERE k3=7; DROP INDEX \"Sample_Table:k2\"");
-  StoreSalvageReport report;
-  ASSERT_EQ(salvage("Store.dat", "Saved.dat", &report), QDB_OK);
-  EXPECT_EQ(report.tables[0].saved, 100u);
-  EXPECT_EQ(report.tables[0].lost, 0u);
-  StoreCheckReport check;
-  EXPECT_EQ(QDBCheckFile(dataPath("Saved.dat").c_str(), &check), QDB_OK);
-  EXPECT_EQ(records("Saved.dat"), expectedRecords(100));
 }
 
 TEST_F(SalvageTest, ADamagedIndexOfTheCatalogHidesNoField) {

@@ -107,6 +107,39 @@ class WholeFileTest : public RecordStoreTest {
     return readFile(dataPath(name)) + "|wal|" + readFile(dataPath(name) + "-wal");
   }
 
+  // The full check and the salvage of a file, which leave it (and its log)
+  // as it was.
+  std::uint32_t check(const std::string &name, platform::StoreCheckReport *report) {
+    std::string before = fileAndLog(name);
+    std::uint32_t status = platform::QDBCheckFile(dataPath(name).c_str(), report);
+    EXPECT_EQ(fileAndLog(name), before) << "the check changed " << name;
+    return status;
+  }
+  std::uint32_t salvage(const std::string &from, const std::string &to,
+                        platform::StoreSalvageReport *report) {
+    std::string before = fileAndLog(from);
+    std::uint32_t status =
+        platform::QDBSalvageFile(dataPath(from).c_str(), dataPath(to).c_str(), report);
+    EXPECT_EQ(fileAndLog(from), before) << "the salvage changed " << from;
+    return status;
+  }
+
+  // Whether a problem of `table` ("" for the file's own) says `text`.
+  static bool mentions(const platform::StoreCheckReport &report, const std::string &table,
+                       const std::string &text) {
+    for (const platform::StoreProblem &p : report.problems) {
+      if (p.table == table && p.what.find(text) != std::string::npos) return true;
+    }
+    return false;
+  }
+  static std::string listed(const platform::StoreCheckReport &report) {
+    std::string out;
+    for (const platform::StoreProblem &p : report.problems) {
+      out += "[" + p.table + " row " + std::to_string(p.row) + "] " + p.what + "\n";
+    }
+    return out;
+  }
+
   // Every record of the sample table of a file, in the order of their
   // numbers, as the bytes of the record and its replication block.
   std::vector<std::string> records(const std::string &name) {

@@ -29,15 +29,6 @@ std::string tableName() {
   return harness::Exposed<Table>().tableName();
 }
 
-// The record store handle of an open table, for the file lock.
-template <class Table>
-KEPDB *handleOf(Table &table) {
-  struct Probe : Table {
-    static KEPDB *of(Table &t) { return static_cast<Probe &>(t).m_hTable; }
-  };
-  return Probe::of(table);
-}
-
 // Every record written and not deleted since, by table and object ID (hex),
 // as two hashes: of the record as the caller gave it (with the ID the add
 // chose) and as the call left it in the caller's storage. A read must give
@@ -105,225 +96,249 @@ class RecordMaker {
   std::mt19937_64 random_;
 };
 
-template <class Table, class Rec>
-_GUID addThrough(Table &table, Rec &record, WrittenRecords &written) {
-  Rec given = record;
-  _GUID id{};
-  EXPECT_EQ(table.DBAlertRecAdd(&record, &id), 0u) << tableName<Table>();
-  written.put(tableName<Table>(), given, record);
+inline _GUID idOf(const void *record) {
+  _GUID id;
+  std::memcpy(&id, record, sizeof id);
   return id;
 }
 
-template <class Table, class Rec>
-void updateThrough(Table &table, Rec &record, WrittenRecords &written) {
-  Rec given = record;
-  EXPECT_EQ(table.DBAlertRecUpdate(&record), 0u) << tableName<Table>();
-  written.put(tableName<Table>(), given, record);
-}
+// An open table of a data file and the records of it that batches change.
+class TablePool {
+ public:
+  virtual ~TablePool() = default;
+  virtual std::uint32_t open() = 0;
+  virtual void close() = 0;
+  virtual KEPDB *handle() = 0;
+};
+
+template <class Table>
+class Pool : public TablePool {
+ public:
+  using Rec = harness::RecordOf<Table>;
+  explicit Pool(const char *file = nullptr) : file_(file) {}
+
+  std::uint32_t open() override {
+    table_ = file_ ? std::make_unique<harness::Exposed<Table>>(file_)
+                   : std::make_unique<harness::Exposed<Table>>();
+    return harness::openOrMake(*table_);
+  }
+  void close() override { table_.reset(); }
+  KEPDB *handle() override { return table_->handle(); }
+  Table &table() { return *table_; }
+  std::size_t size() const { return records_.size(); }
+  Rec &operator[](std::size_t i) { return *records_[i % records_.size()]; }
+  static std::string name() { return tableName<Table>(); }
+
+  // Adds a record that `set` fills in.
+  template <class Set>
+  Rec &add(WrittenRecords &written, Set &&set) {
+    auto record = std::make_unique<Rec>();
+    set(*record);
+    Rec given = *record;
+    _GUID id{};
+    EXPECT_EQ(table_->DBAlertRecAdd(record.get(), &id), 0u) << name();
+    written.put(name(), given, *record);
+    return keep(std::move(record));
+  }
+  Rec &keep(std::unique_ptr<Rec> record) {
+    records_.push_back(std::move(record));
+    return *records_.back();
+  }
+  template <class Change>
+  void update(WrittenRecords &written, std::size_t i, Change &&change) {
+    Rec &record = (*this)[i];
+    change(record);
+    Rec given = record;
+    EXPECT_EQ(table_->DBAlertRecUpdate(&record), 0u) << name();
+    written.put(name(), given, record);
+  }
+  _GUID remove(WrittenRecords &written, std::size_t i) {
+    _GUID id = idOf(&(*this)[i]);
+    EXPECT_EQ(table_->DBAlertRecDelete(&id), 0u) << name();
+    forgetIf(written, [&](const Rec &r) { return std::memcmp(&r, &id, sizeof id) == 0; });
+    return id;
+  }
+  // Records the library removed by itself.
+  template <class Pred>
+  void forgetIf(WrittenRecords &written, Pred &&gone) {
+    for (auto it = records_.begin(); it != records_.end();) {
+      if (gone(**it)) {
+        written.erase(name(), idOf(it->get()));
+        it = records_.erase(it);
+      } else {
+        ++it;
+      }
+    }
+  }
+
+ private:
+  const char *file_;
+  std::unique_ptr<harness::Exposed<Table>> table_;
+  std::vector<std::unique_ptr<Rec>> records_;
+};
 
 // One data file's records: made in two phases, so that the second leaves
-// committed frames in the write-ahead log.
+// committed frames in the write-ahead log. Each phase's batch is made under
+// the file lock of the first table, so that it is one commit.
 class DataFileBuilder {
  public:
+  explicit DataFileBuilder(std::uint64_t seed) : maker_(seed) {}
   virtual ~DataFileBuilder() = default;
   virtual const char *file() const = 0;
   // Phase one: the tables and many records; every table is closed after.
-  virtual void fill(WrittenRecords &written) = 0;
-  // Phase two: the tables opened and kept open; each batch is made under
-  // the file lock of `handle()`, so that it is one commit.
-  virtual void open() = 0;
-  virtual KEPDB *handle() = 0;
-  virtual void change(int batch, WrittenRecords &written) = 0;
-  virtual void close() = 0;
-};
+  void fill(WrittenRecords &written) {
+    prepare();
+    open();
+    if (!::testing::Test::HasFatalFailure()) batch([&] { populate(written); });
+    close();
+  }
+  // Phase two: the tables opened and kept open.
+  void open() {
+    for (TablePool *pool : pools()) ASSERT_EQ(pool->open(), 0u);
+  }
+  void change(int n, WrittenRecords &written) {
+    batch([&] { step(n, written); });
+  }
+  void close() {
+    for (TablePool *pool : pools()) pool->close();
+  }
 
-// A batch under the file lock.
-inline void lockedBatch(KEPDB *handle, const std::function<void()> &work) {
-  ASSERT_EQ(DBFileLock(handle), 0u);
-  work();
-  ASSERT_EQ(DBFileUnlock(handle), 0u);
-}
+ protected:
+  virtual void prepare() {}
+  virtual std::vector<TablePool *> pools() = 0;
+  virtual void populate(WrittenRecords &written) = 0;
+  virtual void step(int n, WrittenRecords &written) = 0;
+
+  template <class Work>
+  void batch(Work &&work) {
+    KEPDB *h = pools().front()->handle();
+    ASSERT_EQ(DBFileLock(h), 0u);
+    work();
+    ASSERT_EQ(DBFileUnlock(h), 0u);
+  }
+
+  RecordMaker maker_;
+};
 
 // ------------------------------------------------------------ AlEvntdb.dat
 
 class EventFileBuilder : public DataFileBuilder {
  public:
+  EventFileBuilder() : DataFileBuilder(0xE7E47) {}
   const char *file() const override { return "AlEvntdb.dat"; }
 
-  void fill(WrittenRecords &written) override {
-    open();
-    lockedBatch(handle(), [&] {
-      for (int n = 0; n < 60; ++n) addClass(written, n % 20 == 7);
-      for (int n = 0; n < 150; ++n) addLink(written);
-      for (int n = 0; n < 80; ++n) addLogEntry(written, n % 30 == 11);
-    });
-    close();
+ protected:
+  std::vector<TablePool *> pools() override { return {&classes_, &links_, &log_}; }
+  void populate(WrittenRecords &written) override {
+    for (int n = 0; n < 60; ++n) addClass(written, n % 20 == 7);
+    for (int n = 0; n < 150; ++n) addLink(written);
+    for (int n = 0; n < 80; ++n) addLogEntry(written, n % 30 == 11);
   }
-  void open() override {
-    classes_ = std::make_unique<CAlertEVENT_CLASSDB>();
-    linkTable_ = std::make_unique<CAlertEVENT_RESPDB>();
-    log_ = std::make_unique<CAlertEVENT_LOGDB>("AlEvntdb.dat");
-    ASSERT_EQ(harness::openOrMake(*classes_), 0u);
-    ASSERT_EQ(harness::openOrMake(*linkTable_), 0u);
-    ASSERT_EQ(harness::openOrMake(*log_), 0u);
-  }
-  KEPDB *handle() override { return handleOf(*classes_); }
-  void change(int batch, WrittenRecords &written) override {
-    lockedBatch(handle(), [&] {
-      for (int n = 0; n < 3; ++n) addClass(written, false);
-      for (int n = 0; n < 8; ++n) addLink(written);
-      for (int n = 0; n < 3; ++n) {
-        ALRTEVENT_CLASSREC &c = *classRecords_[(batch * 7 + n * 5) % classRecords_.size()];
+  void step(int batch, WrittenRecords &written) override {
+    for (int n = 0; n < 3; ++n) addClass(written, false);
+    for (int n = 0; n < 8; ++n) addLink(written);
+    for (int n = 0; n < 3; ++n) {
+      classes_.update(written, batch * 7 + n * 5, [&](ALRTEVENT_CLASSREC &c) {
         std::snprintf(c.Comment, sizeof c.Comment, "changed in batch %d, %d", batch, n);
-        updateThrough(*classes_, c, written);
-      }
-      deleteClass(written, (batch * 11) % classRecords_.size());
-      for (int n = 0; n < 4; ++n) addLogEntry(written, false);
-      for (int n = 0; n < 2; ++n) {
-        ALRTEVENT_LOGREC &e = *logRecords_[(batch * 13 + n * 3) % logRecords_.size()];
+      });
+    }
+    // Its links go with it.
+    _GUID gone = classes_.remove(written, batch * 11);
+    links_.forgetIf(written, [&](const ALRTEVENT_RESPREC &link) {
+      return std::memcmp(&link.EventClassOID, &gone, sizeof gone) == 0;
+    });
+    for (int n = 0; n < 4; ++n) addLogEntry(written, false);
+    for (int n = 0; n < 2; ++n) {
+      log_.update(written, batch * 13 + n * 3, [&](ALRTEVENT_LOGREC &e) {
         e.Ack = 1;
         std::snprintf(e.Comment, sizeof e.Comment, "acknowledged in batch %d, %d", batch, n);
-        updateThrough(*log_, e, written);
-      }
-      std::size_t gone = (batch * 17) % logRecords_.size();
-      _GUID id = logRecords_[gone]->KEPOID;
-      EXPECT_EQ(log_->DBAlertRecDelete(&id), 0u);
-      written.erase(tableName<CAlertEVENT_LOGDB>(), id);
-      logRecords_.erase(logRecords_.begin() + static_cast<std::ptrdiff_t>(gone));
-    });
-  }
-  void close() override {
-    classes_.reset();
-    linkTable_.reset();
-    log_.reset();
+      });
+    }
+    log_.remove(written, batch * 17);
   }
 
  private:
   void addClass(WrittenRecords &written, bool large) {
-    auto c = std::make_unique<ALRTEVENT_CLASSREC>();
-    maker_.fill(*c, large);
-    c->SNMP_OID[0] = '\0';
-    c->NumParam = maker_.below(CAlertEVENT_CLASSDB::kMaxParams + 1);
-    c->Severity = maker_.below(5);
-    // Event IDs and names are unique keys.
-    c->EventID = 1000 + made_;
-    std::snprintf(c->EventName, sizeof c->EventName, "Event class %u", made_++);
-    addThrough(*classes_, *c, written);
-    classRecords_.push_back(std::move(c));
+    classes_.add(written, [&](ALRTEVENT_CLASSREC &c) {
+      maker_.fill(c, large);
+      c.SNMP_OID[0] = '\0';
+      c.NumParam = maker_.below(CAlertEVENT_CLASSDB::kMaxParams + 1);
+      c.Severity = maker_.below(5);
+      // Event IDs and names are unique keys.
+      c.EventID = 1000 + made_;
+      std::snprintf(c.EventName, sizeof c.EventName, "Event class %u", made_++);
+    });
   }
   void addLink(WrittenRecords &written) {
-    ALRTEVENT_RESPREC link{};
-    link.EventClassOID = classRecords_[maker_.below(classRecords_.size())]->KEPOID;
-    link.ResponseOID = maker_.id();
-    addThrough(*linkTable_, link, written);
-    links_.emplace_back(link.KEPOID, link.EventClassOID);
-  }
-  void deleteClass(WrittenRecords &written, std::size_t index) {
-    _GUID id = classRecords_[index]->KEPOID;
-    EXPECT_EQ(classes_->DBAlertRecDelete(&id), 0u);
-    written.erase(tableName<CAlertEVENT_CLASSDB>(), id);
-    // Its links go with it.
-    for (auto it = links_.begin(); it != links_.end();) {
-      if (std::memcmp(&it->second, &id, sizeof id) == 0) {
-        written.erase(tableName<CAlertEVENT_RESPDB>(), it->first);
-        it = links_.erase(it);
-      } else {
-        ++it;
-      }
-    }
-    classRecords_.erase(classRecords_.begin() + static_cast<std::ptrdiff_t>(index));
+    links_.add(written, [&](ALRTEVENT_RESPREC &link) {
+      link.EventClassOID = idOf(&classes_[maker_.below(classes_.size())]);
+      link.ResponseOID = maker_.id();
+    });
   }
   void addLogEntry(WrittenRecords &written, bool large) {
-    auto e = std::make_unique<ALRTEVENT_LOGREC>();
-    maker_.fill(*e, large);
-    e->Ack = maker_.below(3) == 0 ? 1 : 0;
-    e->Severity = maker_.below(5);
-    e->EventID = maker_.below(4) == 0 ? 12545 : 1000 + maker_.below(100);
-    addThrough(*log_, *e, written);
-    logRecords_.push_back(std::move(e));
+    log_.add(written, [&](ALRTEVENT_LOGREC &e) {
+      maker_.fill(e, large);
+      e.Ack = maker_.below(3) == 0 ? 1 : 0;
+      e.Severity = maker_.below(5);
+      e.EventID = maker_.below(4) == 0 ? 12545 : 1000 + maker_.below(100);
+    });
   }
 
-  RecordMaker maker_{0xE7E47};
   std::uint32_t made_ = 0;
-  std::unique_ptr<CAlertEVENT_CLASSDB> classes_;
-  std::unique_ptr<CAlertEVENT_RESPDB> linkTable_;
-  std::unique_ptr<CAlertEVENT_LOGDB> log_;
-  std::vector<std::unique_ptr<ALRTEVENT_CLASSREC>> classRecords_;
-  std::vector<std::unique_ptr<ALRTEVENT_LOGREC>> logRecords_;
-  std::vector<std::pair<_GUID, _GUID>> links_;  // link ID, its event class
+  Pool<CAlertEVENT_CLASSDB> classes_;
+  Pool<CAlertEVENT_RESPDB> links_;
+  Pool<CAlertEVENT_LOGDB> log_{"AlEvntdb.dat"};
 };
 
 // ------------------------------------------------------------ KEPLogDB.dat
 
 // The event log, mirrored into the object manager; one batch runs the purge
 // of acknowledged entries inside the lock. The purge finds the data
-// directory through the console settings file, which `fill` writes.
+// directory through the console settings file, which `prepare` writes.
 class LogFileBuilder : public DataFileBuilder {
  public:
-  explicit LogFileBuilder(std::string dataDir) : dataDir_(std::move(dataDir)) {}
+  explicit LogFileBuilder(std::string dataDir)
+      : DataFileBuilder(0x10C), dataDir_(std::move(dataDir)) {}
   const char *file() const override { return "KEPLogDB.dat"; }
 
-  void fill(WrittenRecords &written) override {
+ protected:
+  void prepare() override {
     std::ofstream(dataDir_ + "/QADMIN.DAT") << "[Directories]\nDataDir=" << dataDir_ << "\n";
-    log_ = std::make_unique<CAlertEVENT_LOGDB>();
-    ASSERT_EQ(log_->DBCreate(), 0u);
-    lockedBatch(handle(), [&] {
-      for (int n = 0; n < 300; ++n) add(written, n % 60 == 17);
-    });
-    close();
   }
-  void open() override {
-    log_ = std::make_unique<CAlertEVENT_LOGDB>();
-    ASSERT_EQ(log_->DBOpen(), 0u);
+  std::vector<TablePool *> pools() override { return {&log_}; }
+  void populate(WrittenRecords &written) override {
+    for (int n = 0; n < 300; ++n) add(written, n % 60 == 17);
   }
-  KEPDB *handle() override { return handleOf(*log_); }
-  void change(int batch, WrittenRecords &written) override {
-    lockedBatch(handle(), [&] {
-      for (int n = 0; n < 6; ++n) add(written, false);
-      for (int n = 0; n < 4; ++n) {
-        ALRTEVENT_LOGREC &e = *entries_[(batch * 19 + n * 7) % entries_.size()];
+  void step(int batch, WrittenRecords &written) override {
+    for (int n = 0; n < 6; ++n) add(written, false);
+    for (int n = 0; n < 4; ++n) {
+      log_.update(written, batch * 19 + n * 7, [&](ALRTEVENT_LOGREC &e) {
         e.Ack = 1;
         std::snprintf(e.Comment, sizeof e.Comment, "acknowledged in batch %d, %d", batch, n);
-        updateThrough(*log_, e, written);
-      }
-      for (int n = 0; n < 2; ++n) remove(written, (batch * 23 + n * 5) % entries_.size());
-      if (batch == 3) {
-        EXPECT_EQ(PurgeLog(kPurgeAcknowledged), 0u);
-        for (std::size_t i = entries_.size(); i-- > 0;) {
-          if (entries_[i]->Ack == 1) forget(written, i);
-        }
-      }
-    });
+      });
+    }
+    for (int n = 0; n < 2; ++n) log_.remove(written, batch * 23 + n * 5);
+    if (batch == 3) {
+      EXPECT_EQ(PurgeLog(kPurgeAcknowledged), 0u);
+      log_.forgetIf(written, [](const ALRTEVENT_LOGREC &e) { return e.Ack == 1; });
+    }
   }
-  void close() override { log_.reset(); }
 
  private:
   void add(WrittenRecords &written, bool large) {
-    auto e = std::make_unique<ALRTEVENT_LOGREC>();
-    maker_.fill(*e, large);
-    e->Ack = maker_.below(4) == 0 ? 1 : 0;
-    e->Severity = maker_.below(5);
-    e->EventID = maker_.below(5) == 0 ? 12545 : 2000 + maker_.below(50);
-    e->Time[0] = 125;
-    e->Time[1] = static_cast<unsigned char>(1 + maker_.below(12));
-    e->Time[2] = static_cast<unsigned char>(1 + maker_.below(28));
-    addThrough(*log_, *e, written);
-    entries_.push_back(std::move(e));
-  }
-  void remove(WrittenRecords &written, std::size_t index) {
-    _GUID id = entries_[index]->KEPOID;
-    EXPECT_EQ(log_->DBAlertRecDelete(&id), 0u);
-    forget(written, index);
-  }
-  void forget(WrittenRecords &written, std::size_t index) {
-    written.erase(tableName<CAlertEVENT_LOGDB>(), entries_[index]->KEPOID);
-    entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(index));
+    log_.add(written, [&](ALRTEVENT_LOGREC &e) {
+      maker_.fill(e, large);
+      e.Ack = maker_.below(4) == 0 ? 1 : 0;
+      e.Severity = maker_.below(5);
+      e.EventID = maker_.below(5) == 0 ? 12545 : 2000 + maker_.below(50);
+      e.Time[0] = 125;
+      e.Time[1] = static_cast<unsigned char>(1 + maker_.below(12));
+      e.Time[2] = static_cast<unsigned char>(1 + maker_.below(28));
+    });
   }
 
   std::string dataDir_;
-  RecordMaker maker_{0x10C};
-  std::unique_ptr<CAlertEVENT_LOGDB> log_;
-  std::vector<std::unique_ptr<ALRTEVENT_LOGREC>> entries_;
+  Pool<CAlertEVENT_LOGDB> log_;
 };
 
 // ------------------------------------------------------------ AlServdb.dat
@@ -332,43 +347,27 @@ class LogFileBuilder : public DataFileBuilder {
 // table of their own, each a catalogue row plus its kind's row.
 class ServiceFileBuilder : public DataFileBuilder {
  public:
+  ServiceFileBuilder() : DataFileBuilder(0x5E4) {}
   const char *file() const override { return "AlServdb.dat"; }
 
-  void fill(WrittenRecords &written) override {
-    open();
-    lockedBatch(handle(), [&] {
-      for (int round = 0; round < 5; ++round) {
-        for (int kind = 0; kind < 14; ++kind)
-          addService(written, kind, round == 2 && kind % 4 == 1);
-      }
-    });
-    close();
+ protected:
+  std::vector<TablePool *> pools() override { return {&catalogue_}; }
+  void populate(WrittenRecords &written) override {
+    for (int round = 0; round < 5; ++round) {
+      for (int kind = 0; kind < 14; ++kind) addService(written, kind, round == 2 && kind % 4 == 1);
+    }
   }
-  void open() override {
-    catalogue_ = std::make_unique<CAlertNtfyServDB>();
-    std::uint32_t r = catalogue_->DBOpen();
-    if (r != 0) r = catalogue_->DBCreate();
-    ASSERT_EQ(r, 0u);
-  }
-  KEPDB *handle() override { return handleOf(*catalogue_); }
-  void change(int batch, WrittenRecords &written) override {
-    lockedBatch(handle(), [&] {
-      for (int n = 0; n < 3; ++n) addService(written, (batch * 3 + n) % 14, false);
-      for (int n = 0; n < 3; ++n) {
-        ALRTNTFYSERV &row = *rows_[(batch * 29 + n * 11) % rows_.size()];
+  void step(int batch, WrittenRecords &written) override {
+    for (int n = 0; n < 3; ++n) addService(written, (batch * 3 + n) % 14, false);
+    for (int n = 0; n < 3; ++n) {
+      catalogue_.update(written, batch * 29 + n * 11, [&](ALRTNTFYSERV &row) {
         std::snprintf(row.Comment, sizeof row.Comment, "changed in batch %d, %d", batch, n);
         row.Enabled = static_cast<std::uint32_t>(batch + n);
-        updateThrough(*catalogue_, row, written);
-      }
-      std::size_t gone = (batch * 31) % rows_.size();
-      _GUID id = rows_[gone]->KEPOID;
-      // The catalogue's delete leaves the kind's row.
-      EXPECT_EQ(catalogue_->DBAlertRecDelete(&id), 0u);
-      written.erase(tableName<CAlertNtfyServDB>(), id);
-      rows_.erase(rows_.begin() + static_cast<std::ptrdiff_t>(gone));
-    });
+      });
+    }
+    // The catalogue's delete leaves the kind's row.
+    catalogue_.remove(written, batch * 31);
   }
-  void close() override { catalogue_.reset(); }
 
  private:
   template <class Kind>
@@ -376,17 +375,17 @@ class ServiceFileBuilder : public DataFileBuilder {
     auto row = std::make_unique<ALRTNTFYSERV>();
     maker_.fill(*row);
     row->ServiceType = Kind::kServiceType;
-    std::snprintf(row->Service_Name, sizeof row->Service_Name, "Service %zu", rows_.size());
+    std::snprintf(row->Service_Name, sizeof row->Service_Name, "Service %zu", catalogue_.size());
     auto settings = std::make_unique<typename Kind::Record>();
     maker_.fill(*settings, large);
     ALRTNTFYSERV givenRow = *row;
     typename Kind::Record givenSettings = *settings;
     _GUID id{}, settingsId{};
-    ASSERT_EQ(catalogue_->DBAlertRecAdd(row.get(), &id, settings.get(), &settingsId), 0u)
+    ASSERT_EQ(catalogue_.table().DBAlertRecAdd(row.get(), &id, settings.get(), &settingsId), 0u)
         << tableName<Kind>();
     written.put(tableName<CAlertNtfyServDB>(), givenRow, *row);
     written.put(tableName<Kind>(), givenSettings, *settings);
-    rows_.push_back(std::move(row));
+    catalogue_.keep(std::move(row));
   }
   void addService(WrittenRecords &written, int kind, bool large) {
     harness::withElement(
@@ -394,9 +393,7 @@ class ServiceFileBuilder : public DataFileBuilder {
         [&](auto type) { addTyped<typename decltype(type)::type>(written, large); });
   }
 
-  RecordMaker maker_{0x5E4};
-  std::unique_ptr<CAlertNtfyServDB> catalogue_;
-  std::vector<std::unique_ptr<ALRTNTFYSERV>> rows_;
+  Pool<CAlertNtfyServDB> catalogue_;
 };
 
 // ------------------------------------------------------------ kepuser.dat
@@ -406,49 +403,42 @@ class ServiceFileBuilder : public DataFileBuilder {
 // whose instances and address records go with it.
 class UserFileBuilder : public DataFileBuilder {
  public:
+  UserFileBuilder() : DataFileBuilder(0x05E4) {}
   const char *file() const override { return "kepuser.dat"; }
 
-  void fill(WrittenRecords &written) override {
+ protected:
+  void prepare() override {
     ASSERT_EQ(platform::KepOMCreateUserObjectTable(), 0u);
-    {
-      CAlertRespDB responses;  // a user's delete also clears its responses
-      ASSERT_EQ(responses.DBCreate(), 0u);
-    }
-    open();
-    lockedBatch(handle(), [&] {
-      for (int n = 0; n < 40; ++n) addUser(written, n % 13 == 5);
-      for (int n = 0; n < 40; ++n) addUserObject(written);
-    });
-    close();
+    CAlertRespDB responses;  // a user's delete also clears its responses
+    ASSERT_EQ(responses.DBCreate(), 0u);
   }
-  void open() override {
-    users_ = std::make_unique<CAlertUsrDB>();
-    instances_ = std::make_unique<CAlertUsrInstServDB>();
-    objects_ = std::make_unique<CUsrDB>();
-    for (std::uint32_t r : {OpenOrCreate(*users_), OpenOrCreate(*instances_), objects_->DBOpen()}) {
-      ASSERT_EQ(r, 0u);
-    }
+  std::vector<TablePool *> pools() override { return {&users_, &instances_, &objects_}; }
+  void populate(WrittenRecords &written) override {
+    for (int n = 0; n < 40; ++n) addUser(written, n % 13 == 5);
+    for (int n = 0; n < 40; ++n) addUserObject(written);
   }
-  KEPDB *handle() override { return handleOf(*users_); }
-  void change(int batch, WrittenRecords &written) override {
-    lockedBatch(handle(), [&] {
-      for (int n = 0; n < 2; ++n) addUser(written, false);
-      for (int n = 0; n < 2; ++n) {
-        ALERTUSRREC &user = *userRecords_[(batch * 7 + n * 3) % userRecords_.size()];
+  void step(int batch, WrittenRecords &written) override {
+    for (int n = 0; n < 2; ++n) addUser(written, false);
+    for (int n = 0; n < 2; ++n) {
+      users_.update(written, batch * 7 + n * 3, [&](ALERTUSRREC &user) {
         user.AlertRecp = 100 + static_cast<std::uint32_t>(batch * 2 + n);
-        updateThrough(*users_, user, written);
+      });
+    }
+    // Its instances and their address records go with it.
+    _GUID gone = users_.remove(written, batch * 5);
+    for (auto it = userInstances_.begin(); it != userInstances_.end();) {
+      if (std::memcmp(&it->user, &gone, sizeof gone) == 0) {
+        written.erase(tableName<CAlertUsrInstServDB>(), it->id);
+        written.erase(it->addressTable, it->address);
+        it = userInstances_.erase(it);
+      } else {
+        ++it;
       }
-      deleteUser(written, (batch * 5) % userRecords_.size());
-      for (int n = 0; n < 2; ++n) addUserObject(written);
-      tagUSEROBJ &object = *objectRecords_[(batch * 3) % objectRecords_.size()];
+    }
+    for (int n = 0; n < 2; ++n) addUserObject(written);
+    objects_.update(written, batch * 3, [&](tagUSEROBJ &object) {
       std::snprintf(object.Title, sizeof object.Title, "Title of batch %d", batch);
-      updateThrough(*objects_, object, written);
     });
-  }
-  void close() override {
-    users_.reset();
-    instances_.reset();
-    objects_.reset();
   }
 
  private:
@@ -471,56 +461,31 @@ class UserFileBuilder : public DataFileBuilder {
     ALRTUSRINSTSERV givenInstance = instance;
     typename AddressTable::Record givenAddress = address;
     _GUID instanceId{}, addressId{};
-    ASSERT_EQ(instances_->DBAlertRecAdd(&instance, &instanceId, &address, &addressId), 0u)
+    ASSERT_EQ(instances_.table().DBAlertRecAdd(&instance, &instanceId, &address, &addressId), 0u)
         << tableName<AddressTable>();
     written.put(tableName<CAlertUsrInstServDB>(), givenInstance, instance);
     written.put(tableName<AddressTable>(), givenAddress, address);
     userInstances_.push_back({instanceId, user, tableName<AddressTable>(), addressId});
   }
-  void addInstanceOfKind(WrittenRecords &written, const _GUID &user, int kind) {
-    harness::withElement(harness::AddressTables{}, static_cast<std::size_t>(kind % 9),
-                         [&](auto t) { addInstance<typename decltype(t)::type>(written, user); });
-  }
   void addUser(WrittenRecords &written, bool large) {
-    auto user = std::make_unique<ALERTUSRREC>();
-    maker_.fill(*user, large);
-    _GUID id = addThrough(*users_, *user, written);
+    std::size_t index = users_.size();
+    _GUID id = idOf(&users_.add(written, [&](ALERTUSRREC &user) { maker_.fill(user, large); }));
     int kinds = 1 + static_cast<int>(maker_.below(3));
     for (int k = 0; k < kinds; ++k) {
-      addInstanceOfKind(written, id, static_cast<int>(userRecords_.size()) + k * 4);
+      harness::withElement(harness::AddressTables{}, (index + k * 4) % 9,
+                           [&](auto t) { addInstance<typename decltype(t)::type>(written, id); });
     }
-    userRecords_.push_back(std::move(user));
-  }
-  void deleteUser(WrittenRecords &written, std::size_t index) {
-    _GUID id = userRecords_[index]->KEPOID;
-    EXPECT_EQ(users_->DBAlertRecDelete(&id), 0u);
-    written.erase(tableName<CAlertUsrDB>(), id);
-    // Its instances and their address records go with it.
-    for (auto it = userInstances_.begin(); it != userInstances_.end();) {
-      if (std::memcmp(&it->user, &id, sizeof id) == 0) {
-        written.erase(tableName<CAlertUsrInstServDB>(), it->id);
-        written.erase(it->addressTable, it->address);
-        it = userInstances_.erase(it);
-      } else {
-        ++it;
-      }
-    }
-    userRecords_.erase(userRecords_.begin() + static_cast<std::ptrdiff_t>(index));
   }
   void addUserObject(WrittenRecords &written) {
-    auto object = std::make_unique<tagUSEROBJ>();
-    maker_.fill(*object);
-    std::snprintf(object->LoginName, sizeof object->LoginName, "login%zu", objectRecords_.size());
-    addThrough(*objects_, *object, written);
-    objectRecords_.push_back(std::move(object));
+    objects_.add(written, [&](tagUSEROBJ &object) {
+      maker_.fill(object);
+      std::snprintf(object.LoginName, sizeof object.LoginName, "login%zu", objects_.size());
+    });
   }
 
-  RecordMaker maker_{0x05E4};
-  std::unique_ptr<CAlertUsrDB> users_;
-  std::unique_ptr<CAlertUsrInstServDB> instances_;
-  std::unique_ptr<CUsrDB> objects_;
-  std::vector<std::unique_ptr<ALERTUSRREC>> userRecords_;
-  std::vector<std::unique_ptr<tagUSEROBJ>> objectRecords_;
+  Pool<CAlertUsrDB> users_;
+  Pool<CAlertUsrInstServDB> instances_;
+  Pool<CUsrDB> objects_;
   std::vector<Instance> userInstances_;
 };
 

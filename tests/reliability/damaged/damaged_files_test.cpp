@@ -25,10 +25,10 @@
 #include <string>
 #include <vector>
 
-#include "support/bounded_run.h"
 #include "reliability/damaged/damaged_data_builders.h"
 #include "reliability/damaged/damaged_reference.h"
 #include "reliability/damaged/damaged_variants.h"
+#include "support/bounded_run.h"
 #include "support/test_environment.h"
 #include "support/tool_run.h"
 
@@ -146,28 +146,11 @@ class DamagedDataFilesTest : public IsolatedTest {
     scratchDir_ = dataPath("scratch");
   }
 
-  static void writeBytes(const std::string &path, const std::string &bytes) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-  }
-
   // Puts exactly `pair` (and nothing else) in `dir` under the name `file`.
   static void materialize(const std::string &dir, const std::string &file, const FilePair &pair) {
     fs::remove_all(dir);
     fs::create_directories(dir);
-    writeBytes(dir + "/" + file, pair.file);
-    if (pair.log) writeBytes(dir + "/" + file + "-wal", *pair.log);
-  }
-
-  static FilePair readPair(const std::string &path) {
-    FilePair pair;
-    pair.file = readFile(path);
-    if (fileExists(path + "-wal")) pair.log = readFile(path + "-wal");
-    return pair;
-  }
-
-  // The same bytes, a log that is not there counting as empty.
-  static bool sameBytes(const FilePair &a, const FilePair &b) {
-    return a.file == b.file && a.log.value_or("") == b.log.value_or("");
+    pair.write(dir + "/" + file);
   }
 
   BoundedRun runReader(const std::vector<std::string> &args, const std::string &dir) {
@@ -239,7 +222,7 @@ class DamagedDataFilesTest : public IsolatedTest {
       states.push_back(states.back());
       builder.change(batch, states.back());
       // Copied while the tables are open: the log holds the batches.
-      p.commits.push_back(readPair(path));
+      p.commits.push_back(FilePair::read(path));
     }
     builder.close();
     if (HasFatalFailure()) return p;
@@ -267,7 +250,7 @@ class DamagedDataFilesTest : public IsolatedTest {
     parsed.addText(reference);
     p.tableCount = parsed.layouts.size();
     p.referencePath = dataPath(p.file + ".reference");
-    writeBytes(p.referencePath, reference);
+    FilePair::writeBytes(p.referencePath, reference);
     return p;
   }
 
@@ -281,7 +264,8 @@ class DamagedDataFilesTest : public IsolatedTest {
           keep ? std::string(keep) + "/" + p.file + "." + std::to_string(t.tried) : "";
       if (keep && !fs::exists(dir)) {
         materialize(dir, p.file, damaged);
-        writeBytes(dir + "/variant.txt", v.category + " | " + v.what + "\n" + what + "\n");
+        FilePair::writeBytes(dir + "/variant.txt",
+                             v.category + " | " + v.what + "\n" + what + "\n");
         fs::copy_file(p.referencePath, dir + "/reference.txt");
       }
     };
@@ -294,7 +278,7 @@ class DamagedDataFilesTest : public IsolatedTest {
     if ((check.exitCode != 0 && check.exitCode != 1) || check.sanitizerReport()) {
       return fail("check " + check.ending() + ": " + check.err);
     }
-    if (!sameBytes(readPair(path), damaged)) fail("check changed the file or its log");
+    if (!FilePair::read(path).sameBytes(damaged)) fail("check changed the file or its log");
     nlohmann::json verdict = nlohmann::json::parse(check.out, nullptr, false);
     if (verdict.is_discarded() || verdict.size() != 1) return fail("check printed " + check.out);
     const nlohmann::json &entry = verdict[0];
@@ -359,7 +343,7 @@ class DamagedDataFilesTest : public IsolatedTest {
     if (run.exitCode == 1) {
       // Refused: nothing is changed, nothing is left behind.
       ++t.recoverRefused;
-      if (!sameBytes(readPair(path), damaged)) fail("a refused recover changed the file");
+      if (!FilePair::read(path).sameBytes(damaged)) fail("a refused recover changed the file");
       for (const auto &e : fs::directory_iterator(variantDir_)) {
         std::string name = e.path().filename().string();
         if (name != p.file && name != p.file + "-wal" && name != p.file + "-shm") {
@@ -417,7 +401,7 @@ class DamagedDataFilesTest : public IsolatedTest {
     t.lost += lost;
   }
 
-  void sweep(DataFileBuilder &builder) {
+  void sweep(DataFileBuilder &&builder) {
     Pristine p = make(builder);
     if (HasFatalFailure() || p.digests.size() != kBatches + 1) return;
     PageMap closedPages = mapPages({p.closed.file, std::nullopt}, scratchDir_);
@@ -470,36 +454,54 @@ class DamagedDataFilesTest : public IsolatedTest {
     std::fflush(stdout);
   }
 
+  // The first phase of `builder`'s file, then `statements` run on it behind
+  // the library's back (changing `changes` rows, when given).
+  WrittenRecords filledAndAltered(DataFileBuilder &builder, const std::string &statements,
+                                  int changes = -1) {
+    WrittenRecords written;
+    builder.fill(written);
+    EXPECT_FALSE(HasFatalFailure());
+    if (statements.empty()) return written;
+    sqlite3 *db = nullptr;
+    EXPECT_EQ(sqlite3_open(dataPath(builder.file()).c_str(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    if (changes >= 0) {
+      EXPECT_EQ(sqlite3_changes(db), changes);
+    }
+    sqlite3_close(db);
+    return written;
+  }
+
+  // What `alertdb recover --format json` says of `file`, which it salvaged.
+  nlohmann::json recoverReport(const std::string &file) {
+    BoundedRun run = runToolIn({"recover", file, "--format", "json"}, dataDir());
+    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+    nlohmann::json report = nlohmann::json::parse(run.out, nullptr, false);
+    EXPECT_FALSE(report.is_discarded()) << run.out;
+    return report.is_discarded() ? nlohmann::json::object() : report;
+  }
+
   std::string variantDir_;
   std::string scratchDir_;
 };
 
-TEST_F(DamagedDataFilesTest, EventClassesLinksAndALogInAlEvntdb) {
-  EventFileBuilder builder;
-  sweep(builder);
-}
+TEST_F(DamagedDataFilesTest, EventClassesLinksAndALogInAlEvntdb) { sweep(EventFileBuilder()); }
 
-TEST_F(DamagedDataFilesTest, TheMirroredEventLogInKEPLogDB) {
-  LogFileBuilder builder(dataDir());
-  sweep(builder);
-}
+TEST_F(DamagedDataFilesTest, TheMirroredEventLogInKEPLogDB) { sweep(LogFileBuilder(dataDir())); }
 
 TEST_F(DamagedDataFilesTest, TheServiceCatalogueAndEveryKindInAlServdb) {
-  ServiceFileBuilder builder;
-  sweep(builder);
+  sweep(ServiceFileBuilder());
 }
 
 TEST_F(DamagedDataFilesTest, UsersInstancesAddressesAndUserObjectsInKepuser) {
-  UserFileBuilder builder;
-  sweep(builder);
+  sweep(UserFileBuilder());
 }
 
 // The reader's comparison can fail: against a reference that lacks some
 // records' versions, the intact file's reads of them are reported.
 TEST_F(DamagedDataFilesTest, ReadsOfRecordsNeverWrittenSoAreReported) {
-  WrittenRecords written;
   LogFileBuilder builder(dataDir());
-  builder.fill(written);
+  filledAndAltered(builder, "");
   ASSERT_FALSE(HasFatalFailure());
   FilePair intact{readFile(dataPath("KEPLogDB.dat")), std::nullopt};
   std::string full = dump("KEPLogDB.dat", intact);
@@ -518,7 +520,7 @@ TEST_F(DamagedDataFilesTest, ReadsOfRecordsNeverWrittenSoAreReported) {
   }
   ASSERT_FALSE(storeDropped.empty());
   ASSERT_FALSE(classDropped.empty());
-  writeBytes(dataPath("reference.txt"), reference);
+  FilePair::writeBytes(dataPath("reference.txt"), reference);
   materialize(variantDir_, "KEPLogDB.dat", intact);
   BoundedRun run =
       runReader({"check", variantDir_, "KEPLogDB.dat", dataPath("reference.txt")}, variantDir_);
@@ -546,16 +548,9 @@ TEST_F(DamagedDataFilesTest, ReadsOfRecordsNeverWrittenSoAreReported) {
 // must say that nothing can be saved and leave the file where it is, not put
 // a store without any table in its place.
 TEST_F(DamagedDataFilesTest, RecoverLeavesAFileWhoseRecordsCannotBeToldApartInPlace) {
-  WrittenRecords written;
   LogFileBuilder builder(dataDir());
-  builder.fill(written);
-  ASSERT_FALSE(HasFatalFailure());
-  std::string path = dataPath("KEPLogDB.dat");
-  sqlite3 *db = nullptr;
-  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, "DELETE FROM alertdb_fields", nullptr, nullptr, nullptr), SQLITE_OK);
-  sqlite3_close(db);
-  std::string before = readFile(path);
+  filledAndAltered(builder, "DELETE FROM alertdb_fields");
+  std::string path = dataPath("KEPLogDB.dat"), before = readFile(path);
 
   BoundedRun run = runToolIn({"recover", "KEPLogDB.dat"}, dataDir());
   EXPECT_EQ(run.exitCode, 1) << run.out << run.err;
@@ -567,49 +562,17 @@ TEST_F(DamagedDataFilesTest, RecoverLeavesAFileWhoseRecordsCannotBeToldApartInPl
   }
 }
 
-// A table whose catalog entry is gone cannot be saved, but recover must say
-// that its records are lost rather than leave it out unmentioned.
-TEST_F(DamagedDataFilesTest, RecoverCountsTheRecordsOfATableItsCatalogLost) {
-  WrittenRecords written;
-  EventFileBuilder builder;
-  builder.fill(written);
-  ASSERT_FALSE(HasFatalFailure());
-  std::size_t links = written.tables().at(tableName<CAlertEVENT_RESPDB>()).size();
-  sqlite3 *db = nullptr;
-  ASSERT_EQ(sqlite3_open(dataPath("AlEvntdb.dat").c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, "DELETE FROM alertdb_tables WHERE name='EVENT_RESP'", nullptr, nullptr,
-                         nullptr),
-            SQLITE_OK);
-  sqlite3_close(db);
-
-  BoundedRun run = runToolIn({"recover", "AlEvntdb.dat", "--format", "json"}, dataDir());
-  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
-  nlohmann::json report = nlohmann::json::parse(run.out, nullptr, false);
-  ASSERT_FALSE(report.is_discarded()) << run.out;
-  EXPECT_EQ(report["lost"], links) << run.out;
-  bool named = false;
-  for (const auto &problem : report["problems"]) named = named || problem["table"] == "EVENT_RESP";
-  EXPECT_TRUE(named) << run.out;
-}
-
 // A catalog that lost a table's entry while the table and its field list
 // are still there disagrees with itself: every open mode refuses the file,
 // unchanged, instead of opening it without the table (whose open would then
-// say it is missing, and invite the caller to create it afresh).
-TEST_F(DamagedDataFilesTest, AStoreWhoseCatalogLostATableIsRefusedNotOpenedWithoutIt) {
-  WrittenRecords written;
+// say it is missing, and invite the caller to create it afresh). Recover
+// cannot save that table, but says that its records are lost rather than
+// leave it out unmentioned.
+TEST_F(DamagedDataFilesTest, AStoreWhoseCatalogLostATableIsRefusedAndItsRecordsCountedLost) {
   EventFileBuilder builder;
-  builder.fill(written);
-  ASSERT_FALSE(HasFatalFailure());
-  std::string path = dataPath("AlEvntdb.dat");
-  sqlite3 *db = nullptr;
-  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, "DELETE FROM alertdb_tables WHERE name='EVENT_RESP'", nullptr, nullptr,
-                         nullptr),
-            SQLITE_OK);
-  sqlite3_close(db);
-  std::string before = readFile(path);
-
+  WrittenRecords written =
+      filledAndAltered(builder, "DELETE FROM alertdb_tables WHERE name='EVENT_RESP'");
+  std::string path = dataPath("AlEvntdb.dat"), before = readFile(path);
   for (std::uint32_t mode :
        {platform::kOpenExisting, platform::kOpenRecover, platform::kOpenCreate}) {
     KEPDB *h = platform::QDBInit(0, path.c_str(), mode, 1);
@@ -619,36 +582,32 @@ TEST_F(DamagedDataFilesTest, AStoreWhoseCatalogLostATableIsRefusedNotOpenedWitho
   }
   CAlertEVENT_RESPDB links;
   EXPECT_EQ(links.DBOpen(), ALRT_E_INITFAILED);
+
+  nlohmann::json report = recoverReport("AlEvntdb.dat");
+  EXPECT_EQ(report["lost"], written.tables().at(tableName<CAlertEVENT_RESPDB>()).size()) << report;
+  bool named = false;
+  for (const auto &problem : report["problems"]) named = named || problem["table"] == "EVENT_RESP";
+  EXPECT_TRUE(named) << report;
 }
 
 // A catalog entry whose key numbers no longer fit the table's columns
 // cannot read the table's rows: recover counts them lost and leaves the
 // table out, rather than make it again empty with the damaged layout.
 TEST_F(DamagedDataFilesTest, RecoverLeavesOutATableItsCatalogEntryCannotRead) {
-  WrittenRecords written;
   EventFileBuilder builder;
-  builder.fill(written);
-  ASSERT_FALSE(HasFatalFailure());
-  std::size_t classes = written.tables().at(tableName<CAlertEVENT_CLASSDB>()).size();
-  sqlite3 *db = nullptr;
-  ASSERT_EQ(sqlite3_open(dataPath("AlEvntdb.dat").c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db,
-                         "UPDATE alertdb_fields SET key_number=4294967288 "
-                         "WHERE table_name='EVENT_CLASS' AND key_number=7",
-                         nullptr, nullptr, nullptr),
-            SQLITE_OK);
-  EXPECT_EQ(sqlite3_changes(db), 1);
-  sqlite3_close(db);
-
-  BoundedRun run = runToolIn({"recover", "AlEvntdb.dat", "--format", "json"}, dataDir());
-  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
-  nlohmann::json report = nlohmann::json::parse(run.out, nullptr, false);
-  ASSERT_FALSE(report.is_discarded()) << run.out;
+  WrittenRecords written = filledAndAltered(builder,
+                                            "UPDATE alertdb_fields SET key_number=4294967288 "
+                                            "WHERE table_name='EVENT_CLASS' AND key_number=7",
+                                            1);
+  nlohmann::json report = recoverReport("AlEvntdb.dat");
+  bool counted = false;
   for (const auto &table : report["tables"]) {
-    if (table["name"] == "EVENT_CLASS") {
-      EXPECT_EQ(table["lost"], classes) << run.out;
-    }
+    if (table["name"] != "EVENT_CLASS") continue;
+    counted = true;
+    EXPECT_EQ(table["lost"], written.tables().at(tableName<CAlertEVENT_CLASSDB>()).size())
+        << report;
   }
+  EXPECT_TRUE(counted) << report;
   // The new store serves the other tables, and takes the lost one afresh.
   CAlertEVENT_RESPDB links;
   EXPECT_EQ(links.DBOpen(), 0u);
@@ -661,10 +620,10 @@ TEST_F(DamagedDataFilesTest, RecoverLeavesOutATableItsCatalogEntryCannotRead) {
 // was asked to start at must not send them round again.
 TEST_F(DamagedDataFilesTest, CheckAndRecoverEndWhateverARecordPageHolds) {
   {
-    CAlertEVENT_LOGDB log;
+    harness::Exposed<CAlertEVENT_LOGDB> log;
     ASSERT_EQ(log.DBCreate(), 0u);
     RecordMaker maker(0x4EAD);
-    ASSERT_EQ(DBFileLock(handleOf(log)), 0u);
+    ASSERT_EQ(DBFileLock(log.handle()), 0u);
     for (std::uint32_t n = 0; n < 300; ++n) {
       auto entry = std::make_unique<ALRTEVENT_LOGREC>();
       maker.fill(*entry, n % 60 == 17);
@@ -672,7 +631,7 @@ TEST_F(DamagedDataFilesTest, CheckAndRecoverEndWhateverARecordPageHolds) {
       _GUID id{};
       ASSERT_EQ(log.DBAlertRecAdd(entry.get(), &id), 0u);
     }
-    ASSERT_EQ(DBFileUnlock(handleOf(log)), 0u);
+    ASSERT_EQ(DBFileUnlock(log.handle()), 0u);
   }
   FilePair closed{readFile(dataPath("KEPLogDB.dat")), std::nullopt};
   PageMap pages = mapPages(closed, scratchDir_);

@@ -11,8 +11,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -28,6 +31,44 @@ inline std::uint64_t bytesHash(const void *data, std::size_t size) {
 
 using harness::hashText;
 using harness::hexOf;
+
+// A data file with its log, as bytes.
+struct FilePair {
+  std::string file;
+  std::optional<std::string> log;  // no -wal file when empty
+
+  static bool readBytes(const std::string &path, std::string *bytes) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
+  }
+  static void writeBytes(const std::string &path, const std::string &bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+  }
+  static FilePair read(const std::string &path) {
+    FilePair pair;
+    std::string log;
+    readBytes(path, &pair.file);
+    if (readBytes(path + "-wal", &log)) pair.log = log;
+    return pair;
+  }
+  // Puts exactly these bytes at `path`: its log too, or none, and no
+  // shared memory left from before.
+  void write(const std::string &path) const {
+    std::filesystem::remove(path + "-shm");
+    writeBytes(path, file);
+    if (log) {
+      writeBytes(path + "-wal", *log);
+    } else {
+      std::filesystem::remove(path + "-wal");
+    }
+  }
+  // The same bytes, a log that is not there counting as empty.
+  bool sameBytes(const FilePair &other) const {
+    return file == other.file && log.value_or("") == other.log.value_or("");
+  }
+};
 
 struct FieldLayout {
   std::uint32_t key = 0;

@@ -17,13 +17,9 @@
 #include <string>
 #include <vector>
 
-namespace alertdb_test::damage {
+#include "reliability/damaged/damaged_reference.h"
 
-// A data file with its log, as bytes.
-struct FilePair {
-  std::string file;
-  std::optional<std::string> log;  // no -wal file when empty
-};
+namespace alertdb_test::damage {
 
 enum class PageRole { Catalog, Records, Index, Unused };
 
