@@ -343,7 +343,8 @@ std::uint32_t CAlertDBTable<REC>::CreateTable(const char *title, const char *con
 
 template <class REC>
 REC *CAlertDBTable<REC>::SettledRecordBuffer() {
-  platform::QDBRecordSettle(m_hTable);
+  // Only a record read straight to the caller can be owed.
+  if constexpr (kReadsStraight) platform::QDBRecordSettle(m_hTable);
   return m_pRecordBuffer;
 }
 

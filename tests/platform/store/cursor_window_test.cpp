@@ -296,17 +296,21 @@ TEST_F(CursorWindowTest, AWalkAtItsEndSeesRecordsAddedAfterItFromAnywhere) {
   }
 }
 
-TEST_F(CursorWindowTest, TheEndOfOneOrderIsNotTheEndOfAnother) {
-  SampleTable t;
-  KEPDB *h = createSample(t);
-  // The small key runs against the number: the last record in one order is
-  // the first in the other.
-  for (std::uint32_t n = 0; n < 6; ++n) {
+// Adds `count` records whose small key runs against their number.
+void addCrossedOrders(SampleTable &t, KEPDB *h, std::uint32_t count) {
+  for (std::uint32_t n = 0; n < count; ++n) {
     t.fill(0, ("r" + std::to_string(n)).c_str(), n);
     t.record.id.Data1 = n + 1;
     t.record.small = static_cast<std::uint16_t>(100 - n);
     ASSERT_EQ(QDBRecordAdd(h), 0u);
   }
+}
+
+TEST_F(CursorWindowTest, TheEndOfOneOrderIsNotTheEndOfAnother) {
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  // The last record in one order is the first in the other.
+  addCrossedOrders(t, h, 6);
   std::uint32_t steps = 0;
   for (std::uint32_t r = QDBRecordSkipAndRead(h, kSmallKey, kSkipFirst); r == 0;
        r = QDBRecordSkipAndRead(h, kSmallKey, kSkipNext)) {
@@ -324,14 +328,8 @@ TEST_F(CursorWindowTest, TheEndOfOneOrderIsNotTheEndOfAnother) {
 TEST_F(CursorWindowTest, ChangingOrderInsideAWindowGoesOnFromTheCurrentRecordInEachOrder) {
   SampleTable t;
   KEPDB *h = createSample(t);
-  // The small key runs against the number, so rows fetched ahead in one
-  // order are the wrong next rows in the other.
-  for (std::uint32_t n = 0; n < 40; ++n) {
-    t.fill(0, ("r" + std::to_string(n)).c_str(), n);
-    t.record.id.Data1 = n + 1;
-    t.record.small = static_cast<std::uint16_t>(100 - n);
-    ASSERT_EQ(QDBRecordAdd(h), 0u);
-  }
+  // Rows fetched ahead in one order are the wrong next rows in the other.
+  addCrossedOrders(t, h, 40);
   ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipFirst), 0u);
   for (std::uint32_t n = 1; n <= 20; ++n) {
     ASSERT_EQ(QDBRecordSkipAndRead(h, kNumberKey, kSkipNext), 0u);
