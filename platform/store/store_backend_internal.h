@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/store/change_counter_internal.h"
 #include "platform/store/operation_lock_internal.h"
 #include "platform/store/row_batch_internal.h"
 #include "platform/store/store_schema_internal.h"
@@ -64,9 +65,10 @@ class StoreSession {
 
   // A mark that moves whenever any session, here or in another process,
   // commits a change to the file (and sometimes when none did). Rows fetched
-  // after taking a mark are still what the file holds while it stays.
-  virtual bool tracksCommits() const = 0;
-  virtual std::uint64_t commitMark() const = 0;
+  // after taking a mark are still what the file holds while it stays. Read
+  // on every step of a walk, so not through a virtual call.
+  bool tracksCommits() const { return commits_.available(); }
+  std::uint64_t commitMark() const { return commits_.value(); }
   // Whether every fetch is a round trip to a server, which costs more than
   // the rows it brings: an enumeration then reads its largest window from
   // its second fetch on instead of growing to it.
@@ -106,6 +108,10 @@ class StoreSession {
   // Announces a change to the other machines through the server; false when
   // the session has no server to tell.
   virtual bool announceChange() { return false; }
+
+ protected:
+  // A backend whose commits are all told to this machine's counter sets it.
+  ChangeCounter commits_ = ChangeCounter::none();
 
  private:
   OperationLock operationLock_;

@@ -105,10 +105,8 @@ class PgSession final : public StoreSession {
   const std::string &path() const override { return key_; }
   bool acceptsLegacyRecords() const override { return false; }
   void noteDamage() override {}
-  // Another machine's commits cannot be seen without asking the server: the
-  // cursor's window bound applies instead.
-  bool tracksCommits() const override { return false; }
-  std::uint64_t commitMark() const override { return 0; }
+  // No commit counter: another machine's commits cannot be seen without
+  // asking the server, so the cursor's window bound applies instead.
   bool fetchIsRoundTrip() const override { return true; }
   std::uint32_t table(const std::string &name, std::shared_ptr<TableHandle> *out) override;
   std::uint32_t createTable(const TableDef &def, std::shared_ptr<TableHandle> *out) override;

@@ -146,8 +146,6 @@ class SqliteSession final : public StoreSession {
   void noteDamage() override {
     sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   }
-  bool tracksCommits() const override { return counter_.available(); }
-  std::uint64_t commitMark() const override { return counter_.value(); }
   std::uint32_t table(const std::string &name, std::shared_ptr<TableHandle> *out) override;
   std::uint32_t createTable(const TableDef &def, std::shared_ptr<TableHandle> *out) override;
   std::uint32_t addQueryType(const QueryTypeDef &type) override;
@@ -187,17 +185,15 @@ class SqliteSession final : public StoreSession {
   template <typename Write>
   int committing(Write write) {
     if (writeDepth_ > 0 || readDepth_ > 0) return write();
-    counter_.bump();
+    commits_.bump();
     int rc = write();
-    counter_.bump();
+    commits_.bump();
     return rc;
   }
 
   sqlite3 *db_;
   std::string path_;
   int format_ = kFormatVersion;
-  // Bumped around every commit, so that cursors elsewhere know to fetch again.
-  ChangeCounter counter_ = ChangeCounter::none();
   std::map<std::string, std::shared_ptr<SqliteTable>> tables_;
   Statement begin_, commit_;
   int writeDepth_ = 0;
@@ -258,7 +254,7 @@ std::uint32_t SqliteSession::checkFile(std::uint32_t mode, Repairs *repairs,
       queryNumber(db_, "PRAGMA schema_version", &schema) && ::stat(path_.c_str(), &st) == 0;
   CheckedFile file{st.st_dev, st.st_ino, schema,
                    identified ? st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec : 0};
-  if (identified) counter_ = ChangeCounter::forFile(st.st_dev, st.st_ino);
+  if (identified) commits_ = ChangeCounter::forFile(st.st_dev, st.st_ino);
   if (mode != kOpenRecover && identified && checkedFiles().contains(file)) return QDB_OK;
   std::uint32_t status = checkStructure(db_, format_, repairs, defs);
   if (status == QDB_OK && repairs->empty() && identified) checkedFiles().add(file);
@@ -593,9 +589,9 @@ std::uint32_t SqliteSession::unlockWrite() {
     lockSpanLeave(true);
     return QDB_OK;
   }
-  counter_.bump();
+  commits_.bump();
   int rc = execute(db_, "COMMIT");
-  counter_.bump();
+  commits_.bump();
   if (rc != SQLITE_OK) {
     execute(db_, "ROLLBACK");
     noteRollback();
