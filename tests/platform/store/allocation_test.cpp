@@ -124,6 +124,21 @@ TEST_F(AllocationTest, SteadyRecordOperationsAllocateNothing) {
   EXPECT_EQ(seen, 1500u);
   EXPECT_EQ(allocationsOf([&] { retrieveAll(1500); }), 0);
 
+  // Updates and deletes, each record found by its ID first.
+  auto updateAndDelete = [&](std::uint32_t first, std::uint32_t count) {
+    DBFileLock(table.handle());
+    for (std::uint32_t n = first; n < first + count; ++n) {
+      ALRTEVENT_RESPREC r = link(n);
+      r.ResponseOID.Data2 = 1;
+      ASSERT_EQ(table.CAlertDBTable::DBAlertRecUpdate(&r), 0u);
+      ASSERT_EQ(table.CAlertDBTable::DBAlertRecDelete(&r.KEPOID), 0u);
+    }
+    DBFileUnlock(table.handle());
+  };
+  updateAndDelete(1400, 50);
+  EXPECT_EQ(allocationsOf([&] { updateAndDelete(1450, 50); }), 0);
+  EXPECT_EQ(enumerate(CAlertEVENT_RESPDB::kIdKey), 1400u);
+
   // The count sees the library's own allocations: opening a table makes some.
   LinkTable other;
   EXPECT_GT(allocationsOf([&] { EXPECT_EQ(other.DBOpen(), 0u); }), 0);
