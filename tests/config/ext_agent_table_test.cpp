@@ -5,8 +5,8 @@
 
 #include "config/config_test_support.h"
 #include "services/service_test_support.h"
+#include "support/created_table_test.h"
 
-using alertdb_test::ChangeEventWatch;
 using alertdb_test::kZeroId;
 using alertdb_test::makeId;
 using alertdb_test::rowCount;
@@ -15,16 +15,13 @@ using alertdb_test::stored;
 
 namespace {
 
-class ExtAgentTest : public alertdb_test::IsolatedTest {
+class ExtAgentTest : public alertdb_test::CreatedTableTest<CAlert_EXTAGT_CFGDB> {
  protected:
   void SetUp() override {
-    IsolatedTest::SetUp();
-    // Made once the data directory is set: the path is fixed at construction.
-    agents = std::make_unique<CAlert_EXTAGT_CFGDB>();
-    ASSERT_EQ(agents->DBCreate(), 0u);
+    CreatedTableTest::SetUp();
     ALRT_EXTAGT_CFGREC agent{};
     std::strcpy(agent.MachineName, "agent-1");
-    ASSERT_EQ(agents->DBAlertRecAdd(&agent, &agentId), 0u);
+    ASSERT_EQ(table->DBAlertRecAdd(&agent, &agentId), 0u);
   }
   int relations() {
     CAlertAGNT_SERV_RELDB agentSide;
@@ -36,18 +33,12 @@ class ExtAgentTest : public alertdb_test::IsolatedTest {
     return n;
   }
 
-  void TearDown() override {
-    agents.reset();
-    IsolatedTest::TearDown();
-  }
-
-  std::unique_ptr<CAlert_EXTAGT_CFGDB> agents;
   _GUID agentId{};
 };
 
 TEST_F(ExtAgentTest, ARelationIsStoredOnBothSidesUnderTwoIds) {
   _GUID server = makeId(0x10), id{};
-  ASSERT_EQ(agents->QALRTAgntCfgAddServiceEntry(&server, &agentId, &id), 0u);
+  ASSERT_EQ(table->QALRTAgntCfgAddServiceEntry(&server, &agentId, &id), 0u);
   CAlertAGNT_SERV_RELDB agentSide;
   CAlertSERV_AGNT_RELDB serverSide;
   ASSERT_EQ(agentSide.DBOpen(), 0u);
@@ -58,37 +49,35 @@ TEST_F(ExtAgentTest, ARelationIsStoredOnBothSidesUnderTwoIds) {
   EXPECT_TRUE(sameBytes(serverRecord.ServerOID, server));
   ALRTAGNT_SERV_RELREC agentRecord{};
   ASSERT_EQ(
-      agentSide.DBAlertRecFindFirst(CAlertAGNT_SERV_RELDB::kAgentKey, 16,
-                                    reinterpret_cast<unsigned char *>(&agentId), &agentRecord),
-      0u);
+      alertdb_test::findBy(agentSide, CAlertAGNT_SERV_RELDB::kAgentKey, agentId, &agentRecord), 0u);
   EXPECT_TRUE(sameBytes(agentRecord.ServerOID, server));
   EXPECT_FALSE(sameBytes(agentRecord.KEPOID, serverRecord.KEPOID));
 
   // No duplicate check; the server is not looked up.
-  ASSERT_EQ(agents->QALRTAgntCfgAddServiceEntry(&server, &agentId, &id), 0u);
+  ASSERT_EQ(table->QALRTAgntCfgAddServiceEntry(&server, &agentId, &id), 0u);
   EXPECT_EQ(relations(), 2);
 }
 
 TEST_F(ExtAgentTest, AnUnknownAgentOrAMissingArgumentWritesNothing) {
   _GUID server = makeId(0x10), unknown = makeId(0x99), id = makeId(0xEE);
-  EXPECT_EQ(agents->QALRTAgntCfgAddServiceEntry(&server, &unknown, &id), ALRT_E_NOTFOUND);
+  EXPECT_EQ(table->QALRTAgntCfgAddServiceEntry(&server, &unknown, &id), ALRT_E_NOTFOUND);
   EXPECT_TRUE(sameBytes(id, kZeroId));
-  EXPECT_EQ(agents->QALRTAgntCfgAddServiceEntry(nullptr, &agentId, &id), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(agents->QALRTAgntCfgAddServiceEntry(&server, nullptr, &id), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(agents->QALRTAgntCfgAddServiceEntry(&server, &agentId, nullptr), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(table->QALRTAgntCfgAddServiceEntry(nullptr, &agentId, &id), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(table->QALRTAgntCfgAddServiceEntry(&server, nullptr, &id), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(table->QALRTAgntCfgAddServiceEntry(&server, &agentId, nullptr), ALRT_E_INVALIDPARAM);
   EXPECT_EQ(relations(), 0);
 }
 
 TEST_F(ExtAgentTest, DeletingAnAgentLeavesItsRelationsAndSignalsNothing) {
   _GUID server = makeId(0x10), id{};
-  ASSERT_EQ(agents->QALRTAgntCfgAddServiceEntry(&server, &agentId, &id), 0u);
-  ChangeEventWatch watch;
+  ASSERT_EQ(table->QALRTAgntCfgAddServiceEntry(&server, &agentId, &id), 0u);
+  alertdb_test::ChangeEventWatch watch;
   watch.reset();
-  ASSERT_EQ(agents->DBAlertRecDelete(&agentId), 0u);
+  ASSERT_EQ(table->DBAlertRecDelete(&agentId), 0u);
   EXPECT_FALSE(watch.signalled());
-  EXPECT_FALSE(stored<ALRT_EXTAGT_CFGREC>(*agents, agentId));
+  EXPECT_FALSE(stored<ALRT_EXTAGT_CFGREC>(*table, agentId));
   EXPECT_EQ(relations(), 1);
-  EXPECT_NE(agents->DBAlertRecDelete(&agentId), 0u);
+  EXPECT_NE(table->DBAlertRecDelete(&agentId), 0u);
 }
 
 TEST_F(ExtAgentTest, OpeningMakesTheAgentSideTableAndACopyStandsAlone) {

@@ -18,15 +18,6 @@ namespace {
 
 class InstalledServiceTest : public alertdb_test::ConfigTest {
  protected:
-  // An SMTP service with its own settings row; `settingsId` gets that row's ID.
-  _GUID smtpService(const char *name, _GUID *settingsId) {
-    ALRTNTFYSERV row{};
-    std::strcpy(row.Service_Name, name);
-    ALRTSMTPSERVICEREC settings{};
-    _GUID id{};
-    EXPECT_EQ(catalogue->DBAlertRecAdd(&row, &id, &settings, settingsId), 0u);
-    return id;
-  }
   _GUID installRecord(const _GUID &service, const _GUID &settingsId, std::uint32_t backup) {
     ALRTSERV_INST_NTFY_SERVREC inst{};
     inst.ServiceOID = service;
@@ -82,7 +73,8 @@ TEST_F(InstalledServiceTest, DeletingTakesTheServicesResponsesAndInstancesAndNot
 
 TEST_F(InstalledServiceTest, OnlyABackupServersRecordTakesTheServiceSettingsWithIt) {
   _GUID keptSettings{}, goneSettings{};
-  _GUID kept = smtpService("kept", &keptSettings), gone = smtpService("gone", &goneSettings);
+  _GUID kept = addService(*catalogue, "kept", 5, &keptSettings);
+  _GUID gone = addService(*catalogue, "gone", 5, &goneSettings);
   _GUID plain = installRecord(kept, keptSettings, 0);
   _GUID other = installRecord(kept, keptSettings, 2);
   _GUID backup = installRecord(gone, goneSettings, CAlertSERV_INST_NTFY_SERVDB::kBackupServer);
@@ -96,7 +88,7 @@ TEST_F(InstalledServiceTest, OnlyABackupServersRecordTakesTheServiceSettingsWith
 
 TEST_F(InstalledServiceTest, ABackupRecordOfAKindWithoutSettingsOrServiceIsStillDeleted) {
   _GUID settingsId{};
-  _GUID smtp = smtpService("mail", &settingsId);
+  _GUID smtp = addService(*catalogue, "mail", 5, &settingsId);
   // A program launch service (type 14) has no settings table; a service
   // missing from the catalogue has no type at all.
   _GUID launch = addService(*catalogue, "launch", 14);

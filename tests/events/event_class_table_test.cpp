@@ -38,11 +38,6 @@ class EventClassTableTest : public alertdb_test::CreatedTableTest<ProbedEventCla
     setenv("ALERTDB_TEST_ICON_LOG", dataPath("icons.log").c_str(), 1);
     ASSERT_EQ(chdir(dataDir().c_str()), 0);  // where the callback library is looked for
   }
-  void TearDown() override {
-    table.reset();
-    platform::KepOMSetProvider(nullptr);
-    CreatedTableTest::TearDown();
-  }
 
   static ALRTEVENT_CLASSREC eventClass(const char *name, std::uint32_t eventId,
                                        std::uint32_t severity = 2) {

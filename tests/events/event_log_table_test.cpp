@@ -46,10 +46,6 @@ ALRTEVENT_LOGREC sampleEntry(unsigned char classFill, unsigned char day = 1) {
 
 class EventLogTableTest : public alertdb_test::IsolatedTest {
  protected:
-  void TearDown() override {
-    platform::KepOMSetProvider(nullptr);
-    IsolatedTest::TearDown();
-  }
   static bool mirrored(const _GUID &id) {
     _GUID classId{};
     char name[32] = {};

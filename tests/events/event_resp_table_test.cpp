@@ -83,9 +83,7 @@ TEST_F(EventRespTableTest, EnumerationRunsInKeyOrderAndEndsWithNotFound) {
   EXPECT_EQ(table->DBAlertRecFindFirst(43, 16, nullptr, &record), ALRT_E_INVALIDPARAM);
   for (unsigned char e : {3, 1, 2}) ASSERT_EQ(link(e, 1), 0u);
   // Find-next does not stop where the key changes.
-  _GUID two = makeId(2);
-  ASSERT_EQ(table->DBAlertRecFindFirst(43, 16, reinterpret_cast<unsigned char *>(&two), &record),
-            0u);
+  ASSERT_EQ(alertdb_test::findBy(*table, 43, makeId(2), &record), 0u);
   EXPECT_EQ(record.EventClassOID.Data1, 0x02020202u);
   ASSERT_EQ(table->DBAlertRecFindNext(&record), 0u);
   EXPECT_EQ(record.EventClassOID.Data1, 0x03030303u);

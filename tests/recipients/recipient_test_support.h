@@ -17,6 +17,7 @@
 #include "recipients/user_table.h"
 #include "responses/response_table.h"
 #include "services/notify_services_table.h"
+#include "services/service_test_support.h"
 #include "support/refusing_object_manager.h"
 #include "support/test_environment.h"
 
@@ -29,13 +30,15 @@ inline _GUID orderedId(unsigned char first, unsigned char rest) {
   return id;
 }
 
-// A catalogue service of the SMTP kind (type 5) or, with another type, a
-// plain catalogue row of that type.
-inline _GUID addService(CAlertNtfyServDB &catalogue, const char *name, std::uint32_t type = 5) {
+// A catalogue service of the SMTP kind (type 5), its settings row's ID in
+// `settingsOut`, or, with another type, a plain catalogue row of that type.
+inline _GUID addService(CAlertNtfyServDB &catalogue, const char *name, std::uint32_t type = 5,
+                        _GUID *settingsOut = nullptr) {
   ALRTNTFYSERV row{};
   std::snprintf(row.Service_Name, sizeof row.Service_Name, "%s", name);
   row.ServiceType = type;
-  _GUID id{}, settingsId{};
+  _GUID id{}, ownSettingsId{};
+  _GUID &settingsId = settingsOut ? *settingsOut : ownSettingsId;
   std::uint32_t status;
   if (type == 5) {
     ALRTSMTPSERVICEREC settings{};
@@ -90,8 +93,7 @@ template <class Table, class Rec>
 int countByKey(Table &table, std::uint32_t key, _GUID value, _GUID Rec::*field) {
   auto record = std::make_unique<Rec>();
   int n = 0;
-  for (std::uint32_t r = table.DBAlertRecFindFirst(
-           key, 16, reinterpret_cast<unsigned char *>(&value), record.get());
+  for (std::uint32_t r = findBy(table, key, value, record.get());
        r == 0 && std::memcmp(&(record.get()->*field), &value, 16) == 0;
        r = table.DBAlertRecFindNext(record.get())) {
     ++n;
@@ -120,7 +122,6 @@ class RecipientTablesTest : public IsolatedTest {
     ASSERT_EQ(smtp->DBCreate(), 0u);
   }
   void TearDown() override {
-    platform::KepOMSetProvider(nullptr);
     smtp.reset();
     instances.reset();
     users.reset();

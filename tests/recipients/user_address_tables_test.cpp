@@ -8,6 +8,7 @@
 #include "support/table_shape_checks.h"
 #include "support/test_environment.h"
 
+using alertdb_test::findBy;
 using alertdb_test::makeId;
 using alertdb_test::sameBytes;
 using alertdb_test::tableInfo;
@@ -70,15 +71,11 @@ TEST_F(UserAddressTest, NumericPagerFieldsLandInTheirOwnMembers) {
   EXPECT_EQ(info.fields[2].name, "UserName");
   EXPECT_EQ(info.fields[2].size, 65u);
   EXPECT_EQ(info.fields[3].name, "NPAGE_Phone");
-  char name[65] = "Dana Scully";
-  ALRTUSR_NPAGESERVICEREC found{};
-  ASSERT_EQ(reader.DBAlertRecFindFirst(68, 12, reinterpret_cast<unsigned char *>(name), &found),
-            0u);
-  EXPECT_STREQ(found.NPAGE_Phone, "555-0100");
-  char phone[26] = "555-0100";
-  ASSERT_EQ(reader.DBAlertRecFindFirst(69, 9, reinterpret_cast<unsigned char *>(phone), &found),
-            0u);
-  EXPECT_STREQ(found.UserName, "Dana Scully");
+  ALRTUSR_NPAGESERVICEREC byName{}, byPhone{};
+  ASSERT_EQ(findBy(reader, 68, "Dana Scully", &byName), 0u);
+  EXPECT_STREQ(byName.NPAGE_Phone, "555-0100");
+  ASSERT_EQ(findBy(reader, 69, "555-0100", &byPhone), 0u);
+  EXPECT_STREQ(byPhone.UserName, "Dana Scully");
 }
 
 TEST_F(UserAddressTest, AUsersAddressesComeFirstFromTheUserKeyThenTheWalkGoesOn) {
@@ -92,11 +89,8 @@ TEST_F(UserAddressTest, AUsersAddressesComeFirstFromTheUserKeyThenTheWalkGoesOn)
     _GUID id{};
     ASSERT_EQ(table.DBAlertRecAdd(&r, &id), 0u);
   }
-  _GUID user = makeId(0x20);
   ALRTUSR_SMTPSERVICEREC r{};
-  ASSERT_EQ(table.DBAlertRecFindFirst(CAlertUSR_SMTPDB::kUserKey, 16,
-                                      reinterpret_cast<unsigned char *>(&user), &r),
-            0u);
+  ASSERT_EQ(findBy(table, CAlertUSR_SMTPDB::kUserKey, makeId(0x20), &r), 0u);
   EXPECT_STREQ(r.SMTPMailAddr, "addr0@example.org");
   ASSERT_EQ(table.DBAlertRecFindNext(&r), 0u);
   EXPECT_STREQ(r.SMTPMailAddr, "addr2@example.org") << "same user, in the order added";
@@ -114,17 +108,12 @@ TEST_F(UserAddressTest, AlphaPagerKeysTheSelectedServiceAndTheUserApart) {
   std::strcpy(r.Pin, "4711");
   _GUID id{};
   ASSERT_EQ(table.DBAlertRecAdd(&r, &id), 0u);
-  ALRTUSR_APAGESERVICEREC found{};
-  _GUID service = makeId(0x61), user = makeId(0x60);
-  ASSERT_EQ(table.DBAlertRecFindFirst(61, 16, reinterpret_cast<unsigned char *>(&service), &found),
-            0u);
-  EXPECT_STREQ(found.Pin, "4711");
-  ASSERT_EQ(table.DBAlertRecFindFirst(CAlertUSR_APAGEDB::kUserKey, 16,
-                                      reinterpret_cast<unsigned char *>(&user), &found),
-            0u);
-  EXPECT_TRUE(sameBytes(found.KEPOID, id));
-  EXPECT_NE(table.DBAlertRecFindFirst(61, 16, reinterpret_cast<unsigned char *>(&user), &found), 0u)
-      << "the user's ID is not a selected service";
+  ALRTUSR_APAGESERVICEREC byService{}, byUser{};
+  ASSERT_EQ(findBy(table, 61, makeId(0x61), &byService), 0u);
+  EXPECT_STREQ(byService.Pin, "4711");
+  ASSERT_EQ(findBy(table, CAlertUSR_APAGEDB::kUserKey, makeId(0x60), &byUser), 0u);
+  EXPECT_TRUE(sameBytes(byUser.KEPOID, id));
+  EXPECT_NE(findBy(table, 61, makeId(0x60), &byUser), 0u) << "the user's ID is not a service";
 }
 
 }  // namespace

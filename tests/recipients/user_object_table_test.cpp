@@ -31,10 +31,6 @@ class ProbedUserObjects : public CUsrDB {
 
 class UserObjectTest : public alertdb_test::IsolatedTest {
  protected:
-  void TearDown() override {
-    platform::KepOMSetProvider(nullptr);
-    IsolatedTest::TearDown();
-  }
   static tagUSEROBJ userObject(const char *login, const char *fullName) {
     tagUSEROBJ u{};
     std::strcpy(u.LoginName, login);

@@ -27,9 +27,7 @@ class UserTableTest : public alertdb_test::RecipientTablesTest {
  protected:
   ALRTUSRINSTSERV firstInstanceOf(_GUID user) {
     ALRTUSRINSTSERV i{};
-    EXPECT_EQ(instances->DBAlertRecFindFirst(CAlertUsrInstServDB::kUserKey, 16,
-                                             reinterpret_cast<unsigned char *>(&user), &i),
-              0u);
+    EXPECT_EQ(alertdb_test::findBy(*instances, CAlertUsrInstServDB::kUserKey, user, &i), 0u);
     return i;
   }
 };
@@ -107,9 +105,7 @@ void expectServiceAdded(CAlertUsrDB &users, _GUID user, _GUID service, std::uint
   CAlertUsrInstServDB instances;
   ASSERT_EQ(instances.DBOpen(), 0u);
   ALRTUSRINSTSERV i{};
-  ASSERT_EQ(instances.DBAlertRecFindFirst(CAlertUsrInstServDB::kServiceKey, 16,
-                                          reinterpret_cast<unsigned char *>(&service), &i),
-            0u);
+  ASSERT_EQ(alertdb_test::findBy(instances, CAlertUsrInstServDB::kServiceKey, service, &i), 0u);
   EXPECT_EQ(std::memcmp(&i.UserOid, &user, 16), 0);
   EXPECT_EQ(std::uint32_t{i.ServiceType}, type);
   EXPECT_STREQ(i.Service_Name, serviceName);
@@ -201,8 +197,8 @@ TEST_F(UserTableTest, DeletingAnInstanceTakesItsAddressAndItsServicesResponses) 
 
   // The user's instance of the mail service.
   ALRTUSRINSTSERV instance{};
-  for (std::uint32_t r = instances->DBAlertRecFindFirst(
-           CAlertUsrInstServDB::kUserKey, 16, reinterpret_cast<unsigned char *>(&user), &instance);
+  for (std::uint32_t r =
+           alertdb_test::findBy(*instances, CAlertUsrInstServDB::kUserKey, user, &instance);
        r == 0 && std::memcmp(&instance.Service_KEPOID, &mail, 16) != 0;
        r = instances->DBAlertRecFindNext(&instance)) {
   }
@@ -282,25 +278,6 @@ TEST_F(UserTableTest, DeletingAUserTakesOnlyItsOwnRecordsAmongInterleavedOthers)
   }
 }
 
-TEST_F(UserTableTest, AUserWithoutServicesOrResponsesIsDeletedAlone) {
-  _GUID user = makeId(0x10), other = makeId(0x11);
-  addUser(*users, user);
-  addUser(*users, other);
-  giveService(other, makeId(0x20), "other@example.org");
-  ChangeEventWatch watch;
-  watch.reset();
-  ASSERT_EQ(users->DBAlertRecDelete(&user), 0u);
-  EXPECT_TRUE(watch.signalled());
-  EXPECT_FALSE(stored<ALERTUSRREC>(*users, user));
-  EXPECT_EQ(instancesOfUser(other), 1);
-  watch.reset();
-  std::uint32_t again = users->DBAlertRecDelete(&user);
-  EXPECT_NE(again, 0u);
-  EXPECT_LT(again, 0x10000u) << "the record store's own result";
-  EXPECT_FALSE(watch.signalled());
-  EXPECT_EQ(users->DBAlertRecDelete(nullptr), ALRT_E_INVALIDPARAM);
-}
-
 TEST_F(UserTableTest, AUserWhoseInstancesPointAtMissingRowsIsDeletedAllTheSame) {
   _GUID user = makeId(0x10);
   addUser(*users, user);
@@ -315,11 +292,24 @@ TEST_F(UserTableTest, AUserWhoseInstancesPointAtMissingRowsIsDeletedAllTheSame) 
   ASSERT_EQ(instances->DBAlertRecAdd(&wave, &waveId), 0u);
   ASSERT_EQ(instances->DBAlertRecAdd(&unknown, &unknownId), 0u);
   addResponse(*responses, response("r", user, makeId(0x20)));
+  _GUID lone = makeId(0x11);  // nothing to cascade to
+  addUser(*users, lone);
 
   ASSERT_EQ(users->DBAlertRecDelete(&user), 0u);
   EXPECT_FALSE(stored<ALERTUSRREC>(*users, user));
   EXPECT_EQ(instancesOfUser(user), 0);
   EXPECT_EQ(responsesOfUser(user), 0);
+  ChangeEventWatch watch;
+  watch.reset();
+  ASSERT_EQ(users->DBAlertRecDelete(&lone), 0u);
+  EXPECT_TRUE(watch.signalled());
+  EXPECT_FALSE(stored<ALERTUSRREC>(*users, lone));
+  watch.reset();
+  std::uint32_t again = users->DBAlertRecDelete(&lone);
+  EXPECT_NE(again, 0u);
+  EXPECT_LT(again, 0x10000u) << "the record store's own result";
+  EXPECT_FALSE(watch.signalled());
+  EXPECT_EQ(users->DBAlertRecDelete(nullptr), ALRT_E_INVALIDPARAM);
 }
 
 TEST_F(UserTableTest, AResponseTableThatCannotBeOpenedStopsTheCascadeAndSaysSo) {

@@ -17,12 +17,14 @@
 #include "support/test_environment.h"
 #include "text/replaceable_parameters.h"
 
+using alertdb_test::addResponse;
 using alertdb_test::addUser;
+using alertdb_test::findBy;
 using alertdb_test::makeId;
 
 namespace {
 
-class TypicalAlertFlowTest : public alertdb_test::IsolatedTest {};
+class TypicalAlertFlowTest : public alertdb_test::RecipientTablesTest {};
 
 TEST_F(TypicalAlertFlowTest, AnOccurrenceBecomesAMessageToTheUsersAddressAndARecordedResult) {
   // ---- configuration, as the console writes it
@@ -36,49 +38,32 @@ TEST_F(TypicalAlertFlowTest, AnOccurrenceBecomesAMessageToTheUsersAddressAndARec
   _GUID eventClassId{};
   ASSERT_EQ(eventClasses.DBAlertRecAdd(&diskFull, &eventClassId), 0u);
 
-  CAlertNtfyServDB catalogue;
-  ASSERT_EQ(catalogue.DBCreate(), 0u);
   ALRTNTFYSERV mail{};
   std::strcpy(mail.Service_Name, "Internet Mail");
   auto server = std::make_unique<ALRTSMTPSERVICEREC>();
-  std::memset(server.get(), 0, sizeof *server);
   std::strcpy(server->Server_addr, "smtp.example.org");
   std::strcpy(server->Password, "secret");
   _GUID serviceId{}, serverId{};
-  ASSERT_EQ(catalogue.DBAlertRecAdd(&mail, &serviceId, server.get(), &serverId), 0u);
-
-  CAlertUsrDB users;
-  ASSERT_EQ(users.DBCreate(), 0u);
+  ASSERT_EQ(catalogue->DBAlertRecAdd(&mail, &serviceId, server.get(), &serverId), 0u);
   _GUID userId = makeId(0x42);
-  addUser(users, userId);
-  ALRTUSR_SMTPSERVICEREC address{};
-  address.USR_OID = userId;
-  std::strcpy(address.UserName, "Night Operator");
-  std::strcpy(address.SMTPMailAddr, "ops@example.org");
-  ASSERT_EQ(users.QALRTUsrAddService(&userId, &serviceId, &address), 0u);
+  addUser(*users, userId);
+  giveService(userId, serviceId, "ops@example.org");
 
-  CAlertRespDB responses;
-  ASSERT_EQ(responses.DBCreate(), 0u);
-  ALERTRESPREC notify{};
-  std::strcpy(notify.Name, "Mail the night operator");
+  ALERTRESPREC notify = alertdb_test::response("Mail the night operator", userId, serviceId);
   notify.Type = CAlertRespDB::kServiceResponse;
-  notify.UserOID = userId;
-  notify.ServiceOID = serviceId;
   std::strcpy(notify.Msg, "Event %s on %s: %s");
   const unsigned char messageParams[] = {4, 2, 12};
   std::memcpy(notify.ParamIDList, messageParams, sizeof messageParams);
   std::strcpy(notify.SubjectMsg, "%s alert from %s");
   const unsigned char subjectParams[] = {8, 10};
   std::memcpy(notify.SubParamIDList, subjectParams, sizeof subjectParams);
-  _GUID responseId{};
-  ASSERT_EQ(responses.DBAlertRecAdd(&notify, &responseId), 0u);
+  _GUID responseId = addResponse(*responses, notify);
   ASSERT_EQ(eventClasses.QALRTEventClassAddResponse(&eventClassId, &responseId), 0u);
 
   // ---- a component detects the event
   CAlertEVENT_LOGDB log;
   ASSERT_EQ(log.DBCreate(), 0u);
   auto occurrence = std::make_unique<ALRTEVENT_LOGREC>();
-  std::memset(occurrence.get(), 0, sizeof *occurrence);
   occurrence->EventClass_OID = eventClassId;
   occurrence->EventID = 13145;
   std::strcpy(occurrence->MachineName, "FILESRV1");
@@ -90,21 +75,17 @@ TEST_F(TypicalAlertFlowTest, AnOccurrenceBecomesAMessageToTheUsersAddressAndARec
   CAlertEVENT_LOGDB logReader;
   ASSERT_EQ(logReader.DBOpen(), 0u);
   auto logged = std::make_unique<ALRTEVENT_LOGREC>();
-  std::memset(logged.get(), 0, sizeof *logged);
   ASSERT_EQ(logReader.DBAlertRecRetrieve(&logEntryId, logged.get()), 0u);
 
   CAlertEVENT_CLASSDB classReader;
   ASSERT_EQ(classReader.DBOpen(), 0u);
   auto eventClass = std::make_unique<ALRTEVENT_CLASSREC>();
-  std::memset(eventClass.get(), 0, sizeof *eventClass);
   ASSERT_EQ(classReader.DBAlertRecRetrieve(&logged->EventClass_OID, eventClass.get()), 0u);
 
   CAlertEVENT_RESPDB links;
   ASSERT_EQ(links.DBOpen(), 0u);
   ALRTEVENT_RESPREC link{};
-  ASSERT_EQ(links.DBAlertRecFindFirst(CAlertEVENT_RESPDB::kEventClassKey, 16,
-                                      reinterpret_cast<unsigned char *>(&eventClassId), &link),
-            0u);
+  ASSERT_EQ(findBy(links, CAlertEVENT_RESPDB::kEventClassKey, eventClassId, &link), 0u);
   ASSERT_EQ(std::memcmp(&link.EventClassOID, &eventClassId, 16), 0);
   ALRTEVENT_RESPREC next{};
   EXPECT_TRUE(links.DBAlertRecFindNext(&next) != 0 ||
@@ -124,18 +105,14 @@ TEST_F(TypicalAlertFlowTest, AnOccurrenceBecomesAMessageToTheUsersAddressAndARec
   CAlertSMTPNtfyServDB smtpServers;
   ASSERT_EQ(smtpServers.DBOpen(), 0u);
   auto settings = std::make_unique<ALRTSMTPSERVICEREC>();
-  std::memset(settings.get(), 0, sizeof *settings);
   ASSERT_EQ(smtpServers.DBAlertRecRetrieve(&service.ServiceSpecific_KEPOID, settings.get()), 0u);
   EXPECT_STREQ(settings->Server_addr, "smtp.example.org");
   EXPECT_STREQ(settings->Password, "secret") << "passwords arrive in clear";
 
-  CAlertUsrInstServDB instances;
-  ASSERT_EQ(instances.DBOpen(), 0u);
+  CAlertUsrInstServDB instanceReader;
+  ASSERT_EQ(instanceReader.DBOpen(), 0u);
   ALRTUSRINSTSERV instance{};
-  _GUID user = toDo.UserOID;
-  ASSERT_EQ(instances.DBAlertRecFindFirst(CAlertUsrInstServDB::kUserKey, 16,
-                                          reinterpret_cast<unsigned char *>(&user), &instance),
-            0u);
+  ASSERT_EQ(findBy(instanceReader, CAlertUsrInstServDB::kUserKey, toDo.UserOID, &instance), 0u);
   ASSERT_EQ(std::memcmp(&instance.Service_KEPOID, &toDo.ServiceOID, 16), 0);
   CAlertUSR_SMTPDB addresses;
   ASSERT_EQ(addresses.DBOpen(), 0u);
@@ -178,10 +155,7 @@ TEST_F(TypicalAlertFlowTest, AnOccurrenceBecomesAMessageToTheUsersAddressAndARec
   CAlertRespResultsDB resultReader;
   ASSERT_EQ(resultReader.DBOpen(), 0u);
   ALERTRESPRESULTREC ofEntry{};
-  ASSERT_EQ(
-      resultReader.DBAlertRecFindFirst(CAlertRespResultsDB::kLogEntryKey, 16,
-                                       reinterpret_cast<unsigned char *>(&logEntryId), &ofEntry),
-      0u);
+  ASSERT_EQ(findBy(resultReader, CAlertRespResultsDB::kLogEntryKey, logEntryId, &ofEntry), 0u);
   EXPECT_EQ(std::memcmp(&ofEntry.ResponseOID, &responseId, 16), 0);
   EXPECT_EQ(std::memcmp(&ofEntry.TargetOID, &target.KEPOID, 16), 0);
   char errorText[2049];

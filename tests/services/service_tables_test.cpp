@@ -9,6 +9,7 @@
 #include "support/test_environment.h"
 
 using alertdb_test::fillRandom;
+using alertdb_test::findBy;
 using alertdb_test::sameBytes;
 using alertdb_test::tableInfo;
 
@@ -122,24 +123,15 @@ TEST_F(ServiceKindTest, BroadcastAndPagerServicesAreFoundByTheirKeys) {
     ASSERT_EQ(broadcast.DBAlertRecAdd(&r, &id), 0u);
   }
   ALRTBROADCASTSERVICEREC found{};
-  char server[49] = "SRV-A";
-  ASSERT_EQ(broadcast.DBAlertRecFindFirst(CAlertBROADCASTNtfyServDB::kServerNameKey, 6,
-                                          reinterpret_cast<unsigned char *>(server), &found),
-            0u);
+  ASSERT_EQ(findBy(broadcast, CAlertBROADCASTNtfyServDB::kServerNameKey, "SRV-A", &found), 0u);
   EXPECT_STREQ(found.ServerName, "SRV-A");
   EXPECT_EQ(std::uint32_t{found.BroadcastAll}, 1u);
   EXPECT_STREQ(found.UserName, "user1");
   ASSERT_EQ(broadcast.DBAlertRecFindNext(&found), 0u);
   EXPECT_STREQ(found.ServerName, "SRV-B") << "in server name order";
-  char user[65] = "user2";
-  ASSERT_EQ(broadcast.DBAlertRecFindFirst(CAlertBROADCASTNtfyServDB::kUserNameKey, 6,
-                                          reinterpret_cast<unsigned char *>(user), &found),
-            0u);
+  ASSERT_EQ(findBy(broadcast, CAlertBROADCASTNtfyServDB::kUserNameKey, "user2", &found), 0u);
   EXPECT_STREQ(found.ServerName, "SRV-B");
-  std::uint32_t all = 1;
-  ASSERT_EQ(broadcast.DBAlertRecFindFirst(CAlertBROADCASTNtfyServDB::kBroadcastAllKey, 4,
-                                          reinterpret_cast<unsigned char *>(&all), &found),
-            0u);
+  ASSERT_EQ(findBy(broadcast, CAlertBROADCASTNtfyServDB::kBroadcastAllKey, 1u, &found), 0u);
   EXPECT_STREQ(found.ServerName, "SRV-A");
 
   CAlertAPAGENtfyServDB apage;
@@ -155,17 +147,11 @@ TEST_F(ServiceKindTest, BroadcastAndPagerServicesAreFoundByTheirKeys) {
   _GUID id{};
   ASSERT_EQ(apage.DBAlertRecAdd(&a, &id), 0u);
   ASSERT_EQ(npage.DBAlertRecAdd(&n, &id), 0u);
-  char modem[65] = "COM2 modem";
   ALRTAPAGESERVICEREC foundA{};
-  ASSERT_EQ(apage.DBAlertRecFindFirst(CAlertAPAGENtfyServDB::kModemNameKey, 11,
-                                      reinterpret_cast<unsigned char *>(modem), &foundA),
-            0u);
-  EXPECT_STREQ(foundA.ServiceProvider, "PageCo");
-  std::strcpy(modem, "COM3 modem");
   ALRTNPAGESERVICEREC foundN{};
-  ASSERT_EQ(npage.DBAlertRecFindFirst(CAlertNPAGENtfyServDB::kModemNameKey, 11,
-                                      reinterpret_cast<unsigned char *>(modem), &foundN),
-            0u);
+  ASSERT_EQ(findBy(apage, CAlertAPAGENtfyServDB::kModemNameKey, "COM2 modem", &foundA), 0u);
+  EXPECT_STREQ(foundA.ServiceProvider, "PageCo");
+  ASSERT_EQ(findBy(npage, CAlertNPAGENtfyServDB::kModemNameKey, "COM3 modem", &foundN), 0u);
   EXPECT_EQ(std::uint32_t{foundN.Delay}, 30u);
 }
 

@@ -80,6 +80,15 @@ constexpr std::uint32_t idKeyOf() {
   }
 }
 
+// Finds the first record whose field at `key` holds `value`: its bytes, a
+// text literal's terminator included. Padded, as text keys may be read whole.
+template <class Table, class REC, class V>
+std::uint32_t findBy(Table &table, std::uint32_t key, const V &value, REC *record) {
+  std::vector<unsigned char> bytes(sizeof value < 256 ? 256 : sizeof value);
+  std::memcpy(bytes.data(), &value, sizeof value);
+  return table.DBAlertRecFindFirst(key, sizeof value, bytes.data(), record);
+}
+
 // The number of rows an enumeration in ID order delivers.
 template <class Table>
 int rowCount(Table &table) {

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/object_manager.h"
 #include "support/data_file_query.h"
 
 namespace alertdb_test {
@@ -73,6 +74,8 @@ void IsolatedTest::startAfreshOnServer() {
 }
 
 void IsolatedTest::TearDown() {
+  // An object manager a test put in place goes with it.
+  platform::KepOMSetProvider(nullptr);
   // Sessions a test left open, its own or its children's, end with it.
   for (const std::string &database : databases_) {
     onServer(std::getenv("ALERTDB_TEST_POSTGRES_SOCKET"),
