@@ -10,6 +10,7 @@
 #include "config/modem_location_table.h"
 #include "services/service_test_support.h"
 #include "support/data_file_query.h"
+#include "support/table_shape_checks.h"
 
 using alertdb_test::addResponse;
 using alertdb_test::addService;
@@ -52,11 +53,18 @@ TEST_F(ServerConfigTest, EntriesAreAddedOnlyForAStoredServerAndWithEveryArgument
             ALRT_E_INVALIDPARAM);
   EXPECT_EQ(servers->QALRTServCfgAddNtfyServiceEntry(&server, nullptr, "mail", &id),
             ALRT_E_INVALIDPARAM);
+  // A name too long for its field is refused, not cut.
+  const std::string tooLong(CAlert_SRV_CFGDB::kMaxServiceName + 1, 'n');
+  id = makeId(0xEE);
+  EXPECT_EQ(servers->QALRTServCfgAddNtfyServiceEntry(&server, &service, tooLong.c_str(), &id),
+            ALRT_E_TOOLARGE);
+  EXPECT_TRUE(sameBytes(id, kZeroId));
 
   CAlertSERV_AGNT_RELDB relations;
   ASSERT_EQ(OpenOrCreate(relations), 0u);
   EXPECT_EQ(alertdb_test::rowCount(relations), 0);
   EXPECT_EQ(installedOn(unknown), 0);
+  EXPECT_EQ(installedOn(server), 0);
 }
 
 TEST_F(ServerConfigTest, EachEntryNamesItsServerAndLandsInItsTable) {
@@ -109,17 +117,6 @@ TEST_F(ServerConfigTest, EachEntryNamesItsServerAndLandsInItsTable) {
   EXPECT_EQ(std::string(inst.ServiceName), longest);
   EXPECT_TRUE(sameBytes(inst.ServiceSpecOID, kZeroId));
   EXPECT_EQ(std::uint32_t{inst.BackupServer}, 0u);
-}
-
-TEST_F(ServerConfigTest, AServiceNameTooLongForItsFieldIsRefusedNotCut) {
-  _GUID server = makeId(0x10), service = makeId(0x30);
-  addServer(server, "alpha");
-  const std::string tooLong(CAlert_SRV_CFGDB::kMaxServiceName + 1, 'n');
-  _GUID id = makeId(0xEE);
-  EXPECT_EQ(servers->QALRTServCfgAddNtfyServiceEntry(&server, &service, tooLong.c_str(), &id),
-            ALRT_E_TOOLARGE);
-  EXPECT_TRUE(sameBytes(id, kZeroId));
-  EXPECT_EQ(installedOn(server), 0);
 }
 
 TEST_F(ServerConfigTest, AFailedAddDropsTheNeighbourAndTheNextCallOpensItAfresh) {
@@ -209,87 +206,15 @@ TEST_F(ServerConfigTest, DeletingAServerTakesOnlyItsOwnServicesAmongInterleavedO
       addResponse(*responses, response("r" + name, user, service));
     }
   }
-  auto ping = std::make_unique<ALRTSERV_AUTOPING>();
-  std::strcpy(ping->Name, "gateway");
-  _GUID serverId = server, pingId{};
-  ASSERT_EQ(servers->QALRTServCfgAddAutoPingEntry(&serverId, ping.get(), &pingId), 0u);
-
-  ASSERT_EQ(servers->DBAlertRecDelete(&serverId), 0u);
-  EXPECT_FALSE(stored<ALRT_SRV_CFGREC>(*servers, server));
-  EXPECT_EQ(installedOn(server), 0);
-  for (std::size_t i = 0; i < services.size(); ++i) {
-    bool gone = i % 3 == 1;  // the services installed on `server`
-    EXPECT_EQ(responsesThrough(services[i]), gone ? 0 : 1) << i;
-    EXPECT_EQ(instancesOfService(services[i]), gone ? 0 : 2) << i;
-  }
-  for (const _GUID &other : {before, after}) {
-    EXPECT_TRUE(stored<ALRT_SRV_CFGREC>(*servers, other));
-    EXPECT_EQ(installedOn(other), 3);
-  }
-  // The other sub-tables are not part of the delete.
-  CAlertSERV_AUTOPINGDB pings;
-  ASSERT_EQ(pings.DBOpen(), 0u);
-  EXPECT_TRUE(stored<ALRTSERV_AUTOPING>(pings, pingId));
-  EXPECT_NE(servers->DBAlertRecDelete(&serverId), 0u) << "gone already";
-}
-
-TEST_F(ServerConfigTest, AServerDeleteSignalsOnlyThroughTheDependentsItRemoves) {
-  _GUID server = makeId(0x10), bare = makeId(0x11);
-  addServer(server, "alpha");
-  addServer(bare, "beta");
-  install(server, makeId(0x30), "no dependents");
-  ChangeEventWatch watch;
-  watch.reset();
-  ASSERT_EQ(servers->DBAlertRecDelete(&server), 0u);
-  ASSERT_EQ(servers->DBAlertRecDelete(&bare), 0u);
-  EXPECT_FALSE(watch.signalled());
-  EXPECT_EQ(alertdb_test::rowCount(*installed), 0);
-}
-
-TEST_F(ServerConfigTest, ServerRecordsKeepEveryFieldAndChangesAreSignalled) {
-  ALRT_SRV_CFGREC server{};
-  alertdb_test::fillRandom(server, 3);
-  server.MachineName[63] = '\0';
-  ALRT_SRV_CFGREC expected = server;
-  ChangeEventWatch watch;
-  watch.reset();
-  _GUID id{};
-  ASSERT_EQ(servers->DBAlertRecAdd(&server, &id), 0u);
-  EXPECT_TRUE(watch.signalled());
-  CAlert_SRV_CFGDB fresh;
-  ASSERT_EQ(fresh.DBOpen(), 0u);
-  ALRT_SRV_CFGREC read{};
-  ASSERT_EQ(fresh.DBAlertRecRetrieve(&id, &read), 0u);
-  EXPECT_TRUE(sameBytes(read, expected));
-  watch.reset();
-  EXPECT_EQ(fresh.DBAlertRecUpdate(&read), 0u);
-  EXPECT_FALSE(watch.signalled()) << "unchanged";
-  read.UPTime += 1;
-  EXPECT_EQ(fresh.DBAlertRecUpdate(&read), 0u);
-  EXPECT_TRUE(watch.signalled());
-  // The machine name is a unique key.
-  ALRT_SRV_CFGREC twin = expected;
-  twin.KEPOID = {};
-  _GUID twinId{};
-  EXPECT_EQ(servers->DBAlertRecAdd(&twin, &twinId), ALRT_E_ADDFAILED);
-}
-
-}  // namespace
-
-namespace {
-
-TEST_F(ServerConfigTest, AConfiguredServerLosesOnlyItsInstalledServicesWhenDeleted) {
-  _GUID server = makeId(0x10), other = makeId(0x11);
-  addServer(server, "alpha");
-  addServer(other, "beta");
-  // Trap sources, ping targets and an agent of each server.
+  // Trap sources, ping targets, agent relations and a modem of the server and
+  // of another: not part of the delete, they hang on by their own "ServerOID".
   CAlert_EXTAGT_CFGDB agents;
   ASSERT_EQ(agents.DBCreate(), 0u);
   ALRT_EXTAGT_CFGREC agent{};
   std::strcpy(agent.MachineName, "agent");
   _GUID agentId{}, id{};
   ASSERT_EQ(agents.DBAlertRecAdd(&agent, &agentId), 0u);
-  for (_GUID s : {server, other}) {
+  for (_GUID s : {server, before}) {
     for (int i = 0; i < 2; ++i) {
       ALRTSERV_SNMPTRAP trap{};
       ASSERT_EQ(servers->QALRTServCfgAddSNMPTrapEntry(&s, &trap, &id), 0u);
@@ -300,7 +225,6 @@ TEST_F(ServerConfigTest, AConfiguredServerLosesOnlyItsInstalledServicesWhenDelet
     ASSERT_EQ(agents.QALRTAgntCfgAddServiceEntry(&s, &agentId, &id), 0u);
     ASSERT_EQ(servers->QALRTServCfgAddAgentEntry(&s, &agentId, &id), 0u);
   }
-  // A modem of the server at a dialing location.
   CAlertMODEM_LOCATIONDB locations;
   ASSERT_EQ(OpenOrCreate(locations), 0u);
   ALRTMODEM_LOCATION location{};
@@ -314,21 +238,20 @@ TEST_F(ServerConfigTest, AConfiguredServerLosesOnlyItsInstalledServicesWhenDelet
   modem->LocationOID = locationId;
   std::strcpy(modem->ModemName, "COM1");
   ASSERT_EQ(modems.DBAlertRecAdd(modem.get(), &modemId), 0u);
-  // Installed services, one of them through a user and a response.
-  _GUID user = makeId(0x20), mail = addService(*catalogue, "mail");
-  addUser(*users, user);
-  giveService(user, mail, "user@example.org");
-  _GUID viaMail = addResponse(*responses, response("user mail", user, mail));
-  install(server, mail, "mail");
-  install(server, makeId(0x31), "pager");
-  _GUID kept = install(other, makeId(0x32), "pager");
 
-  ASSERT_EQ(servers->DBAlertRecDelete(&server), 0u);
+  _GUID serverId = server;
+  ASSERT_EQ(servers->DBAlertRecDelete(&serverId), 0u);
+  EXPECT_FALSE(stored<ALRT_SRV_CFGREC>(*servers, server));
   EXPECT_EQ(installedOn(server), 0);
-  EXPECT_FALSE(stored<ALERTRESPREC>(*responses, viaMail));
-  EXPECT_EQ(instancesOfService(mail), 0);
-  EXPECT_TRUE(stored<ALRTSERV_INST_NTFY_SERVREC>(*installed, kept));
-  // Everything else hangs on by its own "ServerOID".
+  for (std::size_t i = 0; i < services.size(); ++i) {
+    bool gone = i % 3 == 1;  // the services installed on `server`
+    EXPECT_EQ(responsesThrough(services[i]), gone ? 0 : 1) << i;
+    EXPECT_EQ(instancesOfService(services[i]), gone ? 0 : 2) << i;
+  }
+  for (const _GUID &other : {before, after}) {
+    EXPECT_TRUE(stored<ALRT_SRV_CFGREC>(*servers, other));
+    EXPECT_EQ(installedOn(other), 3);
+  }
   CAlertSERV_TRAPListDB traps;
   CAlertSERV_AUTOPINGDB pings;
   CAlertSERV_AGNT_RELDB serverSide;
@@ -349,6 +272,31 @@ TEST_F(ServerConfigTest, AConfiguredServerLosesOnlyItsInstalledServicesWhenDelet
   EXPECT_EQ(alertdb_test::rowCount(agentSide), 2);
   EXPECT_TRUE(stored<ALRTSERV_MODEM>(modems, modemId));
   EXPECT_TRUE(stored<ALRT_EXTAGT_CFGREC>(agents, agentId));
+  EXPECT_NE(servers->DBAlertRecDelete(&serverId), 0u) << "gone already";
+}
+
+TEST_F(ServerConfigTest, AServerDeleteSignalsOnlyThroughTheDependentsItRemoves) {
+  _GUID server = makeId(0x10), bare = makeId(0x11);
+  addServer(server, "alpha");
+  addServer(bare, "beta");
+  install(server, makeId(0x30), "no dependents");
+  ChangeEventWatch watch;
+  watch.reset();
+  ASSERT_EQ(servers->DBAlertRecDelete(&server), 0u);
+  ASSERT_EQ(servers->DBAlertRecDelete(&bare), 0u);
+  EXPECT_FALSE(watch.signalled());
+  EXPECT_EQ(alertdb_test::rowCount(*installed), 0);
+}
+
+TEST_F(ServerConfigTest, ServerRecordsKeepEveryFieldAndAddsAndUpdatesAreSignalled) {
+  // Deletes signal only through the dependents they remove.
+  alertdb_test::expectRecordLifeAndSignals<CAlert_SRV_CFGDB>(
+      {.add = true, .update = true, .remove = false}, 3);
+  addServer(makeId(0x10), "alpha");
+  ALRT_SRV_CFGREC twin{};
+  std::strcpy(twin.MachineName, "alpha");
+  _GUID twinId{};
+  EXPECT_EQ(servers->DBAlertRecAdd(&twin, &twinId), ALRT_E_ADDFAILED) << "machine names are unique";
 }
 
 TEST_F(ServerConfigTest, AServerIsStampedWithTheDomainAndACopyOpensItsOwnNeighbours) {
