@@ -17,12 +17,15 @@ namespace {
 class TableBaseTest : public alertdb_test::IsolatedTest {};
 
 TEST_F(TableBaseTest, PathJoinsTheDataDirectoryAndTheFileName) {
-  ProbedLinkTable byDefault;
-  EXPECT_EQ(std::string(byDefault.m_szFilePath), dataPath("AlEvntdb.dat"));
-  ProbedLinkTable nullName(nullptr);
-  EXPECT_EQ(std::string(nullName.m_szFilePath), dataPath("AlEvntdb.dat"));
-  ProbedLinkTable named("Links.dat");
-  EXPECT_EQ(std::string(named.m_szFilePath), dataPath("Links.dat"));
+  {
+    ProbedLinkTable byDefault, nullName(nullptr), named("Links.dat");
+    EXPECT_EQ(std::string(byDefault.m_szFilePath), dataPath("AlEvntdb.dat"));
+    EXPECT_EQ(std::string(nullName.m_szFilePath), dataPath("AlEvntdb.dat"));
+    EXPECT_EQ(std::string(named.m_szFilePath), dataPath("Links.dat"));
+  }
+  // Objects never opened touch no file.
+  EXPECT_FALSE(fileExists(dataPath("AlEvntdb.dat")));
+  EXPECT_FALSE(fileExists(dataPath("Links.dat")));
 
   // Without a data directory the file name alone is the path.
   unsetenv("ALERTDB_DATA_DIR");
@@ -65,13 +68,6 @@ TEST_F(TableBaseTest, WithoutRecordBufferEveryOperationIsRefusedAndNoFileIsMade)
   EXPECT_EQ(table.DBAlertRecDelete(&id), ALRT_E_NOTOPEN);
   EXPECT_EQ(table.m_hTable, nullptr);
   EXPECT_FALSE(fileExists(dataPath("AlEvntdb.dat")));
-}
-
-TEST_F(TableBaseTest, ObjectNeverOpenedTouchesNoFile) {
-  { ProbedLinkTable table; }
-  { ProbedLinkTable table("Other.dat"); }
-  EXPECT_FALSE(fileExists(dataPath("AlEvntdb.dat")));
-  EXPECT_FALSE(fileExists(dataPath("Other.dat")));
 }
 
 TEST_F(TableBaseTest, CreateObjectIdGivesFreshIds) {
