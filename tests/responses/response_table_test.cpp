@@ -24,31 +24,14 @@ _GUID testResponseId(std::uint32_t lastDigits) {
   return {0x6E2B4000 | lastDigits, 0x3C95, 0x4D7E, {0x8A, 0x16, 0, 0, 0, 0, 0, 0x01}};
 }
 
-class ResponseTableTest : public alertdb_test::IsolatedTest {
+class ResponseTableTest : public alertdb_test::RecipientTablesTest {
  protected:
-  void SetUp() override {
-    IsolatedTest::SetUp();
-    catalogue = std::make_unique<CAlertNtfyServDB>();
-    ASSERT_EQ(catalogue->DBCreate(), 0u);
-    CAlertEVENT_RESPDB links;
-    ASSERT_EQ(links.DBCreate(), 0u);
-    table = std::make_unique<CAlertRespDB>();
-    ASSERT_EQ(table->DBCreate(), 0u);
-  }
-  void TearDown() override {
-    table.reset();
-    catalogue.reset();
-    IsolatedTest::TearDown();
-  }
   ALERTRESPREC read(_GUID id) {
     ALERTRESPREC r{};
-    EXPECT_EQ(table->DBAlertRecRetrieve(&id, &r), 0u);
+    EXPECT_EQ(responses->DBAlertRecRetrieve(&id, &r), 0u);
     return r;
   }
-  int rows() { return alertdb_test::rowCount(*table); }
-
-  std::unique_ptr<CAlertNtfyServDB> catalogue;
-  std::unique_ptr<CAlertRespDB> table;
+  int rows() { return alertdb_test::rowCount(*responses); }
 };
 
 TEST_F(ResponseTableTest, ServiceResponsesTakeTheirTypeFromTheCatalogue) {
@@ -57,19 +40,19 @@ TEST_F(ResponseTableTest, ServiceResponsesTakeTheirTypeFromTheCatalogue) {
   r.Type = l.Type = 0x0101;  // other bits are kept
   r.ServiceType = l.ServiceType = 99;
   _GUID id{}, launchId{};
-  ASSERT_EQ(table->DBAlertRecAdd(&r, &id), 0u);
-  ASSERT_EQ(table->DBAlertRecAdd(&l, &launchId), 0u);
+  ASSERT_EQ(responses->DBAlertRecAdd(&r, &id), 0u);
+  ASSERT_EQ(responses->DBAlertRecAdd(&l, &launchId), 0u);
   EXPECT_EQ(std::uint32_t{read(id).ServiceType}, 5u);
   EXPECT_EQ(std::uint32_t{read(id).Type}, 0x0101u);
   EXPECT_EQ(std::uint32_t{read(launchId).ServiceType}, 14u);
 
   ALERTRESPREC unknown = response("unknown", makeId(1), makeId(0x66));
   unknown.Type = 1;
-  EXPECT_EQ(table->DBAlertRecAdd(&unknown, &id), ALRT_E_NOSERVICETYPE);
+  EXPECT_EQ(responses->DBAlertRecAdd(&unknown, &id), ALRT_E_NOSERVICETYPE);
   EXPECT_EQ(rows(), 2) << "nothing stored";
   ALERTRESPREC none{};
-  EXPECT_EQ(table->DBAlertRecAdd(nullptr, &id), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(table->DBAlertRecAdd(&none, &id), 0u) << "the zero record is a valid response";
+  EXPECT_EQ(responses->DBAlertRecAdd(nullptr, &id), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(responses->DBAlertRecAdd(&none, &id), 0u) << "the zero record is a valid response";
 }
 
 TEST_F(ResponseTableTest, ACatalogueThatCannotBeOpenedFailsEveryServiceAddOfTheObject) {
@@ -80,10 +63,10 @@ TEST_F(ResponseTableTest, ACatalogueThatCannotBeOpenedFailsEveryServiceAddOfTheO
   ALERTRESPREC r = response("mail", makeId(1), smtp);
   r.Type = 1;
   _GUID id{};
-  EXPECT_EQ(table->DBAlertRecAdd(&r, &id), ALRT_E_NOSERVICETYPE);
+  EXPECT_EQ(responses->DBAlertRecAdd(&r, &id), ALRT_E_NOSERVICETYPE);
   EXPECT_FALSE(fileExists(path)) << "a lookup creates no catalogue";
   ASSERT_EQ(std::rename((path + ".away").c_str(), path.c_str()), 0);
-  EXPECT_EQ(table->DBAlertRecAdd(&r, &id), ALRT_E_NOSERVICETYPE) << "the open is not retried";
+  EXPECT_EQ(responses->DBAlertRecAdd(&r, &id), ALRT_E_NOSERVICETYPE) << "the open is not retried";
   CAlertRespDB fresh;
   ASSERT_EQ(fresh.DBOpen(), 0u);
   EXPECT_EQ(fresh.DBAlertRecAdd(&r, &id), 0u);
@@ -100,9 +83,9 @@ TEST_F(ResponseTableTest, AResponseWithoutTargetGetsTheDefaultTarget) {
   std::strcpy(targeted.Target, "operator");
   std::strcpy(targeted.InstActionRunDLLName, "ARS.QNL");
   _GUID plainId{}, arsId{}, targetedId{};
-  ASSERT_EQ(table->DBAlertRecAdd(&plain, &plainId), 0u);
-  ASSERT_EQ(table->DBAlertRecAdd(&ars, &arsId), 0u);
-  ASSERT_EQ(table->DBAlertRecAdd(&targeted, &targetedId), 0u);
+  ASSERT_EQ(responses->DBAlertRecAdd(&plain, &plainId), 0u);
+  ASSERT_EQ(responses->DBAlertRecAdd(&ars, &arsId), 0u);
+  ASSERT_EQ(responses->DBAlertRecAdd(&targeted, &targetedId), 0u);
   EXPECT_STREQ(read(plainId).Target, "None");
   EXPECT_EQ(std::uint32_t{read(plainId).Type}, 0u);
   EXPECT_STREQ(read(arsId).Target, "None");
@@ -116,38 +99,38 @@ TEST_F(ResponseTableTest, AResponseWithoutTargetGetsTheDefaultTarget) {
 TEST_F(ResponseTableTest, TestAndProtectedResponsesAreNotDeleted) {
   for (std::uint32_t digits = 0x53; digits <= 0x61; ++digits) {
     _GUID id = testResponseId(digits);
-    EXPECT_EQ(table->DBAlertRecDelete(&id), ALRT_E_PROTECTED) << "not stored: " << digits;
+    EXPECT_EQ(responses->DBAlertRecDelete(&id), ALRT_E_PROTECTED) << "not stored: " << digits;
   }
   ALERTRESPREC test = response("test", makeId(1), makeId(2));
   test.KEPOID = testResponseId(0x58);
-  addResponse(*table, test);
-  EXPECT_EQ(table->DBAlertRecDelete(&test.KEPOID), ALRT_E_PROTECTED);
-  EXPECT_TRUE(stored<ALERTRESPREC>(*table, test.KEPOID));
+  addResponse(*responses, test);
+  EXPECT_EQ(responses->DBAlertRecDelete(&test.KEPOID), ALRT_E_PROTECTED);
+  EXPECT_TRUE(stored<ALERTRESPREC>(*responses, test.KEPOID));
 
   ALERTRESPREC guarded = response("guarded", makeId(1), addService(*catalogue, "mail"));
   guarded.Type = 0x4001;
   guarded.KEPOID = makeId(0x40);
-  addResponse(*table, guarded);
-  EXPECT_EQ(table->DBAlertRecDelete(&guarded.KEPOID), ALRT_E_PROTECTED);
-  EXPECT_TRUE(stored<ALERTRESPREC>(*table, guarded.KEPOID));
+  addResponse(*responses, guarded);
+  EXPECT_EQ(responses->DBAlertRecDelete(&guarded.KEPOID), ALRT_E_PROTECTED);
+  EXPECT_TRUE(stored<ALERTRESPREC>(*responses, guarded.KEPOID));
 
   // Their neighbours in ID order are ordinary responses.
   for (std::uint32_t digits : {0x52u, 0x62u}) {
     ALERTRESPREC near = response("near " + std::to_string(digits), makeId(1), makeId(2));
     near.KEPOID = testResponseId(digits);
-    addResponse(*table, near);
-    EXPECT_EQ(table->DBAlertRecDelete(&near.KEPOID), 0u) << digits;
+    addResponse(*responses, near);
+    EXPECT_EQ(responses->DBAlertRecDelete(&near.KEPOID), 0u) << digits;
   }
   _GUID unknown = makeId(0x77);
-  std::uint32_t missing = table->DBAlertRecDelete(&unknown);
+  std::uint32_t missing = responses->DBAlertRecDelete(&unknown);
   EXPECT_NE(missing, 0u);
   EXPECT_LT(missing, 0x10000u) << "the record store's own result";
-  EXPECT_EQ(table->DBAlertRecDelete(nullptr), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(responses->DBAlertRecDelete(nullptr), ALRT_E_INVALIDPARAM);
 }
 
 TEST_F(ResponseTableTest, DeletingAResponseRemovesItsLinksAndKeepsItsResults) {
-  _GUID a = addResponse(*table, response("a", makeId(1), makeId(2)));
-  _GUID b = addResponse(*table, response("b", makeId(1), makeId(2)));
+  _GUID a = addResponse(*responses, response("a", makeId(1), makeId(2)));
+  _GUID b = addResponse(*responses, response("b", makeId(1), makeId(2)));
   CAlertEVENT_RESPDB links;
   ASSERT_EQ(links.DBOpen(), 0u);
   // Links of both responses to three event classes, added in mixed order.
@@ -169,9 +152,9 @@ TEST_F(ResponseTableTest, DeletingAResponseRemovesItsLinksAndKeepsItsResults) {
 
   ChangeEventWatch watch;
   watch.reset();
-  ASSERT_EQ(table->DBAlertRecDelete(&a), 0u);
+  ASSERT_EQ(responses->DBAlertRecDelete(&a), 0u);
   EXPECT_TRUE(watch.signalled());
-  EXPECT_FALSE(stored<ALERTRESPREC>(*table, a));
+  EXPECT_FALSE(stored<ALERTRESPREC>(*responses, a));
   EXPECT_EQ(countByKey(links, CAlertEVENT_RESPDB::kResponseKey, a, &ALRTEVENT_RESPREC::ResponseOID),
             0);
   EXPECT_EQ(countByKey(links, CAlertEVENT_RESPDB::kResponseKey, b, &ALRTEVENT_RESPREC::ResponseOID),
@@ -180,46 +163,46 @@ TEST_F(ResponseTableTest, DeletingAResponseRemovesItsLinksAndKeepsItsResults) {
 }
 
 TEST_F(ResponseTableTest, AnUnavailableLinkTableIsReportedAndThenKeptUnopened) {
-  _GUID a = addResponse(*table, response("a", makeId(1), makeId(2)));
-  _GUID b = addResponse(*table, response("b", makeId(1), makeId(2)));
+  _GUID a = addResponse(*responses, response("a", makeId(1), makeId(2)));
+  _GUID b = addResponse(*responses, response("b", makeId(1), makeId(2)));
   const std::string links = dataPath("AlEvntdb.dat");
   ASSERT_EQ(std::rename(links.c_str(), (links + ".away").c_str()), 0);
   writeFile(links, "not a record store");
-  EXPECT_EQ(table->DBAlertRecDelete(&a), ALRT_E_OPENFAILED);
-  EXPECT_FALSE(stored<ALERTRESPREC>(*table, a)) << "the response is gone all the same";
+  EXPECT_EQ(responses->DBAlertRecDelete(&a), ALRT_E_OPENFAILED);
+  EXPECT_FALSE(stored<ALERTRESPREC>(*responses, a)) << "the response is gone all the same";
   EXPECT_EQ(readFile(links), "not a record store");
-  EXPECT_EQ(table->DBAlertRecDelete(&b), 0u) << "later deletes remove no links";
+  EXPECT_EQ(responses->DBAlertRecDelete(&b), 0u) << "later deletes remove no links";
 }
 
 TEST_F(ResponseTableTest, EveryUpdateOfATestResponseIsSignalled) {
   ALERTRESPREC test = response("test", makeId(1), makeId(2));
   test.KEPOID = testResponseId(0x53);
-  addResponse(*table, test);
-  _GUID other = addResponse(*table, response("other", makeId(1), makeId(2)));
+  addResponse(*responses, test);
+  _GUID other = addResponse(*responses, response("other", makeId(1), makeId(2)));
   ChangeEventWatch watch;
 
   ALERTRESPREC same = read(other);
   watch.reset();
-  EXPECT_EQ(table->DBAlertRecUpdate(&same), 0u);
+  EXPECT_EQ(responses->DBAlertRecUpdate(&same), 0u);
   EXPECT_FALSE(watch.signalled()) << "unchanged";
   same = read(test.KEPOID);
   watch.reset();
-  EXPECT_EQ(table->DBAlertRecUpdate(&same), 0u);
+  EXPECT_EQ(responses->DBAlertRecUpdate(&same), 0u);
   EXPECT_TRUE(watch.signalled()) << "a test response, unchanged";
 
   ALERTRESPREC missing = response("missing", makeId(1), makeId(2));
   missing.KEPOID = testResponseId(0x61);
   watch.reset();
-  EXPECT_EQ(table->DBAlertRecUpdate(&missing), ALRT_E_NOTFOUND);
+  EXPECT_EQ(responses->DBAlertRecUpdate(&missing), ALRT_E_NOTFOUND);
   EXPECT_TRUE(watch.signalled()) << "a test response, not even stored";
   missing.KEPOID = makeId(0x70);
   watch.reset();
-  EXPECT_EQ(table->DBAlertRecUpdate(&missing), ALRT_E_NOTFOUND);
+  EXPECT_EQ(responses->DBAlertRecUpdate(&missing), ALRT_E_NOTFOUND);
   EXPECT_FALSE(watch.signalled());
 
   same = read(other);
   std::strcpy(same.Msg, "changed %s");
-  EXPECT_EQ(table->DBAlertRecUpdate(&same), 0u);
+  EXPECT_EQ(responses->DBAlertRecUpdate(&same), 0u);
   EXPECT_TRUE(watch.signalled());
   EXPECT_STREQ(read(other).Msg, "changed %s");
 }

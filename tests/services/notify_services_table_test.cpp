@@ -6,6 +6,7 @@
 #include <string>
 
 #include "services/service_test_support.h"
+#include "support/created_table_test.h"
 #include "support/test_environment.h"
 
 using alertdb_test::ChangeEventWatch;
@@ -17,14 +18,8 @@ using alertdb_test::tablesOf;
 
 namespace {
 
-class NotifyServicesTest : public alertdb_test::IsolatedTest {
+class NotifyServicesTest : public alertdb_test::CreatedTableTest<CAlertNtfyServDB> {
  protected:
-  void SetUp() override {
-    IsolatedTest::SetUp();
-    catalogue = std::make_unique<CAlertNtfyServDB>();
-    ASSERT_EQ(catalogue->DBCreate(), 0u);
-  }
-
   static ALRTNTFYSERV service(const char *name, std::uint32_t type) {
     ALRTNTFYSERV s{};
     std::strcpy(s.Service_Name, name);
@@ -37,21 +32,18 @@ class NotifyServicesTest : public alertdb_test::IsolatedTest {
   // Stores a row as it is, past the type check, as another writer could.
   std::uint32_t storeRaw(ALRTNTFYSERV *row) {
     _GUID id{};
-    return static_cast<CAlertDBTable<ALRTNTFYSERV> &>(*catalogue).DBAlertRecAdd(row, &id);
+    return static_cast<CAlertDBTable<ALRTNTFYSERV> &>(*table).DBAlertRecAdd(row, &id);
   }
 
   int catalogueRows() {
     ALRTNTFYSERV row{};
     int rows = 0;
-    for (std::uint32_t r =
-             catalogue->DBAlertRecFindFirst(CAlertNtfyServDB::kIdKey, 0, nullptr, &row);
-         r == 0 || r == ALRT_E_BADSERVICETYPE; r = catalogue->DBAlertRecFindNext(&row)) {
+    for (std::uint32_t r = table->DBAlertRecFindFirst(CAlertNtfyServDB::kIdKey, 0, nullptr, &row);
+         r == 0 || r == ALRT_E_BADSERVICETYPE; r = table->DBAlertRecFindNext(&row)) {
       ++rows;
     }
     return rows;
   }
-
-  std::unique_ptr<CAlertNtfyServDB> catalogue;
 };
 
 TEST_F(NotifyServicesTest, SchemaHoldsTheRecordThenTheObjectsOwnFields) {
@@ -74,11 +66,10 @@ TEST_F(NotifyServicesTest, SchemaHoldsTheRecordThenTheObjectsOwnFields) {
 TEST_F(NotifyServicesTest, TypedAddWritesTheSpecificRowThenTheCatalogueRow) {
   ALRTNTFYSERV rec = service("Mail relay", 0);
   ALRTMHSSERVICEREC settings{};
-  std::strcpy(settings.Dir, "/var/mhs");
   _GUID oid{}, settingsOid{};
   ChangeEventWatch watch;
   watch.reset();
-  ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), 0u);
+  ASSERT_EQ(table->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), 0u);
   EXPECT_TRUE(watch.signalled());
   EXPECT_EQ(std::uint32_t{rec.ServiceType}, 1u);
   EXPECT_FALSE(sameBytes(oid, alertdb_test::kZeroId));
@@ -87,15 +78,6 @@ TEST_F(NotifyServicesTest, TypedAddWritesTheSpecificRowThenTheCatalogueRow) {
   EXPECT_TRUE(sameBytes(rec.KEPOID, oid));
   EXPECT_TRUE(sameBytes(rec.ServiceSpecific_KEPOID, settingsOid));
   EXPECT_TRUE(sameBytes(settings.KEPOID, settingsOid));
-
-  ALRTNTFYSERV read{};
-  ASSERT_EQ(catalogue->DBAlertRecRetrieve(&oid, &read), 0u);
-  EXPECT_TRUE(sameBytes(read, rec));
-  CAlertMHSNtfyServDB mhs;
-  ASSERT_EQ(mhs.DBOpen(), 0u);
-  ALRTMHSSERVICEREC readSettings{};
-  ASSERT_EQ(mhs.DBAlertRecRetrieve(&read.ServiceSpecific_KEPOID, &readSettings), 0u);
-  EXPECT_STREQ(readSettings.Dir, "/var/mhs");
 }
 
 TEST_F(NotifyServicesTest, TypedAddRefusesMissingArgumentsWithoutAnyTrace) {
@@ -104,13 +86,13 @@ TEST_F(NotifyServicesTest, TypedAddRefusesMissingArgumentsWithoutAnyTrace) {
   _GUID oid{}, settingsOid{};
   ChangeEventWatch watch;
   watch.reset();
-  EXPECT_EQ(catalogue->DBAlertRecAdd(nullptr, &oid, &settings, &settingsOid), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, nullptr, &settings, &settingsOid), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, static_cast<ALRTAPAGESERVICEREC *>(nullptr),
-                                     &settingsOid),
-            ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, nullptr), ALRT_E_INVALIDPARAM);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(nullptr, &oid), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(table->DBAlertRecAdd(nullptr, &oid, &settings, &settingsOid), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(table->DBAlertRecAdd(&rec, nullptr, &settings, &settingsOid), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(
+      table->DBAlertRecAdd(&rec, &oid, static_cast<ALRTAPAGESERVICEREC *>(nullptr), &settingsOid),
+      ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(table->DBAlertRecAdd(&rec, &oid, &settings, nullptr), ALRT_E_INVALIDPARAM);
+  EXPECT_EQ(table->DBAlertRecAdd(nullptr, &oid), ALRT_E_INVALIDPARAM);
   EXPECT_EQ(std::uint32_t{rec.ServiceType}, 0u) << "the caller's record is left alone";
   EXPECT_FALSE(watch.signalled());
   EXPECT_EQ(catalogueRows(), 0);
@@ -121,7 +103,7 @@ TEST_F(NotifyServicesTest, TypedAddStopsAtTheStepThatFails) {
   ALRTNTFYSERV first = service("first", 0);
   ALRTSMTPSERVICEREC settings{};
   _GUID oid{}, settingsOid{};
-  ASSERT_EQ(catalogue->DBAlertRecAdd(&first, &oid, &settings, &settingsOid), 0u);
+  ASSERT_EQ(table->DBAlertRecAdd(&first, &oid, &settings, &settingsOid), 0u);
   CAlertSMTPNtfyServDB smtp;
   ASSERT_EQ(smtp.DBOpen(), 0u);
   ChangeEventWatch watch;
@@ -132,7 +114,7 @@ TEST_F(NotifyServicesTest, TypedAddStopsAtTheStepThatFails) {
   ALRTSMTPSERVICEREC clash{};
   clash.KEPOID = settingsOid;
   _GUID oid2 = makeId(1), settingsOid2 = makeId(2);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&second, &oid2, &clash, &settingsOid2), ALRT_E_ADDFAILED);
+  EXPECT_EQ(table->DBAlertRecAdd(&second, &oid2, &clash, &settingsOid2), ALRT_E_ADDFAILED);
   EXPECT_TRUE(sameBytes(settingsOid2, alertdb_test::kZeroId));
   EXPECT_TRUE(sameBytes(oid2, makeId(1))) << "the catalogue add never ran";
   EXPECT_FALSE(watch.signalled());
@@ -145,7 +127,7 @@ TEST_F(NotifyServicesTest, TypedAddStopsAtTheStepThatFails) {
   ALRTSMTPSERVICEREC fresh{};
   std::strcpy(fresh.Server_addr, "smtp.example.org");
   _GUID oid3{}, settingsOid3{};
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&third, &oid3, &fresh, &settingsOid3), ALRT_E_ADDFAILED);
+  EXPECT_EQ(table->DBAlertRecAdd(&third, &oid3, &fresh, &settingsOid3), ALRT_E_ADDFAILED);
   EXPECT_TRUE(sameBytes(third.ServiceSpecific_KEPOID, settingsOid3));
   EXPECT_EQ(catalogueRows(), 1);
   EXPECT_EQ(rowCount(smtp), 2);
@@ -156,32 +138,32 @@ TEST_F(NotifyServicesTest, TypedAddStopsAtTheStepThatFails) {
 
 TEST_F(NotifyServicesTest, SpecificTableThatCannotBeOpenedStopsEveryWrite) {
   // The catalogue in a file of its own; the specific tables' file is missing.
-  catalogue = std::make_unique<CAlertNtfyServDB>("Catalogue.dat");
-  ASSERT_EQ(catalogue->DBCreate(), 0u);
+  table = std::make_unique<CAlertNtfyServDB>("Catalogue.dat");
+  ASSERT_EQ(table->DBCreate(), 0u);
   ASSERT_EQ(std::remove(dataPath("AlServdb.dat").c_str()), 0);
   ALRTNTFYSERV rec = service("Phone", 0);
   ALRTPHONESERVICEREC settings{};
   _GUID oid{}, settingsOid{};
   ChangeEventWatch watch;
   watch.reset();
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), ALRT_E_OPENFAILED);
+  EXPECT_EQ(table->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), ALRT_E_OPENFAILED);
   ALRTNTFYSERV plain = service("Mail", 5);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&plain, &oid), ALRT_E_OPENFAILED);
+  EXPECT_EQ(table->DBAlertRecAdd(&plain, &oid), ALRT_E_OPENFAILED);
   EXPECT_FALSE(fileExists(dataPath("AlServdb.dat"))) << "no data file made from nothing";
   EXPECT_EQ(catalogueRows(), 0);
 
   // A data file that is not a record store is refused and left as it was.
   const std::string junk(8192, 'x');
   writeFile(dataPath("AlServdb.dat"), junk);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), ALRT_E_OPENFAILED);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&plain, &oid), ALRT_E_OPENFAILED);
+  EXPECT_EQ(table->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), ALRT_E_OPENFAILED);
+  EXPECT_EQ(table->DBAlertRecAdd(&plain, &oid), ALRT_E_OPENFAILED);
   EXPECT_EQ(readFile(dataPath("AlServdb.dat")), junk);
   EXPECT_EQ(catalogueRows(), 0);
   EXPECT_FALSE(watch.signalled());
 
   // Types without a specific table need none.
   ALRTNTFYSERV launch = service("Launch", 14);
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&launch, &oid), 0u);
+  EXPECT_EQ(table->DBAlertRecAdd(&launch, &oid), 0u);
   EXPECT_EQ(catalogueRows(), 1);
 }
 
@@ -191,7 +173,7 @@ TEST_F(NotifyServicesTest, PlainAddChecksTheTypeAndOpensOnlyItsKindsTable) {
   for (std::uint32_t type : {0u, 17u, 0xFFFFFFFFu}) {
     ALRTNTFYSERV bad = service("bad", type);
     _GUID oid{};
-    EXPECT_EQ(catalogue->DBAlertRecAdd(&bad, &oid), ALRT_E_BADSERVICETYPE) << type;
+    EXPECT_EQ(table->DBAlertRecAdd(&bad, &oid), ALRT_E_BADSERVICETYPE) << type;
   }
   EXPECT_FALSE(watch.signalled());
   EXPECT_EQ(catalogueRows(), 0);
@@ -199,14 +181,14 @@ TEST_F(NotifyServicesTest, PlainAddChecksTheTypeAndOpensOnlyItsKindsTable) {
   for (std::uint32_t type : {14u, 15u}) {
     ALRTNTFYSERV none = service("no specific table", type);
     _GUID oid{};
-    EXPECT_EQ(catalogue->DBAlertRecAdd(&none, &oid), 0u) << type;
+    EXPECT_EQ(table->DBAlertRecAdd(&none, &oid), 0u) << type;
   }
   EXPECT_TRUE(watch.signalled());
   EXPECT_EQ(tablesOf(dataPath("AlServdb.dat")).size(), 1u) << "only the catalogue";
 
   ALRTNTFYSERV wave = service("Sound", 8);
   _GUID oid{};
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&wave, &oid), 0u);
+  EXPECT_EQ(table->DBAlertRecAdd(&wave, &oid), 0u);
   EXPECT_TRUE(holdsTable(dataPath("AlServdb.dat"), "WAVE_Service"));
   EXPECT_EQ(tablesOf(dataPath("AlServdb.dat")).size(), 2u);
   EXPECT_EQ(catalogueRows(), 3);
@@ -222,10 +204,15 @@ TEST_F(NotifyServicesTest, EnumerationMeetsEveryTypeAndOpensEachKindsTable) {
     ASSERT_EQ(storeRaw(&row), 0u);
   }
   ASSERT_EQ(tablesOf(dataPath("AlServdb.dat")).size(), 1u);
+  // A single read opens its kind's table as well.
+  ALRTNTFYSERV row{};
+  _GUID seventeen = makeId(0xF0 - 17), npage = makeId(0xF0 - 12);
+  EXPECT_EQ(table->DBAlertRecRetrieve(&npage, &row), 0u);
+  EXPECT_TRUE(holdsTable(dataPath("AlServdb.dat"), "NPAGE_Service"));
+  EXPECT_EQ(tablesOf(dataPath("AlServdb.dat")).size(), 2u);
 
   CAlertNtfyServDB reader;
   ASSERT_EQ(reader.DBOpen(), 0u);
-  ALRTNTFYSERV row{};
   int rows = 0;
   std::uint32_t r = reader.DBAlertRecFindFirst(CAlertNtfyServDB::kIdKey, 0, nullptr, &row);
   for (; r != ALRT_E_NOTFOUND; r = reader.DBAlertRecFindNext(&row)) {
@@ -240,7 +227,6 @@ TEST_F(NotifyServicesTest, EnumerationMeetsEveryTypeAndOpensEachKindsTable) {
   EXPECT_EQ(tablesOf(dataPath("AlServdb.dat")).size(), 15u) << "the catalogue and 14 kinds";
 
   // Single reads report the same.
-  _GUID seventeen = makeId(0xF0 - 17), npage = makeId(0xF0 - 12);
   EXPECT_EQ(reader.DBAlertRecRetrieve(&seventeen, &row), ALRT_E_BADSERVICETYPE);
   EXPECT_EQ(std::uint32_t{row.ServiceType}, 17u);
   row = {};
@@ -254,58 +240,47 @@ TEST_F(NotifyServicesTest, EnumerationMeetsEveryTypeAndOpensEachKindsTable) {
   EXPECT_EQ(std::uint32_t{row.ServiceType}, 16u);
 }
 
-TEST_F(NotifyServicesTest, FirstReadOfAKindCreatesItsTable) {
-  ALRTNTFYSERV row = service("Numeric pager", 12);
-  row.KEPOID = makeId(0x31);
-  ASSERT_EQ(storeRaw(&row), 0u);
-  EXPECT_FALSE(holdsTable(dataPath("AlServdb.dat"), "NPAGE_Service"));
-  ALRTNTFYSERV read{};
-  _GUID id = row.KEPOID;
-  EXPECT_EQ(catalogue->DBAlertRecRetrieve(&id, &read), 0u);
-  EXPECT_TRUE(holdsTable(dataPath("AlServdb.dat"), "NPAGE_Service"));
-}
-
 TEST_F(NotifyServicesTest, UpdateAndDeleteTouchOnlyTheCatalogueRow) {
   ALRTNTFYSERV rec = service("Broadcast", 0);
   ALRTBROADCASTSERVICEREC settings{};
   std::strcpy(settings.ServerName, "FILESRV");
   _GUID oid{}, settingsOid{};
-  ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), 0u);
+  ASSERT_EQ(table->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), 0u);
   ChangeEventWatch watch;
   watch.reset();
 
   ALRTNTFYSERV read{};
-  ASSERT_EQ(catalogue->DBAlertRecRetrieve(&oid, &read), 0u);
-  EXPECT_EQ(catalogue->DBAlertRecUpdate(&read), 0u);
+  ASSERT_EQ(table->DBAlertRecRetrieve(&oid, &read), 0u);
+  EXPECT_EQ(table->DBAlertRecUpdate(&read), 0u);
   EXPECT_FALSE(watch.signalled()) << "nothing changed";
   read.ServiceType = 17;
-  EXPECT_EQ(catalogue->DBAlertRecUpdate(&read), ALRT_E_BADSERVICETYPE);
+  EXPECT_EQ(table->DBAlertRecUpdate(&read), ALRT_E_BADSERVICETYPE);
   read.ServiceType = 16;
   read.KEPOID = makeId(0x44);
-  EXPECT_EQ(catalogue->DBAlertRecUpdate(&read), ALRT_E_NOTFOUND);
+  EXPECT_EQ(table->DBAlertRecUpdate(&read), ALRT_E_NOTFOUND);
   EXPECT_FALSE(watch.signalled());
 
   read.KEPOID = oid;
   std::strcpy(read.Comment, "second floor");
-  EXPECT_EQ(catalogue->DBAlertRecUpdate(&read), 0u);
+  EXPECT_EQ(table->DBAlertRecUpdate(&read), 0u);
   EXPECT_TRUE(watch.signalled());
   ALRTNTFYSERV check{};
-  ASSERT_EQ(catalogue->DBAlertRecRetrieve(&oid, &check), 0u);
+  ASSERT_EQ(table->DBAlertRecRetrieve(&oid, &check), 0u);
   EXPECT_STREQ(check.Comment, "second floor");
   read.ServiceType = 0;
-  EXPECT_EQ(catalogue->DBAlertRecUpdate(&read), ALRT_E_BADSERVICETYPE);
-  ASSERT_EQ(catalogue->DBAlertRecRetrieve(&oid, &check), 0u);
+  EXPECT_EQ(table->DBAlertRecUpdate(&read), ALRT_E_BADSERVICETYPE);
+  ASSERT_EQ(table->DBAlertRecRetrieve(&oid, &check), 0u);
   EXPECT_EQ(std::uint32_t{check.ServiceType}, 16u) << "a refused update writes nothing";
 
   watch.reset();
   _GUID unknown = makeId(0x45);
-  std::uint32_t missing = catalogue->DBAlertRecDelete(&unknown);
+  std::uint32_t missing = table->DBAlertRecDelete(&unknown);
   EXPECT_NE(missing, 0u);
   EXPECT_LT(missing, 0x10000u);
   EXPECT_FALSE(watch.signalled());
-  EXPECT_EQ(catalogue->DBAlertRecDelete(&oid), 0u);
+  EXPECT_EQ(table->DBAlertRecDelete(&oid), 0u);
   EXPECT_TRUE(watch.signalled());
-  EXPECT_EQ(catalogue->DBAlertRecRetrieve(&oid, &check), ALRT_E_NOTFOUND);
+  EXPECT_EQ(table->DBAlertRecRetrieve(&oid, &check), ALRT_E_NOTFOUND);
   CAlertBROADCASTNtfyServDB broadcast;
   ASSERT_EQ(broadcast.DBOpen(), 0u);
   ALRTBROADCASTSERVICEREC left{};
@@ -317,9 +292,9 @@ TEST_F(NotifyServicesTest, CopiesOpenTheirOwnSpecificTables) {
   ALRTNTFYSERV rec = service("TTS", 0);
   ALRTTTSSERVICEREC settings{};
   _GUID oid{}, settingsOid{};
-  ASSERT_EQ(catalogue->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), 0u);
+  ASSERT_EQ(table->DBAlertRecAdd(&rec, &oid, &settings, &settingsOid), 0u);
   {
-    CAlertNtfyServDB copy(*catalogue);
+    CAlertNtfyServDB copy(*table);
     ASSERT_EQ(copy.DBOpen(), 0u);
     ALRTNTFYSERV read{};
     EXPECT_EQ(copy.DBAlertRecRetrieve(&oid, &read), 0u);
@@ -332,10 +307,10 @@ TEST_F(NotifyServicesTest, CopiesOpenTheirOwnSpecificTables) {
   // The source's own specific table survived the copies.
   ALRTNTFYSERV next = service("TTS 2", 0);
   _GUID oid2{}, settingsOid2{};
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&next, &oid2, &settings, &settingsOid2), ALRT_E_ADDFAILED)
+  EXPECT_EQ(table->DBAlertRecAdd(&next, &oid2, &settings, &settingsOid2), ALRT_E_ADDFAILED)
       << "settings still carries the first row's ID";
   settings.KEPOID = {};
-  EXPECT_EQ(catalogue->DBAlertRecAdd(&next, &oid2, &settings, &settingsOid2), 0u);
+  EXPECT_EQ(table->DBAlertRecAdd(&next, &oid2, &settings, &settingsOid2), 0u);
 }
 
 }  // namespace
