@@ -26,16 +26,10 @@ class CheckedImage : public ::testing::Test {
     image.put32(byClass + 36 + 12, 0x90000000);
     image.put32(byClass + 36 + 32, 1);
 
-    serviceGroup = image.append(16 + 2276);
-    image.put32(44, static_cast<std::uint32_t>(serviceGroup));
-    image.put32(serviceGroup, 16);
-    image.put32(serviceGroup + 4, 1);
-    image.put32(serviceGroup + 16, 2276);
-    userGroup = image.append(56 + 128);
-    image.put32(40, static_cast<std::uint32_t>(userGroup));
-    image.put32(userGroup, 56);
-    image.put32(userGroup + 4, 1);
-    image.put32(userGroup + 56, 128);
+    serviceGroup = image.group(44, 0, 16, 1);
+    image.put32(image.append(2276), 2276);
+    userGroup = image.group(40, 0, 56, 1);
+    image.put32(image.append(128), 128);
   }
   std::uint32_t check() const { return CheckAlertDataImage(image.data(), image.size()); }
 

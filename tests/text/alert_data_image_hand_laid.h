@@ -52,6 +52,21 @@ class Image {
     return at + 16;
   }
 
+  // Appends a group header of `headerSize` bytes for `count` entries and
+  // chains it: from header word `firstWord` when it is the first (`previous`
+  // is 0), else from the previous group's next-offset word.
+  std::size_t group(std::uint32_t firstWord, std::size_t previous, std::uint32_t headerSize,
+                    std::uint32_t count) {
+    const std::size_t at = append(headerSize);
+    if (previous == 0)
+      put32(firstWord, static_cast<std::uint32_t>(at));
+    else
+      put32(previous + 12, static_cast<std::uint32_t>(at - previous));
+    put32(at, headerSize);
+    put32(at + 4, count);
+    return at;
+  }
+
   const unsigned char *data() const { return bytes_.data(); }
   std::size_t size() const { return bytes_.size(); }
   std::vector<unsigned char> &bytes() { return bytes_; }

@@ -18,6 +18,14 @@ void *entryOf(const Image &image, std::uint32_t areaWord, std::uint32_t slot,
                                      std::size_t{slot} * entrySize);
 }
 
+// A lookup that finds nothing gives `status` and sets the entry to null.
+template <class Lookup>
+void expectNothing(std::uint32_t status, Lookup lookup) {
+  void *entry = &entry;
+  EXPECT_EQ(lookup(&entry), status);
+  EXPECT_EQ(entry, nullptr);
+}
+
 // Events with object IDs 0x10.., 0x20.., ... 0x70.. and one with a top-bit
 // byte (0x90..), each indexed in ascending byte order; the area holds them in
 // the reverse order, so that the index's slot numbers matter.
@@ -61,15 +69,10 @@ TEST_F(IndexedLookups, EventsByObjectIdAreFoundFirstLastMiddleAndAboveTheTopBit)
     ASSERT_EQ(GetEventIDbyOID(image.data(), &key, &entry), 0u) << k;
     EXPECT_EQ(entry, eventSlot(k)) << k;
   }
-}
-
-TEST_F(IndexedLookups, AbsentObjectIdsGiveNotFoundAndNull) {
-  // Below the first, between two, above the last, and one differing only in
-  // its last byte.
+  // Absent: below the first, between two, above the last, and one differing
+  // only in its last byte.
   for (const _GUID &key : {id(0x01, 5), id(0x18, 5), id(0xFF, 5), id(0x30, 6), id(0x80, 5)}) {
-    void *entry = &entry;
-    EXPECT_EQ(GetEventIDbyOID(image.data(), &key, &entry), 0xFFFFu);
-    EXPECT_EQ(entry, nullptr);
+    expectNothing(0xFFFFu, [&](void **e) { return GetEventIDbyOID(image.data(), &key, e); });
   }
 }
 
@@ -82,9 +85,8 @@ TEST_F(IndexedLookups, ClassIdsCompareAsUnsignedNumbers) {
     EXPECT_EQ(entry, eventSlot(k)) << present[k];
   }
   for (std::uint32_t absent : {1u, 99u, 0x80000002u, 0x7FFFFFFEu, 0xFFFFFFFDu}) {
-    void *entry = &entry;
-    EXPECT_EQ(GetEventIDbyClassID(image.data(), absent, &entry), 0xFFFFu) << absent;
-    EXPECT_EQ(entry, nullptr);
+    SCOPED_TRACE(absent);
+    expectNothing(0xFFFFu, [&](void **e) { return GetEventIDbyClassID(image.data(), absent, e); });
   }
 }
 
@@ -95,13 +97,10 @@ TEST_F(IndexedLookups, ResponsesAreFoundThroughTheirSlot) {
     ASSERT_EQ(GetResponseIDbyOID(image.data(), &key, &entry), 0u);
     EXPECT_EQ(entry, entryOf(image, 28, (k + 1) % 3, 4017));
   }
-  const _GUID absent = id(0x40, 0xEF);
-  void *entry = &entry;
-  EXPECT_EQ(GetResponseIDbyOID(image.data(), &absent, &entry), 0xFFFFu);
-  EXPECT_EQ(entry, nullptr);
-  // An event's ID is not a response's.
-  const _GUID eventId = idAt(0);
-  EXPECT_EQ(GetResponseIDbyOID(image.data(), &eventId, &entry), 0xFFFFu);
+  // The last byte differs; an event's ID is not a response's.
+  for (const _GUID &absent : {id(0x40, 0xEF), idAt(0)}) {
+    expectNothing(0xFFFFu, [&](void **e) { return GetResponseIDbyOID(image.data(), &absent, e); });
+  }
 }
 
 TEST_F(IndexedLookups, DuplicateKeysFindOneOfTheirEntries) {
@@ -119,15 +118,9 @@ TEST_F(IndexedLookups, DuplicateKeysFindOneOfTheirEntries) {
 TEST(IndexedLookupsOnEmptyBlocks, FindNothing) {
   const Image image;
   const _GUID key = id(0);
-  void *entry = &entry;
-  EXPECT_EQ(GetEventIDbyOID(image.data(), &key, &entry), 0xFFFFu);
-  EXPECT_EQ(entry, nullptr);
-  entry = &entry;
-  EXPECT_EQ(GetEventIDbyClassID(image.data(), 0, &entry), 0xFFFFu);
-  EXPECT_EQ(entry, nullptr);
-  entry = &entry;
-  EXPECT_EQ(GetResponseIDbyOID(image.data(), &key, &entry), 0xFFFFu);
-  EXPECT_EQ(entry, nullptr);
+  expectNothing(0xFFFFu, [&](void **e) { return GetEventIDbyOID(image.data(), &key, e); });
+  expectNothing(0xFFFFu, [&](void **e) { return GetEventIDbyClassID(image.data(), 0, e); });
+  expectNothing(0xFFFFu, [&](void **e) { return GetResponseIDbyOID(image.data(), &key, e); });
 }
 
 TEST(IndexedLookupsOnBadInput, NullArgumentsFindNothingAndVersionsAreTheCallersToTest) {
@@ -136,17 +129,13 @@ TEST(IndexedLookupsOnBadInput, NullArgumentsFindNothingAndVersionsAreTheCallersT
   const std::size_t byId = image.block(20, 1, 36);
   image.putId(byId + 16, id(1));
   const _GUID key = id(1);
-  void *entry = &entry;
-
-  EXPECT_EQ(GetEventIDbyOID(nullptr, &key, &entry), 0xFFFFu);
-  EXPECT_EQ(entry, nullptr);
-  entry = &entry;
-  EXPECT_EQ(GetEventIDbyOID(image.data(), nullptr, &entry), 0xFFFFu);
-  EXPECT_EQ(entry, nullptr);
+  expectNothing(0xFFFFu, [&](void **e) { return GetEventIDbyOID(nullptr, &key, e); });
+  expectNothing(0xFFFFu, [&](void **e) { return GetEventIDbyOID(image.data(), nullptr, e); });
   EXPECT_EQ(GetEventIDbyOID(image.data(), &key, nullptr), 0xFFFFu);
   EXPECT_EQ(GetResponseIDbyOID(image.data(), nullptr, nullptr), 0xFFFFu);
   EXPECT_EQ(GetEventIDbyClassID(nullptr, 0, nullptr), 0xFFFFu);
 
+  void *entry = nullptr;
   ASSERT_EQ(GetEventIDbyOID(image.data(), &key, &entry), 0u);
   // The lookups trust the image; the version is tested apart.
   image.put32(4, 0x30002);
@@ -164,13 +153,8 @@ class ServiceChain : public ::testing::Test {
     unsigned char serial = 1;
     std::size_t previous = 0;
     for (std::uint32_t g = 0; g < 3; ++g) {
-      const std::size_t group = image.append(24);  // a header longer than its 16 words
-      if (g == 0)
-        image.put32(44, static_cast<std::uint32_t>(group));
-      else
-        image.put32(previous + 12, static_cast<std::uint32_t>(group - previous));
-      image.put32(group, 24);
-      image.put32(group + 4, groupSizes[g]);
+      // A header longer than its 16 bytes.
+      const std::size_t group = image.group(44, previous, 24, groupSizes[g]);
       for (std::uint32_t e = 0; e < groupSizes[g]; ++e) {
         const std::uint32_t size = 2276 + 8 * serial;
         const std::size_t entry = image.append(size);
@@ -230,13 +214,7 @@ class UserChain : public ::testing::Test {
     const std::uint32_t types[] = {3, 5, 3};
     std::size_t previous = 0;
     for (std::uint32_t g = 0; g < 3; ++g) {
-      const std::size_t group = image.append(56);
-      if (g == 0)
-        image.put32(40, static_cast<std::uint32_t>(group));
-      else
-        image.put32(previous + 12, static_cast<std::uint32_t>(group - previous));
-      image.put32(group, 56);
-      image.put32(group + 4, 2);
+      const std::size_t group = image.group(40, previous, 56, 2);
       image.put32(group + 52, types[g]);
       for (std::uint32_t e = 0; e < 2; ++e) {
         const std::size_t entry = image.append(169);
@@ -318,25 +296,17 @@ TEST_F(TableScans, TheFirstEntryWithTheKeyIsFound) {
   EXPECT_EQ(entry, at(locations));
 }
 
-TEST_F(TableScans, AbsentKeysGiveZeroAndNull) {
-  void *entry = &entry;
-  EXPECT_EQ(GetProdNamebyID(image.data(), 11, &entry), 0u);
-  EXPECT_EQ(entry, nullptr);
+TEST_F(TableScans, AbsentKeysAndKeysPastTheLastEntryGiveZeroAndNull) {
   const _GUID absent = id(0xD0, 2);
-  entry = &entry;
-  EXPECT_EQ(GetDomainNamebyOID(image.data(), &absent, &entry), 0u);
-  EXPECT_EQ(entry, nullptr);
-  entry = &entry;
-  EXPECT_EQ(GetModemLocationbyOID(image.data(), &absent, &entry), 0u);
-  EXPECT_EQ(entry, nullptr);
-}
-
-TEST_F(TableScans, TheScanStopsAtTheLastEntry) {
+  expectNothing(0u, [&](void **e) { return GetProdNamebyID(image.data(), 11, e); });
+  expectNothing(0u, [&](void **e) { return GetDomainNamebyOID(image.data(), &absent, e); });
+  expectNothing(0u, [&](void **e) { return GetModemLocationbyOID(image.data(), &absent, e); });
   // A key just past the table's last entry is not part of it.
   image.put32(products - 16 + 4, 1);
-  void *entry = &entry;
-  EXPECT_EQ(GetProdNamebyID(image.data(), 0x80000000, &entry), 0u);
-  EXPECT_EQ(entry, nullptr);
+  expectNothing(0u, [&](void **e) { return GetProdNamebyID(image.data(), 0x80000000, e); });
+  // An empty table.
+  image.block(68, 0, 96);
+  expectNothing(0u, [&](void **e) { return GetProdNamebyID(image.data(), 10, e); });
 }
 
 TEST_F(TableScans, NullArgumentsGiveTheirStatusesAndWriteNothing) {
@@ -351,13 +321,6 @@ TEST_F(TableScans, NullArgumentsGiveTheirStatusesAndWriteNothing) {
   EXPECT_EQ(GetModemLocationbyOID(nullptr, &key, &entry), 0xFFFFu);
   EXPECT_EQ(GetModemLocationbyOID(image.data(), nullptr, &entry), 0xFFFFu);
   EXPECT_EQ(entry, &entry) << "nothing written";
-}
-
-TEST_F(TableScans, EmptyTablesFindNothing) {
-  void *entry = &entry;
-  image.block(68, 0, 96);
-  EXPECT_EQ(GetProdNamebyID(image.data(), 10, &entry), 0u);
-  EXPECT_EQ(entry, nullptr);
 }
 
 }  // namespace
