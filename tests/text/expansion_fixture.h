@@ -23,12 +23,10 @@ struct Expansion {
 class ExpansionInputs {
  public:
   ExpansionInputs() {
+    // make_unique value-initializes: every byte starts zero.
     response_ = std::make_unique<ALERTRESPREC>();
     eventClass_ = std::make_unique<ALRTEVENT_CLASSREC>();
     event_ = std::make_unique<ALRTEVENTDATA>();
-    std::memset(response_.get(), 0, sizeof(ALERTRESPREC));
-    std::memset(eventClass_.get(), 0, sizeof(ALRTEVENT_CLASSREC));
-    std::memset(event_.get(), 0, sizeof(ALRTEVENTDATA));
     std::strcpy(eventClass_->EventName, "Disk Full");
     std::strcpy(eventClass_->Product, "Storage Agent");
     eventClass_->Severity = 2;

@@ -157,25 +157,12 @@ std::string model(const std::string &text, const unsigned char (&list)[20],
   for (int i = 0; i < 20 && list[i] && mark != std::string::npos; ++i) {
     const std::size_t next = text.find('%', mark + 1);
     const std::string segment = text.substr(mark, next == text.npos ? text.npos : next - mark);
-    std::string value;
+    const char *values[] = {in.event().UserName, in.event().MachineName, in.event().domainName,
+                            in.eventClass().EventName};
     // A template cut inside "%s" ends in a lone "%", which is kept as written.
     const bool formatted = segment.size() >= 2 && list[i] <= 4;
-    const std::string rest = formatted ? segment.substr(2) : "";
-    switch (list[i]) {
-      case 1:
-        value = names ? kNames[0] : in.event().UserName;
-        break;
-      case 2:
-        value = names ? kNames[1] : in.event().MachineName;
-        break;
-      case 3:
-        value = names ? kNames[2] : in.event().domainName;
-        break;
-      case 4:
-        value = names ? kNames[3] : in.eventClass().EventName;
-        break;
-    }
-    out += (formatted ? value + rest : segment).substr(0, 1024);
+    const std::string value = formatted ? (names ? kNames : values)[list[i] - 1] : "";
+    out += (formatted ? value + segment.substr(2) : segment).substr(0, 1024);
     mark = next;
   }
   return out.substr(0, limit);

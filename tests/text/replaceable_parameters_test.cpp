@@ -10,7 +10,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/dos_time.h"
 #include "platform/dynamic_library.h"
 #include "text/expansion_fixture.h"
 
@@ -18,6 +17,7 @@ extern char **environ;
 
 namespace {
 
+using alertdb_test::Expansion;
 using alertdb_test::ExpansionInputs;
 
 const char *const kNames[] = {
@@ -112,24 +112,22 @@ TEST(Expansion, TemplatesWithoutMarksAreCopiedWhateverTheList) {
 }
 
 TEST(Expansion, MarksAndListEntriesPairUpInOrder) {
+  struct Case {
+    const char *text;
+    std::initializer_list<int> ids;
+    const char *expected;
+  };
   ExpansionInputs in;
-  in.message("Event %s on %s", {4, 2});
-  EXPECT_EQ(in.expand().message, "Event Disk Full on WS-07");
-
-  in.message("Alarm %s now", {});
-  EXPECT_EQ(in.expand().message, "Alarm ") << "an empty list keeps only the text before the mark";
-
-  in.message("A %s B %s C", {4});
-  EXPECT_EQ(in.expand().message, "A Disk Full B ") << "the list ran out first";
-
-  in.message("%s%s%s", {1});
-  EXPECT_EQ(in.expand().message, "alice");
-
-  in.message("A %s!", {4, 2, 1});
-  EXPECT_EQ(in.expand().message, "A Disk Full!") << "the marks ran out first";
-
-  in.message("%s %s %s", {2, 2, 2});
-  EXPECT_EQ(in.expand().message, "WS-07 WS-07 WS-07");
+  for (const Case &c : {Case{"Event %s on %s", {4, 2}, "Event Disk Full on WS-07"},
+                        // An empty list keeps only the text before the mark.
+                        Case{"Alarm %s now", {}, "Alarm "},
+                        Case{"A %s B %s C", {4}, "A Disk Full B "},  // the list ran out first
+                        Case{"%s%s%s", {1}, "alice"},
+                        Case{"A %s!", {4, 2, 1}, "A Disk Full!"},  // the marks ran out first
+                        Case{"%s %s %s", {2, 2, 2}, "WS-07 WS-07 WS-07"}}) {
+    in.message(c.text, c.ids);
+    EXPECT_EQ(in.expand().message, c.expected) << c.text;
+  }
 
   // All 20 entries are used; there is no 21st.
   std::string twentyOne;
@@ -147,14 +145,6 @@ TEST(Expansion, EveryParameterGivesItsValue) {
   EXPECT_EQ(in.expand().message,
             "alice|WS-07|North|Disk Full|MAJOR|-42|Storage Agent|4711|Volume C: is full|C:|"
             "Degraded");
-
-  char date[55] = {}, time[55] = {};
-  platform::QSetIntlDate(date, 3, 15, 98);
-  platform::QSetIntlTime(time, 10, 20, 30, 1, 1);
-  in.subject("%s/%s", {6, 5});
-  EXPECT_EQ(in.expand().subject, std::string(date) + "/" + time);
-  in.subject("at %s.", {7});
-  EXPECT_EQ(in.expand().subject, std::string("at ") + date + " " + time + ".");
 }
 
 TEST(Expansion, DateAndTimeInTheCLocale) {
@@ -164,9 +154,11 @@ TEST(Expansion, DateAndTimeInTheCLocale) {
   ExpansionInputs in;
   in.setTime();
   in.message("%s/%s", {6, 5});
-  const std::string message = in.expand().message;
+  in.subject("at %s.", {7});
+  const Expansion out = in.expand();
   saved ? setenv("LC_ALL", savedValue.c_str(), 1) : unsetenv("LC_ALL");
-  EXPECT_EQ(message, "03/15/98/10:20:30");
+  EXPECT_EQ(out.message, "03/15/98/10:20:30");
+  EXPECT_EQ(out.subject, "at 03/15/98 10:20:30.");
 }
 
 TEST(Expansion, EmptyTextsAndOffScaleNumbers) {
@@ -233,25 +225,18 @@ TEST(Expansion, MissingArgumentsAreRefusedAndNothingIsWritten) {
   std::memset(message, 'm', sizeof message);
   std::memset(subject, 's', sizeof subject);
   message[0] = subject[0] = '\0';
-  HINSTANCE module = AlertDBModuleHandle();
-  ALERTRESPREC *response = &in.response();
-  ALRTEVENT_CLASSREC *eventClass = &in.eventClass();
-  ALRTEVENTDATA *event = &in.event();
-  EXPECT_EQ(
-      ParseReplaceableParamaterListToText(module, nullptr, subject, response, eventClass, event, 0),
-      0xFFFFu);
-  EXPECT_EQ(
-      ParseReplaceableParamaterListToText(module, message, nullptr, response, eventClass, event, 0),
-      0xFFFFu);
-  EXPECT_EQ(
-      ParseReplaceableParamaterListToText(module, message, subject, nullptr, eventClass, event, 0),
-      0xFFFFu);
-  EXPECT_EQ(ParseReplaceableParamaterListToText(module, message, subject, response, eventClass,
-                                                nullptr, 1),
-            0xFFFFu);
-  EXPECT_EQ(
-      ParseReplaceableParamaterListToText(module, message, subject, response, nullptr, event, 2),
-      0xFFFFu);
+  // One argument missing each time: message, subject, response, event, class;
+  // each in a mode that needs it.
+  const std::uint32_t kModes[] = {0, 0, 0, 1, 2};
+  for (int missing = 0; missing < 5; ++missing) {
+    EXPECT_EQ(ParseReplaceableParamaterListToText(
+                  AlertDBModuleHandle(), missing == 0 ? nullptr : message,
+                  missing == 1 ? nullptr : subject, missing == 2 ? nullptr : &in.response(),
+                  missing == 4 ? nullptr : &in.eventClass(), missing == 3 ? nullptr : &in.event(),
+                  kModes[missing]),
+              0xFFFFu)
+        << missing;
+  }
   for (std::size_t i = 1; i < sizeof message; ++i) ASSERT_EQ(message[i], 'm');
   for (std::size_t i = 1; i < sizeof subject; ++i) ASSERT_EQ(subject[i], 's');
   EXPECT_EQ(message[0], '\0');
