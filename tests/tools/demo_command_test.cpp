@@ -4,7 +4,7 @@
 
 #include <cstring>
 #include <map>
-#include <sstream>
+#include <regex>
 #include <string>
 
 #include "alertdb.h"
@@ -22,25 +22,17 @@ struct Reported {
 };
 
 Reported reportedIds(const std::string &out) {
-  const std::string kinds[] = {"event class", "service",   "alert user", "address",
-                               "response",    "log entry", "result"};
-  const std::string kEarlier = " (from an earlier run)";
-  const std::size_t kIdLength = 38;
+  static const std::regex line(
+      R"(\n    (event class|service|alert user|address|response|log entry|result))"
+      R"( (\{[^}\n]{36}\}) \((new|from an earlier run)\)(?=\n|$))");
   Reported reported;
-  std::istringstream in(out);
-  for (std::string line; std::getline(in, line);) {
-    for (const std::string &kind : kinds) {
-      const std::string lead = "    " + kind + " {";
-      if (line.rfind(lead, 0) != 0 || line.size() < lead.size() - 1 + kIdLength) continue;
-      std::string idText = line.substr(lead.size() - 1, kIdLength);
-      std::string rest = line.substr(lead.size() - 1 + kIdLength);
-      if (rest != " (new)" && rest != kEarlier) continue;
-      _GUID id{};
-      EXPECT_TRUE(platform::GuidFromString(idText.c_str(), &id)) << line;
-      EXPECT_EQ(reported.ids.count(kind), 0u) << kind << " reported twice";
-      reported.ids[kind] = id;
-      reported.earlier[kind] = rest == kEarlier;
-    }
+  for (std::sregex_iterator m(out.begin(), out.end(), line), end; m != end; ++m) {
+    const std::string kind = (*m)[1];
+    _GUID id{};
+    EXPECT_TRUE(platform::GuidFromString((*m)[2].str().c_str(), &id)) << m->str();
+    EXPECT_EQ(reported.ids.count(kind), 0u) << kind << " reported twice";
+    reported.ids[kind] = id;
+    reported.earlier[kind] = (*m)[3] == "from an earlier run";
   }
   return reported;
 }
@@ -89,81 +81,54 @@ TEST_F(DemoCommandTest, RunsTwiceOnOneDirectoryAndLeavesTheRecordsItReports) {
   EXPECT_NE(second.out.find("linked to \"Disk Full\" (by an earlier run"), std::string::npos);
 
   // What the library finds in the directory.
+  ALRTEVENT_CLASSREC eventClass{};
+  ASSERT_EQ(retrieveFrom<CAlertEVENT_CLASSDB>(one.ids["event class"], &eventClass), 0u);
+  EXPECT_STREQ(eventClass.EventName, "Disk Full");
   CAlertEVENT_CLASSDB classes;
   ASSERT_TRUE(openOrMake(classes));
-  ALRTEVENT_CLASSREC eventClass{};
-  ASSERT_EQ(classes.DBAlertRecRetrieve(&one.ids["event class"], &eventClass), 0u);
-  EXPECT_STREQ(eventClass.EventName, "Disk Full");
   int named = 0;
-  for (std::uint32_t r =
-           classes.DBAlertRecFindFirst(CAlertEVENT_CLASSDB::kIdKey, 0, nullptr, &eventClass);
-       r == 0; r = classes.DBAlertRecFindNext(&eventClass)) {
-    named += std::strcmp(eventClass.EventName, "Disk Full") == 0;
+  for (const auto &each : allRecords<ALRTEVENT_CLASSREC>(classes)) {
+    named += std::strcmp(each.EventName, "Disk Full") == 0;
   }
   EXPECT_EQ(named, 1);
 
-  CAlertNtfyServDB catalogue;
-  ASSERT_TRUE(openOrMake(catalogue));
   ALRTNTFYSERV service{};
-  ASSERT_EQ(catalogue.DBAlertRecRetrieve(&one.ids["service"], &service), 0u);
+  ASSERT_EQ(retrieveFrom<CAlertNtfyServDB>(one.ids["service"], &service), 0u);
   EXPECT_EQ(std::uint32_t{service.ServiceType}, 5u);
-
-  CAlertUsrDB users;
-  ASSERT_TRUE(openOrMake(users));
   ALERTUSRREC user{};
-  EXPECT_EQ(users.DBAlertRecRetrieve(&one.ids["alert user"], &user), 0u);
-  CAlertUSR_SMTPDB addresses;
-  ASSERT_TRUE(openOrMake(addresses));
+  EXPECT_EQ(retrieveFrom<CAlertUsrDB>(one.ids["alert user"], &user), 0u);
   ALRTUSR_SMTPSERVICEREC address{};
-  ASSERT_EQ(addresses.DBAlertRecRetrieve(&one.ids["address"], &address), 0u);
+  ASSERT_EQ(retrieveFrom<CAlertUSR_SMTPDB>(one.ids["address"], &address), 0u);
   EXPECT_STREQ(address.SMTPMailAddr, "pat@example.com");
   CAlertUsrInstServDB instances;
   ASSERT_TRUE(openOrMake(instances));
-  int instanceCount = 0;
-  ALRTUSRINSTSERV instance{};
-  for (std::uint32_t r =
-           instances.DBAlertRecFindFirst(CAlertUsrInstServDB::kIdKey, 0, nullptr, &instance);
-       r == 0; r = instances.DBAlertRecFindNext(&instance)) {
-    ++instanceCount;
-    EXPECT_TRUE(sameId(instance.UserOid, one.ids["alert user"]));
-    EXPECT_TRUE(sameId(instance.Service_KEPOID, one.ids["service"]));
-    EXPECT_TRUE(sameId(instance.ServicePerInfo_KEPOID, one.ids["address"]));
-  }
-  EXPECT_EQ(instanceCount, 1);
+  const auto allInstances = allRecords<ALRTUSRINSTSERV>(instances);
+  ASSERT_EQ(allInstances.size(), 1u);
+  EXPECT_TRUE(sameId(allInstances[0].UserOid, one.ids["alert user"]));
+  EXPECT_TRUE(sameId(allInstances[0].Service_KEPOID, one.ids["service"]));
+  EXPECT_TRUE(sameId(allInstances[0].ServicePerInfo_KEPOID, one.ids["address"]));
 
-  CAlertRespDB responses;
-  ASSERT_TRUE(openOrMake(responses));
   ALERTRESPREC response{};
-  ASSERT_EQ(responses.DBAlertRecRetrieve(&one.ids["response"], &response), 0u);
+  ASSERT_EQ(retrieveFrom<CAlertRespDB>(one.ids["response"], &response), 0u);
   EXPECT_TRUE(sameId(response.UserOID, one.ids["alert user"]));
   EXPECT_TRUE(sameId(response.ServiceOID, one.ids["service"]));
   EXPECT_EQ(std::uint32_t{response.ServiceType}, 5u);
-
   CAlertEVENT_RESPDB links;
   ASSERT_TRUE(openOrMake(links));
-  int linkCount = 0;
-  ALRTEVENT_RESPREC link{};
-  for (std::uint32_t r = links.DBAlertRecFindFirst(CAlertEVENT_RESPDB::kIdKey, 0, nullptr, &link);
-       r == 0; r = links.DBAlertRecFindNext(&link)) {
-    ++linkCount;
-    EXPECT_TRUE(sameId(link.EventClassOID, one.ids["event class"]));
-    EXPECT_TRUE(sameId(link.ResponseOID, one.ids["response"]));
-  }
-  EXPECT_EQ(linkCount, 1);
+  const auto allLinks = allRecords<ALRTEVENT_RESPREC>(links);
+  ASSERT_EQ(allLinks.size(), 1u);
+  EXPECT_TRUE(sameId(allLinks[0].EventClassOID, one.ids["event class"]));
+  EXPECT_TRUE(sameId(allLinks[0].ResponseOID, one.ids["response"]));
 
   // Each run's result stays; its acknowledged log entry went with the purge.
-  CAlertRespResultsDB results;
-  ASSERT_TRUE(openOrMake(results));
-  CAlertEVENT_LOGDB log;
-  ASSERT_TRUE(openOrMake(log));
   for (Reported *run : {&one, &two}) {
     ALERTRESPRESULTREC result{};
-    ASSERT_EQ(results.DBAlertRecRetrieve(&run->ids["result"], &result), 0u);
+    ASSERT_EQ(retrieveFrom<CAlertRespResultsDB>(run->ids["result"], &result), 0u);
     EXPECT_TRUE(sameId(result.LogEntryOID, run->ids["log entry"]));
     EXPECT_TRUE(sameId(result.ResponseOID, one.ids["response"]));
     EXPECT_EQ(std::uint32_t{result.Result}, 0u);
     ALRTEVENT_LOGREC entry{};
-    EXPECT_EQ(log.DBAlertRecRetrieve(&run->ids["log entry"], &entry), ALRT_E_NOTFOUND);
+    EXPECT_EQ(retrieveFrom<CAlertEVENT_LOGDB>(run->ids["log entry"], &entry), ALRT_E_NOTFOUND);
   }
   EXPECT_EQ(logEntryIds(), std::vector<std::string>{platform::GuidToString(unacknowledged)});
 }
@@ -177,20 +142,12 @@ TEST_F(DemoCommandTest, ShowsTheChangeEventSetByItsChanges) {
   ASSERT_EQ(run.exitCode, 0) << run.err;
   std::uint32_t after = 0;
   ASSERT_EQ(platform::GetEventSetCount(event, &after), 1);
-  const std::string lead = "\"AlertDBModifyEvent\": set ";
-  std::size_t at = run.out.find(lead);
-  ASSERT_NE(at, std::string::npos) << run.out;
-  std::istringstream line(run.out.substr(at + lead.size()));
-  std::string count, rest;
-  line >> count;
-  std::getline(line, rest);
-  std::uint32_t shown = 1;
-  if (count != "once") {
-    shown = static_cast<std::uint32_t>(std::stoul(count));
-    ASSERT_EQ(rest.rfind(" times", 0), 0u) << rest;
-    rest.erase(0, 6);
-  }
-  EXPECT_EQ(rest, " by the changes above, signalled now");
+  std::smatch line;
+  ASSERT_TRUE(std::regex_search(run.out, line,
+                                std::regex(R"("AlertDBModifyEvent": set (?:once|(\d+) times))"
+                                           R"( by the changes above, signalled now(?:\n|$))")))
+      << run.out;
+  const std::uint32_t shown = line[1].matched ? std::stoul(line[1].str()) : 1;
   EXPECT_EQ(shown, after - before);
   EXPECT_GT(shown, 0u);
   EXPECT_EQ(platform::WaitForSingleObject(event, 0), platform::kWaitObject0);

@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <string>
 #include <vector>
 
 #include "alertdb.h"
@@ -54,17 +56,36 @@ inline _GUID addLogEntry(std::uint32_t eventId, bool acknowledged, int daysAgo =
   return id;
 }
 
-// The object IDs of every entry of the event log, as text.
+// Every record of the table, walked by its object ID key.
+template <class Record, class Table>
+std::vector<Record> allRecords(Table &table) {
+  std::vector<Record> records;
+  Record record{};
+  for (std::uint32_t status = table.DBAlertRecFindFirst(Table::kIdKey, 0, nullptr, &record);
+       status == 0; status = table.DBAlertRecFindNext(&record)) {
+    records.push_back(record);
+  }
+  return records;
+}
+
+// Opens the table (making what is missing) and reads the record of `id`: its status.
+template <class Table, class Record>
+std::uint32_t retrieveFrom(const _GUID &id, Record *out) {
+  Table table;
+  if (!openOrMake(table)) return ALRT_E_OPENFAILED;
+  _GUID key = id;
+  return table.DBAlertRecRetrieve(&key, out);
+}
+
+// The object IDs of every entry of the event log, as text, sorted.
 inline std::vector<std::string> logEntryIds() {
   CAlertEVENT_LOGDB log;
   EXPECT_TRUE(openOrMake(log));
   std::vector<std::string> ids;
-  ALRTEVENT_LOGREC entry{};
-  for (std::uint32_t status =
-           log.DBAlertRecFindFirst(CAlertEVENT_LOGDB::kIdKey, 0, nullptr, &entry);
-       status == 0; status = log.DBAlertRecFindNext(&entry)) {
+  for (const ALRTEVENT_LOGREC &entry : allRecords<ALRTEVENT_LOGREC>(log)) {
     ids.push_back(platform::GuidToString(entry.KEPOID));
   }
+  std::sort(ids.begin(), ids.end());
   return ids;
 }
 

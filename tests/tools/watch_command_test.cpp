@@ -2,11 +2,10 @@
 // seen from another process, with its count, time-out and reset rules.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -38,57 +37,25 @@ struct Report {
   bool reset = false;
 };
 
-bool digitsAt(const std::string &text, std::size_t at, std::size_t count) {
-  if (at + count > text.size()) return false;
-  for (std::size_t i = at; i < at + count; ++i) {
-    if (!std::isdigit(static_cast<unsigned char>(text[i]))) return false;
-  }
-  return true;
-}
-
-int numberAt(const std::string &text, std::size_t at, std::size_t count) {
-  return std::stoi(text.substr(at, count));
-}
-
 Report parseReport(const std::string &line) {
+  static const std::regex format(
+      R"((\d{4})-(\d\d)-(\d\d)T(\d\d):(\d\d):(\d\d)\.\d{3}([+-])(\d\d):(\d\d))"
+      R"( AlertDBModifyEvent set(?: (\d+) times)?( and reset)?)");
+  std::smatch m;
   Report report;
-  const std::string stamp = "0000-00-00T00:00:00.000+00:00";
-  if (line.size() < stamp.size()) return report;
-  for (std::size_t i = 0; i < stamp.size(); ++i) {
-    bool ok = stamp[i] == '0' ? digitsAt(line, i, 1)
-              : i == 23       ? line[i] == '+' || line[i] == '-'
-                              : line[i] == stamp[i];
-    if (!ok) return report;
-  }
-  std::string rest = line.substr(stamp.size());
-  const std::string set = " AlertDBModifyEvent set";
-  if (rest.rfind(set, 0) != 0) return report;
-  rest.erase(0, set.size());
-  const std::string reset = " and reset";
-  if (rest.size() >= reset.size() &&
-      rest.compare(rest.size() - reset.size(), reset.size(), reset) == 0) {
-    report.reset = true;
-    rest.erase(rest.size() - reset.size());
-  }
-  report.sets = 1;
-  if (!rest.empty()) {
-    const std::string times = " times";
-    std::size_t digits = rest.size() - std::min(rest.size(), times.size() + 1);
-    if (rest[0] != ' ' || digits == 0 || !digitsAt(rest, 1, digits) ||
-        rest.substr(1 + digits) != times) {
-      return report;
-    }
-    report.sets = static_cast<std::uint32_t>(std::stoul(rest.substr(1, digits)));
-  }
+  if (!std::regex_match(line, m, format)) return report;
+  auto number = [&](int i) { return std::stoi(m[i].str()); };
   std::tm utc{};
-  utc.tm_year = numberAt(line, 0, 4) - 1900;
-  utc.tm_mon = numberAt(line, 5, 2) - 1;
-  utc.tm_mday = numberAt(line, 8, 2);
-  utc.tm_hour = numberAt(line, 11, 2);
-  utc.tm_min = numberAt(line, 14, 2);
-  utc.tm_sec = numberAt(line, 17, 2);
-  int offset = (numberAt(line, 24, 2) * 60 + numberAt(line, 27, 2)) * 60;
-  report.when = timegm(&utc) - (line[23] == '+' ? offset : -offset);
+  utc.tm_year = number(1) - 1900;
+  utc.tm_mon = number(2) - 1;
+  utc.tm_mday = number(3);
+  utc.tm_hour = number(4);
+  utc.tm_min = number(5);
+  utc.tm_sec = number(6);
+  const int offset = (number(8) * 60 + number(9)) * 60;
+  report.when = timegm(&utc) - (m[7] == "+" ? offset : -offset);
+  report.sets = m[10].matched ? static_cast<std::uint32_t>(std::stoul(m[10].str())) : 1;
+  report.reset = m[11].matched;
   report.valid = true;
   return report;
 }
