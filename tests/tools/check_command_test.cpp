@@ -21,8 +21,7 @@ TEST_F(CheckCommandTest, SoundFilesPassAndEveryStoreOfTheDirectoryIsChecked) {
   EXPECT_EQ(files[0]["file"], kFile);
   EXPECT_EQ(files[1]["file"], "Extra.dat");
   for (const auto &entry : files) {
-    EXPECT_EQ(entry["status"], "sound");
-    EXPECT_EQ(entry["records"], 3);
+    EXPECT_TRUE(hasFields(entry, {{"status", "sound"}, {"records", 3}}));
     EXPECT_TRUE(entry["problems"].empty());
   }
   EXPECT_EQ(directoryNames(),
@@ -37,15 +36,13 @@ TEST_F(CheckCommandTest, ADamagedRecordIsNamedByFileTableRowAndObjectId) {
   ToolResult result;
   nlohmann::json files = runJson({"check", "--format", "json"}, &result);
   EXPECT_EQ(result.exitCode, 1);
-  nlohmann::json entry = entryOf(files, kFile);
-  EXPECT_EQ(entry["status"], "damaged");
-  EXPECT_EQ(entry["records"], 4);
-  EXPECT_EQ(entry["damagedRecords"], 1);
+  nlohmann::json entry = findBy(files, "file", kFile);
+  EXPECT_TRUE(hasFields(entry, {{"status", "damaged"}, {"records", 4}, {"damagedRecords", 1}}));
   ASSERT_EQ(entry["problems"].size(), 1u) << result.out;
   const nlohmann::json &problem = entry["problems"][0];
-  EXPECT_EQ(problem["table"], "EVENT_RESP");
-  EXPECT_EQ(problem["row"], 4);
-  EXPECT_EQ(problem["objectId"], platform::GuidToString(ids[3]));
+  EXPECT_TRUE(hasFields(
+      problem,
+      {{"table", "EVENT_RESP"}, {"row", 4}, {"objectId", platform::GuidToString(ids[3])}}));
   EXPECT_NE(problem["problem"].get<std::string>().find("checksum"), std::string::npos);
   EXPECT_EQ(readFile(dataPath(kFile)), before);
 

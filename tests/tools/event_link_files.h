@@ -14,6 +14,7 @@
 #include "platform/guid.h"
 #include "support/test_environment.h"
 #include "support/tool_run.h"
+#include "tools/tool_json.h"
 
 namespace alertdb_test {
 
@@ -71,22 +72,6 @@ class EventLinkFileTest : public IsolatedTest {
   static bool sameLink(const ALRTEVENT_RESPREC &a, const ALRTEVENT_RESPREC &b) {
     return std::memcmp(&a.EventClassOID, &b.EventClassOID, sizeof a.EventClassOID) == 0 &&
            std::memcmp(&a.ResponseOID, &b.ResponseOID, sizeof a.ResponseOID) == 0;
-  }
-
-  // Runs the tool, expecting JSON on standard output.
-  static nlohmann::json runJson(const std::vector<std::string> &args, ToolResult *result) {
-    *result = runTool(args);
-    nlohmann::json parsed = nlohmann::json::parse(result->out, nullptr, false);
-    EXPECT_FALSE(parsed.is_discarded()) << result->out << result->err;
-    return parsed;
-  }
-
-  // The entry of `file` in a tool's JSON array of files.
-  static nlohmann::json entryOf(const nlohmann::json &files, const std::string &file) {
-    for (const auto &entry : files) {
-      if (entry.value("file", "") == file) return entry;
-    }
-    return nlohmann::json();
   }
 
   // The names in the data directory, sorted.

@@ -11,21 +11,19 @@
 #include "support/test_environment.h"
 #include "support/tool_run.h"
 #include "tools/event_log_entries.h"
+#include "tools/tool_json.h"
 
 namespace alertdb_test {
 namespace {
 
 constexpr std::uint32_t kActivityEvent = 12545;
 
-std::vector<std::string> sorted(std::vector<std::string> ids) {
-  std::sort(ids.begin(), ids.end());
-  return ids;
-}
-
+// Sorted, as logEntryIds() gives them.
 std::vector<std::string> idTexts(const std::vector<_GUID> &ids) {
   std::vector<std::string> texts;
   for (const _GUID &id : ids) texts.push_back(platform::GuidToString(id));
-  return sorted(texts);
+  std::sort(texts.begin(), texts.end());
+  return texts;
 }
 
 class PurgeCommandTest : public IsolatedTest {
@@ -53,17 +51,15 @@ TEST_F(PurgeCommandTest, AcknowledgedEntriesGoWhateverTheirAgeAndTheCountIsRepor
 
   nlohmann::json report = purge({"--acknowledged"});
   ASSERT_FALSE(report.is_null());
-  EXPECT_EQ(report["removed"], 3);
-  EXPECT_EQ(report["before"], 5);
-  EXPECT_EQ(report["left"], 2);
-  EXPECT_EQ(report["purged"], nlohmann::json::array({"acknowledged"}));
-  EXPECT_EQ(report["log"], dataPath("KEPLogDB.dat"));
-  EXPECT_EQ(sorted(logEntryIds()), idTexts(kept));
+  EXPECT_TRUE(hasFields(report, {{"removed", 3},
+                                 {"before", 5},
+                                 {"left", 2},
+                                 {"purged", nlohmann::json::array({"acknowledged"})},
+                                 {"log", dataPath("KEPLogDB.dat")}}));
+  EXPECT_EQ(logEntryIds(), idTexts(kept));
 
   // Nothing acknowledged is left: a second purge removes nothing.
-  report = purge({"--acknowledged"});
-  EXPECT_EQ(report["removed"], 0);
-  EXPECT_EQ(report["left"], 2);
+  EXPECT_TRUE(hasFields(purge({"--acknowledged"}), {{"removed", 0}, {"left", 2}}));
 
   // The default output is a sentence.
   addLogEntry(8, true);
@@ -76,7 +72,7 @@ TEST_F(PurgeCommandTest, AgesComeFromTheSettingsOfTheToolsDataDirectory) {
   writeSettings("PurgeEventLogDays=30\nPurgeActivityDays=7\n");
   // A console settings file naming another directory does not redirect the purge.
   writeFile(dataPath("QADMIN.DAT"), "[Directories]\nDataDir=" + dataPath("elsewhere") + "\n");
-  _GUID oldEvent = addLogEntry(5, false, 40);
+  addLogEntry(5, false, 40);
   _GUID newEvent = addLogEntry(5, false, 1);
   _GUID oldActivity = addLogEntry(kActivityEvent, false, 10);
   _GUID newActivity = addLogEntry(kActivityEvent, false, 3);
@@ -85,18 +81,16 @@ TEST_F(PurgeCommandTest, AgesComeFromTheSettingsOfTheToolsDataDirectory) {
   nlohmann::json report = purge({"--old"});
   ASSERT_FALSE(report.is_null());
   EXPECT_EQ(report["removed"], 1);
-  EXPECT_EQ(sorted(logEntryIds()), idTexts({newEvent, oldActivity, newActivity, acknowledged}));
+  EXPECT_EQ(logEntryIds(), idTexts({newEvent, oldActivity, newActivity, acknowledged}));
 
   report = purge({"--activity"});
   EXPECT_EQ(report["removed"], 1);
-  EXPECT_EQ(sorted(logEntryIds()), idTexts({newEvent, newActivity, acknowledged}));
-  (void)oldEvent;
+  EXPECT_EQ(logEntryIds(), idTexts({newEvent, newActivity, acknowledged}));
 
   // Without ages configured nothing is old.
   writeSettings("");
-  report = purge({"--old", "--activity"});
-  EXPECT_EQ(report["removed"], 0);
-  EXPECT_EQ(report["purged"], nlohmann::json::array({"old", "activity"}));
+  EXPECT_TRUE(hasFields(purge({"--old", "--activity"}),
+                        {{"removed", 0}, {"purged", nlohmann::json::array({"old", "activity"})}}));
 }
 
 TEST_F(PurgeCommandTest, AcknowledgedIfAutoFollowsTheAutoPurgeSetting) {
@@ -123,8 +117,7 @@ TEST_F(PurgeCommandTest, DataDirOptionChoosesWhoseLogIsPurged) {
 
   nlohmann::json report = purge({"--acknowledged", "--data-dir", other});
   ASSERT_FALSE(report.is_null());
-  EXPECT_EQ(report["removed"], 1);
-  EXPECT_EQ(report["log"], other + "/KEPLogDB.dat");
+  EXPECT_TRUE(hasFields(report, {{"removed", 1}, {"log", other + "/KEPLogDB.dat"}}));
   EXPECT_EQ(logEntryIds(), idTexts({here}));
   setenv("ALERTDB_DATA_DIR", other.c_str(), 1);
   EXPECT_EQ(logEntryIds(), idTexts({thereOpen}));

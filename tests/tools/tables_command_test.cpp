@@ -15,6 +15,8 @@
 #include "support/test_environment.h"
 #include "support/tool_run.h"
 #include "tools/data_file_damage.h"
+#include "tools/event_log_entries.h"
+#include "tools/tool_json.h"
 
 namespace alertdb_test {
 namespace {
@@ -46,28 +48,7 @@ class TablesCommandTest : public IsolatedTest {
       _GUID newId{};
       ASSERT_EQ(classes.DBAlertRecAdd(&eventClass, &newId), 0u);
     }
-    CAlertEVENT_LOGDB log;
-    ASSERT_EQ(log.DBOpen(), 0u);
-    for (int i = 0; i < 2; ++i) {
-      auto entry = std::make_unique<ALRTEVENT_LOGREC>();
-      std::memset(entry.get(), 0, sizeof *entry);
-      std::strcpy(entry->EventText, "something happened");
-      _GUID newId{};
-      ASSERT_EQ(log.DBAlertRecAdd(entry.get(), &newId), 0u);
-    }
-  }
-
-  static Json parsed(const ToolResult &result) {
-    Json document = Json::parse(result.out, nullptr, false);
-    EXPECT_FALSE(document.is_discarded()) << result.out;
-    return document;
-  }
-
-  static const Json *findNamed(const Json &list, const std::string &name) {
-    for (const Json &each : list) {
-      if (each.value("name", "") == name) return &each;
-    }
-    return nullptr;
+    for (std::uint32_t id : {201u, 202u}) addLogEntry(id, false);
   }
 };
 
@@ -75,9 +56,9 @@ TEST_F(TablesCommandTest, ListsEveryDataFileWithItsTablesAndRecordCounts) {
   addRecords();
   // A settings file shares the extension; it is not a store and not listed.
   writeFile(dataPath("QADMIN.DAT"), "[Directories]\nLogDir=/var/log\n");
-  ToolResult result = runTool({"tables", "--format", "json"});
+  ToolResult result;
+  Json files = runJson({"tables", "--format", "json"}, &result);
   ASSERT_EQ(result.exitCode, 0) << result.err;
-  Json files = parsed(result);
   ASSERT_TRUE(files.is_array());
   std::vector<std::string> names;
   for (const Json &file : files) {
@@ -90,23 +71,21 @@ TEST_F(TablesCommandTest, ListsEveryDataFileWithItsTablesAndRecordCounts) {
                                              "kepuser.dat",  "KepOM.dat"};
   EXPECT_EQ(names, expected);
 
-  const Json *events = findNamed(files, "AlEvntdb.dat");
-  ASSERT_NE(events, nullptr);
-  ASSERT_EQ((*events)["tables"].size(), 2u);
-  const Json *classes = findNamed((*events)["tables"], "EVENT_CLASS");
-  ASSERT_NE(classes, nullptr);
-  EXPECT_EQ((*classes)["records"], 3);
-  EXPECT_FALSE((*classes)["title"].get<std::string>().empty());
-  const Json *log = findNamed((*findNamed(files, "KEPLogDB.dat"))["tables"], "EVENT_LOG");
-  ASSERT_NE(log, nullptr);
-  EXPECT_EQ((*log)["records"], 2);
-  EXPECT_EQ((*log)["title"], "Event Log Table");
-  EXPECT_EQ((*findNamed((*findNamed(files, "AlServdb.dat"))["tables"], "SMTP_Service"))["records"],
-            0);
+  auto table = [&](const std::string &file, const std::string &name) {
+    return findBy(findBy(files, "name", file)["tables"], "name", name);
+  };
+  ASSERT_EQ(findBy(files, "name", "AlEvntdb.dat")["tables"].size(), 2u);
+  Json classes = table("AlEvntdb.dat", "EVENT_CLASS");
+  EXPECT_EQ(classes["records"], 3);
+  ASSERT_TRUE(classes["title"].is_string());
+  EXPECT_FALSE(classes["title"].get<std::string>().empty());
+  EXPECT_TRUE(hasFields(table("KEPLogDB.dat", "EVENT_LOG"),
+                        {{"records", 2}, {"title", "Event Log Table"}}));
+  EXPECT_TRUE(hasFields(table("AlServdb.dat", "SMTP_Service"), {{"records", 0}}));
   // Event classes and log entries are registered with the object manager.
-  const Json *instances = findNamed((*findNamed(files, "KepOM.dat"))["tables"], "OM_Instances");
-  ASSERT_NE(instances, nullptr);
-  EXPECT_GE((*instances)["records"].get<int>(), 5);
+  Json instances = table("KepOM.dat", "OM_Instances");
+  ASSERT_TRUE(instances["records"].is_number()) << instances;
+  EXPECT_GE(instances["records"].get<int>(), 5);
 
   // One file, and the table output saying the same.
   ToolResult one = runTool({"tables", "AlEvntdb.dat"});
@@ -123,15 +102,16 @@ TEST_F(TablesCommandTest, ListsEveryDataFileWithItsTablesAndRecordCounts) {
 TEST_F(TablesCommandTest, MissingAndRefusedFilesAreErrorsWhileTheGoodOnesAreListed) {
   ASSERT_EQ(std::remove(dataPath("KEPLogDB.dat").c_str()), 0);
   truncateFile(dataPath("AlRespDB.dat"), 1);
-  ToolResult result = runTool({"tables", "--format", "json"});
+  ToolResult result;
+  Json files = runJson({"tables", "--format", "json"}, &result);
   EXPECT_EQ(result.exitCode, 1);
-  Json files = parsed(result);
   ASSERT_TRUE(files.is_array());
-  EXPECT_EQ((*findNamed(files, "KEPLogDB.dat"))["status"], "missing");
-  EXPECT_EQ((*findNamed(files, "AlRespDB.dat"))["status"], "refused");
-  EXPECT_TRUE((*findNamed(files, "AlRespDB.dat"))["tables"].empty());
-  EXPECT_EQ((*findNamed(files, "AlEvntdb.dat"))["status"], "ok");
-  EXPECT_EQ((*findNamed(files, "AlEvntdb.dat"))["tables"].size(), 2u);
+  EXPECT_TRUE(hasFields(findBy(files, "name", "KEPLogDB.dat"), {{"status", "missing"}}));
+  EXPECT_TRUE(hasFields(findBy(files, "name", "AlRespDB.dat"),
+                        {{"status", "refused"}, {"tables", Json::array()}}));
+  Json events = findBy(files, "name", "AlEvntdb.dat");
+  EXPECT_EQ(events["status"], "ok");
+  EXPECT_EQ(events["tables"].size(), 2u);
   EXPECT_TRUE(mentionsAll(
       result.err, {"ALRT_MISSINGFILE", "KEPLogDB.dat", "ALRT_E_INITFAILED", "AlRespDB.dat"}));
 
@@ -146,34 +126,33 @@ TEST_F(TablesCommandTest, MissingAndRefusedFilesAreErrorsWhileTheGoodOnesAreList
 }
 
 TEST_F(TablesCommandTest, DescribeShowsEveryFieldWithItsKind) {
-  ToolResult result = runTool({"describe", "KEPLogDB.dat", "EVENT_LOG", "--format", "json"});
+  ToolResult result;
+  Json table = runJson({"describe", "KEPLogDB.dat", "EVENT_LOG", "--format", "json"}, &result);
   ASSERT_EQ(result.exitCode, 0) << result.err;
-  Json table = parsed(result);
-  EXPECT_EQ(table["table"], "EVENT_LOG");
-  EXPECT_EQ(table["title"], "Event Log Table");
-  EXPECT_EQ(table["idKey"], 20);
+  EXPECT_TRUE(
+      hasFields(table, {{"table", "EVENT_LOG"}, {"title", "Event Log Table"}, {"idKey", 20}}));
   ASSERT_EQ(table["fields"].size(), 27u);
   std::map<std::string, std::string> kinds;
   for (const Json &field : table["fields"]) kinds[field["name"]] = field["kind"];
-  EXPECT_EQ(kinds["KEPOID"], "object ID");
-  EXPECT_EQ(kinds["Domain_Id"], "object ID");
-  EXPECT_EQ(kinds["Time"], "time stamp");
-  EXPECT_EQ(kinds["EventText"], "text");
-  EXPECT_EQ(kinds["ErrorCode"], "number");
-  EXPECT_EQ(kinds["Ack"], "number");
-  EXPECT_EQ(kinds["binblob"], "binary");
-  EXPECT_EQ(kinds["Replication"], "binary");
-  EXPECT_EQ(table["fields"][9]["description"], "Date and Time");
-  EXPECT_EQ(table["fields"][9]["size"], 8);
+  for (const auto &[name, kind] : std::map<std::string, std::string>{{"KEPOID", "object ID"},
+                                                                     {"Domain_Id", "object ID"},
+                                                                     {"Time", "time stamp"},
+                                                                     {"EventText", "text"},
+                                                                     {"ErrorCode", "number"},
+                                                                     {"Ack", "number"},
+                                                                     {"binblob", "binary"},
+                                                                     {"Replication", "binary"}}) {
+    EXPECT_EQ(kinds[name], kind) << name;
+  }
+  EXPECT_TRUE(hasFields(table["fields"][9], {{"description", "Date and Time"}, {"size", 8}}));
 
   // Passwords are told from a text of the same name elsewhere.
-  Json smtp = parsed(runTool({"describe", "AlServdb.dat", "SMTP_Service", "--format", "json"}));
-  EXPECT_EQ(smtp["fields"][3]["name"], "Password");
-  EXPECT_EQ(smtp["fields"][3]["kind"], "password");
+  Json smtp = runJson({"describe", "AlServdb.dat", "SMTP_Service", "--format", "json"}, &result);
+  EXPECT_TRUE(hasFields(smtp["fields"][3], {{"name", "Password"}, {"kind", "password"}}));
   EXPECT_EQ(smtp["fields"][7]["kind"], "binary") << "parameter list";
-  Json snmp = parsed(runTool({"describe", "AlServdb.dat", "SNMP_Service", "--format", "json"}));
-  EXPECT_EQ(snmp["fields"][3]["name"], "Password");
-  EXPECT_EQ(snmp["fields"][3]["kind"], "text") << "the SNMP default message";
+  Json snmp = runJson({"describe", "AlServdb.dat", "SNMP_Service", "--format", "json"}, &result);
+  // The SNMP default message.
+  EXPECT_TRUE(hasFields(snmp["fields"][3], {{"name", "Password"}, {"kind", "text"}}));
 
   ToolResult text = runTool({"describe", "AlServdb.dat", "SMTP_Service"});
   EXPECT_EQ(text.exitCode, 0);
