@@ -48,14 +48,7 @@ TEST_F(ToolBasicsTest, DataDirectoryFollowsOptionThenEnvironmentThenPerUserDirec
                                       {"ALERTDB_CONSOLE_DIR", dataPath("no-console")}});
   EXPECT_EQ(xdg.exitCode, 0) << xdg.err;
   EXPECT_TRUE(fileExists(dataPath("xdg/alertdb/AlEvntdb.dat")));
-
-  ToolResult option = runTool({"demo", "--data-dir", dataPath("chosen")});
-  EXPECT_EQ(option.exitCode, 0) << option.err;
-  EXPECT_TRUE(fileExists(dataPath("chosen/AlEvntdb.dat")));
-  // The environment's directory (the test's own) is used when no option is given.
-  ToolResult environment = runTool({"demo"});
-  EXPECT_EQ(environment.exitCode, 0) << environment.err;
-  EXPECT_TRUE(fileExists(dataPath("AlEvntdb.dat")));
+  // The option over the environment: DemoCommandTest.WorksOnAFreshDirectoryGivenByOption.
 }
 
 TEST_F(ToolBasicsTest, OutputFormatIsChosenByNameInAnyCase) {
@@ -65,11 +58,6 @@ TEST_F(ToolBasicsTest, OutputFormatIsChosenByNameInAnyCase) {
   EXPECT_EQ(csv.out.rfind("file,", 0), 0u) << csv.out;
   EXPECT_TRUE(
       failedSaying(runTool({"tables", "--format", "xml"}), 2, {"xml not in {table,json,csv}"}));
-}
-
-TEST_F(ToolBasicsTest, FailuresNameTheStatusAndItsNumber) {
-  EXPECT_TRUE(failedSaying(runTool({"dump", "NO_SUCH_TABLE"}), 1,
-                           {"ALRT_E_NOTABLE (0x200DF): ", "NO_SUCH_TABLE"}));
 }
 
 TEST_F(ToolBasicsTest, UnusableDataDirectoryIsAnError) {
