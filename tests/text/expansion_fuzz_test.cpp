@@ -160,8 +160,9 @@ std::string model(const std::string &text, const unsigned char (&list)[20],
     const char *values[] = {in.event().UserName, in.event().MachineName, in.event().domainName,
                             in.eventClass().EventName};
     // A template cut inside "%s" ends in a lone "%", which is kept as written.
-    const bool formatted = segment.size() >= 2 && list[i] <= 4;
-    const std::string value = formatted ? (names ? kNames : values)[list[i] - 1] : "";
+    const unsigned id = list[i];
+    const bool formatted = segment.size() >= 2 && id <= 4;
+    const std::string value = !formatted ? "" : names ? kNames[id - 1] : values[id - 1];
     out += (formatted ? value + segment.substr(2) : segment).substr(0, 1024);
     mark = next;
   }
