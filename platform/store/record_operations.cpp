@@ -125,19 +125,24 @@ void makeCurrent(Cursor &c, std::size_t row, const KeyDef &key) {
   ++c.served;
 }
 
+// memcmp's order of two 8-byte words.
+inline int compareWords(const unsigned char *a, const unsigned char *b) {
+  std::uint64_t x, y;
+  std::memcpy(&x, a, 8);
+  std::memcpy(&y, b, 8);
+  if (x == y) return 0;
+  if constexpr (std::endian::native == std::endian::little) {
+    x = __builtin_bswap64(x);
+    y = __builtin_bswap64(y);
+  }
+  return x < y ? -1 : 1;
+}
+
 // memcmp's order, a word at a time: keys are mostly object IDs, compared on
 // every step of a walk.
 inline int compareBytes(const unsigned char *a, const unsigned char *b, std::size_t n) {
   for (; n >= 8; a += 8, b += 8, n -= 8) {
-    std::uint64_t x, y;
-    std::memcpy(&x, a, 8);
-    std::memcpy(&y, b, 8);
-    if (x == y) continue;
-    if constexpr (std::endian::native == std::endian::little) {
-      x = __builtin_bswap64(x);
-      y = __builtin_bswap64(y);
-    }
-    return x < y ? -1 : 1;
+    if (int order = compareWords(a, b)) return order;
   }
   return n ? std::memcmp(a, b, n) : 0;
 }
@@ -145,6 +150,11 @@ inline int compareBytes(const unsigned char *a, const unsigned char *b, std::siz
 // The order of two key values of one key: negative, 0 or positive.
 inline int compareKeys(const KeyValue &a, const KeyValue &b) {
   if (a.isNumber) return a.number < b.number ? -1 : a.number > b.number;
+  // Two object IDs: two words, no loop.
+  if (a.size == sizeof(_GUID) && b.size == sizeof(_GUID)) {
+    int order = compareWords(a.bytes, b.bytes);
+    return order != 0 ? order : compareWords(a.bytes + 8, b.bytes + 8);
+  }
   int order = compareBytes(a.bytes, b.bytes, std::min(a.size, b.size));
   return order != 0 ? order : (a.size < b.size ? -1 : a.size > b.size);
 }

@@ -281,8 +281,13 @@ std::uint32_t SqliteSession::collect(Statement &s, std::uint32_t limit, RowBatch
   int rc;
   std::uint32_t rows = 0;
   while (rows < limit && (rc = sqlite3_step(*q)) == SQLITE_ROW) {
-    out->add(sqlite3_column_int64(*q, 0), sqlite3_column_blob(*q, 1),
-             static_cast<std::size_t>(sqlite3_column_bytes(*q, 1)));
+    // The record through one column call: the value calls skip the
+    // connection's mutex and error bookkeeping, which a session serialised
+    // by its own lock does not need.
+    sqlite3_value *record = sqlite3_column_value(*q, 1);
+    const void *stored = sqlite3_value_blob(record);
+    out->add(sqlite3_column_int64(*q, 0), stored,
+             static_cast<std::size_t>(sqlite3_value_bytes(record)));
     ++rows;
   }
   if (rows < limit && rc != SQLITE_DONE) return failure(rc);
