@@ -66,6 +66,32 @@ TEST_F(CursorWindowTest, DeletingWhileEnumeratingVisitsEveryRecordOnceAcrossWind
   }
 }
 
+TEST_F(CursorWindowTest, ObjectIdsAlikeInTheirFirstBytesAreWalkedOnceInByteOrder) {
+  // IDs that differ only in their last two bytes, added last first, so that
+  // the insertion order cannot stand in for the key order.
+  SampleTable t;
+  KEPDB *h = createSample(t);
+  constexpr std::uint32_t kCount = 300;
+  ASSERT_EQ(QDBFileLock(h), 0u);
+  for (std::uint32_t n = kCount; n-- > 0;) {
+    t.fill(0, ("r" + std::to_string(n)).c_str(), n);
+    auto *id = reinterpret_cast<unsigned char *>(&t.record.id);
+    std::memset(id, 0x5A, sizeof t.record.id);
+    id[14] = static_cast<unsigned char>(n >> 8);
+    id[15] = static_cast<unsigned char>(n);
+    ASSERT_EQ(QDBRecordAdd(h), 0u);
+  }
+  ASSERT_EQ(QDBFileUnlock(h), 0u);
+  std::vector<std::uint32_t> seen;
+  std::uint32_t r = QDBRecordSkipAndRead(h, kIdKey, kSkipFirst);
+  for (; r == 0; r = QDBRecordSkipAndRead(h, kIdKey, kSkipNext)) {
+    seen.push_back(std::uint32_t{t.record.number});
+  }
+  EXPECT_EQ(r, QDB_E_NOTFOUND);
+  ASSERT_EQ(seen.size(), kCount);
+  for (std::uint32_t n = 0; n < kCount; ++n) EXPECT_EQ(seen[n], n);
+}
+
 TEST_F(CursorWindowTest, AnotherHandleDeletingAheadIsNeverServedStale) {
   SampleTable walker, other;
   KEPDB *h = filled(walker, 200);
